@@ -1,0 +1,26 @@
+# Header-only libraries of the tests and tools, from the distribution's packages. Each is linked into the build
+# tree by itself: the system include folder on the cross compiler's path would bring the host's C headers.
+set(VARNEX_THIRD_PARTY_DIR "${CMAKE_BINARY_DIR}/third_party")
+
+function(varnex_link_header_tree name)
+  foreach(prefix /usr/include /usr/local/include)
+    if(EXISTS "${prefix}/${name}")
+      file(MAKE_DIRECTORY "${VARNEX_THIRD_PARTY_DIR}")
+      file(CREATE_LINK "${prefix}/${name}" "${VARNEX_THIRD_PARTY_DIR}/${name}" SYMBOLIC)
+      return()
+    endif()
+  endforeach()
+  message(FATAL_ERROR "The headers '${name}' are not installed; scripts/setup.sh installs what the build needs.")
+endfunction()
+
+if(NOT MSVC)
+  if(VARNEX_BUILD_TESTS)
+    varnex_link_header_tree(catch2)
+  endif()
+  if(VARNEX_BUILD_TOOLS)
+    varnex_link_header_tree(CLI)
+  endif()
+endif()
+
+add_library(varnex_third_party INTERFACE)
+target_include_directories(varnex_third_party SYSTEM INTERFACE "${VARNEX_THIRD_PARTY_DIR}")

@@ -1,0 +1,90 @@
+/*
+ * Varnex.h - the exports of Varnex.dll, for C99 and C++17.
+ *
+ * Varnex watches the machine from inside the process that loads it. Load the DLL, start the monitors, fetch the
+ * alerts from time to time, stop the monitors, wait until they have ended, unload. Every export may be called from
+ * any thread, except from a library entry point (DllMain); none of them lets an exception out.
+ *
+ * Strings that the module hands out are UTF-16. The caller owns every buffer that it passes in; the module keeps no
+ * pointer to any of them after an export has returned.
+ */
+#ifndef VARNEX_VARNEX_H
+#define VARNEX_VARNEX_H
+
+#include <stddef.h>
+#include <wchar.h>
+
+#if defined(_WIN32) && !defined(VARNEX_NO_DLLIMPORT)
+#define VARNEX_API __declspec(dllimport)
+#else
+#define VARNEX_API
+#endif
+
+#ifdef __cplusplus
+extern "C"
+{
+#endif
+
+/* Alert types: the selector of the start and stop exports, and what GetAlertRecord reports. */
+#define VARNEX_ALERT_ALL 0U         /* start and stop only: all four monitors */
+#define VARNEX_ALERT_CPU 1U         /* processor utilization, percent */
+#define VARNEX_ALERT_MEMORY 2U      /* physical memory utilization, percent */
+#define VARNEX_ALERT_DISK 3U        /* physical disk throughput, MB/s (1 MB = 1048576 bytes) */
+#define VARNEX_ALERT_NETWORK 4U     /* network adapter utilization, percent of the link speed */
+#define VARNEX_ALERT_PAGING_FILE 5U /* GetAlertRecord only: paging file (commit space) utilization, percent */
+
+/* Results of the start and stop exports. */
+#define VARNEX_OK 0
+#define VARNEX_BAD_ALERT_TYPE 1
+
+/*
+ * Starts the alert monitor of one resource, or all four monitors.
+ *
+ * nAlertType  VARNEX_ALERT_ALL, _CPU, _MEMORY, _DISK or _NETWORK.
+ *
+ * Returns VARNEX_OK when the request was accepted, whatever became of the individual threads (the log tells), and
+ * VARNEX_BAD_ALERT_TYPE for any other type. A monitor that runs, or that was asked to stop and has not ended yet, is
+ * left alone: the request is logged and has no effect on it.
+ *
+ * A monitor re-reads its policy from KpmCfg.xml, beside the module, in every cycle.
+ */
+VARNEX_API int StartWorkingThread(unsigned int nAlertType);
+
+/*
+ * Asks the alert monitor of one resource, or all four, to end. Does not wait: a monitor ends within about one second,
+ * or after the measurement that it is in. Let the threads end before the module is unloaded; it waits for none.
+ *
+ * nAlertType  as for StartWorkingThread.
+ *
+ * Returns VARNEX_OK, also when nothing runs, or VARNEX_BAD_ALERT_TYPE.
+ */
+VARNEX_API int StopWorkingThread(unsigned int nAlertType);
+
+/*
+ * Fetches stored alerts, oldest first, and removes them from the store. Alerts older than three days and lines that
+ * are not alerts are dropped on the way. At most once: what was handed out is gone from the store.
+ *
+ * !! EVERY ARRAY MUST HAVE ROOM FOR nMaxCount + 1 ENTRIES. A fetch may return one record more than nMaxCount. !!
+ *
+ * pnAlertTypes  receives each alert's type: VARNEX_ALERT_CPU, _MEMORY, _DISK, _NETWORK or _PAGING_FILE.
+ * ppwszTexts    nMaxCount + 1 pointers to text buffers of the caller, each either null (no text wanted) or of
+ *               cchText characters. A text is the alert's local time, the host's name and, for a disk or an adapter,
+ *               its name: "2026-01-31 23:59:59, HOST01, 0 C:". Longer texts are cut; each is terminated.
+ * cchText       the size of each text buffer in characters, the terminator included; 0 writes no text.
+ * pnThresholds  receives the threshold in force when the alert was raised (percent; MB/s for a disk).
+ * pnValues      receives the average that reached it, in the same unit.
+ * nMaxCount     the number of alerts wanted, at least 1.
+ *
+ * Returns the number of records stored, 0 to nMaxCount + 1. 0 also stands for a null array, an nMaxCount below 1, no
+ * stored alert, and a store that could not be read or rewritten; then nothing is lost and the log tells why.
+ *
+ * The store is shared with other processes under a named mutex, for which the call waits up to 60 seconds.
+ */
+VARNEX_API int GetAlertRecord(int* pnAlertTypes, wchar_t** ppwszTexts, unsigned int cchText, int* pnThresholds,
+                              int* pnValues, int nMaxCount);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

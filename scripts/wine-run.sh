@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Runs one cross-built Windows program under Wine, in the prefix that belongs to this source tree.
+# usage: scripts/wine-run.sh PROGRAM.exe [ARGUMENTS...]
+# WINEPREFIX may name another prefix; it is made at the first use (about 20 seconds).
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+export WINEPREFIX="${WINEPREFIX:-$root/build/wine-prefix}"
+export WINEDEBUG="${WINEDEBUG:--all}"
+# No crash dialog, no .NET or HTML engine to be offered for installation.
+export WINEDLLOVERRIDES="winedbg.exe=d;mscoree=d;mshtml=d;${WINEDLLOVERRIDES:-}"
+
+if [ ! -e "$WINEPREFIX/.varnex-ready" ]; then
+  mkdir -p "$WINEPREFIX"
+  (
+    flock 9
+    if [ ! -e "$WINEPREFIX/.varnex-ready" ]; then
+      if ! wine wineboot --init >"$WINEPREFIX.log" 2>&1; then
+        echo "wine-run: Wine could not set up its prefix in $WINEPREFIX; its words are in $WINEPREFIX.log" >&2
+        exit 1
+      fi
+      touch "$WINEPREFIX/.varnex-ready"
+    fi
+  ) 9>"$WINEPREFIX.lock"
+fi
+
+exec wine "$@"
