@@ -1,0 +1,250 @@
+#include "config/XmlConfig.h"
+
+#include "common/BoundedText.h"
+#include "config/ConfigFile.h"
+#include "config/XmlDocument.h"
+#include "diag/SPLogger.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <string>
+
+namespace varnex
+{
+
+namespace
+{
+
+constexpr wchar_t LOG_LEVEL_PATH[] = L"KPMConfiguration/VarnexLog/Level";
+constexpr int ALERT_TYPES = 4;
+constexpr unsigned CONF_TYPES = 4;
+
+// Rows by alert type, columns by configuration type.
+constexpr const wchar_t* POLICY_NAMES[ALERT_TYPES][CONF_TYPES] = {
+    {L"CPUInterval", L"CPUThreshold", L"CPUSamplingAmount", L"CPUMaxAlertNum"},
+    {L"MemoryInterval", L"MemoryThreshold", L"MemorySamplingAmount", L"MemoryMaxAlertNum"},
+    {L"DiskInterval", L"DiskThreshold", L"DiskSamplingAmount", L"DiskMaxAlertNum"},
+    {L"NetworkInterval", L"NetworkThreshold", L"NetworkSamplingAmount", L"NetworkMaxAlertNum"},
+};
+
+// Opens the file for the two readers of numbers, which share their messages word for word.
+bool OpenForNumber(XmlDocument& document)
+{
+    const wchar_t* const pwszFile = ConfigFilePath();
+    if (!ConfigFileExists())
+    {
+        Log()->Level1W(L"GetAlertConfValue -- input file(%s) doesn't exist, exit...", pwszFile);
+        return false;
+    }
+    const HRESULT nResult = document.Create();
+    if (FAILED(nResult))
+    {
+        Log()->Level1W(L"GetAlertConfValue -- DocumentPtr CreateInstance failed(0x%08x), XMLfile(%s)", nResult,
+                       pwszFile);
+        return false;
+    }
+    if (!document.Load(pwszFile))
+    {
+        Log()->Level1W(L"GetAlertConfValue -- DocumentPtr load file(%s) failed(0x%08x)", pwszFile, 0);
+        return false;
+    }
+    return true;
+}
+
+// Why the node operations stop before they have a document; 0 to go on.
+struct NodeOperationTexts
+{
+    const wchar_t* pwszBadArguments;
+    const wchar_t* pwszNoFile;
+    const wchar_t* pwszNotCreated;
+    const wchar_t* pwszNotLoaded;
+};
+
+constexpr NodeOperationTexts GET_TEXTS = {
+    L"GetXMLNodeValue -- checking parameters fail, pwszXMLFilePath(%p), wszNodePath(%p), pwszNodeValue(%p)",
+    L"GetXMLNodeValue -- XML file(%s) doesn't exist, exit...\n",
+    L"GetXMLNodeValue -- DocumentPtr CreateInstance failed(0x%08x)",
+    L"GetXMLNodeValue -- fail to load XML file(%s)(0x%08x).",
+};
+
+constexpr NodeOperationTexts SET_TEXTS = {
+    L"SetXMLNodeValue -- checking parameters fail, pwszXMLFilePath(%p), wszNodePath(%p), pwszNodeValue(%p)",
+    L"SetXMLNodeValue -- XML file(%s) doesn't exist, exit...\n",
+    L"SetXMLNodeValue -- DocumentPtr CreateInstance failed(0x%08x)",
+    L"SetXMLNodeValue -- fail to load XML file(%s)(0x%08x).",
+};
+
+// Some document objects crash on such a path, so it never reaches one.
+bool HasEmptyStep(const std::wstring& path)
+{
+    return path.empty() || path.front() == L'/' || path.back() == L'/' || path.find(L"//") != std::wstring::npos;
+}
+
+// Loads the file for a node operation. bLoaded tells a file that loads from one that does not; the result is what the
+// operation returns when there is no document at all.
+int OpenForNode(const NodeOperationTexts& texts, const wchar_t* pwszNodePath, const wchar_t* pwszValue,
+                XmlDocument& document, bool& bLoaded)
+{
+    const wchar_t* const pwszFile = ConfigFilePath();
+    if (pwszNodePath == nullptr || pwszValue == nullptr)
+    {
+        Log()->Level1W(texts.pwszBadArguments, pwszFile, pwszNodePath, pwszValue);
+        return XML_FAILED;
+    }
+    if (HasEmptyStep(pwszNodePath))
+    {
+        return E_INVALIDARG;
+    }
+    if (!ConfigFileExists())
+    {
+        Log()->Level1W(texts.pwszNoFile, pwszFile);
+        return XML_FAILED;
+    }
+    const HRESULT nResult = document.Create();
+    if (FAILED(nResult))
+    {
+        Log()->Level1W(texts.pwszNotCreated, nResult);
+        return nResult;
+    }
+    bLoaded = document.Load(pwszFile);
+    if (!bLoaded)
+    {
+        Log()->Level4W(texts.pwszNotLoaded, pwszFile, 0);
+    }
+    return 0;
+}
+
+// Finds the node at the end of a path, and makes each node on the way that is missing.
+HRESULT FindOrMakeNode(XmlDocument& document, const std::wstring& path, ComPtr<IXMLDOMNode>& node)
+{
+    ComPtr<IXMLDOMNode> parent;
+    for (std::size_t nBegin = 0; nBegin < path.size();)
+    {
+        const std::size_t nEnd = std::min(path.find(L'/', nBegin), path.size());
+        const std::wstring pathSoFar = path.substr(0, nEnd);
+        HRESULT nResult = document.Find(pathSoFar.c_str(), node);
+        if (SUCCEEDED(nResult) && !node)
+        {
+            nResult = document.AppendElement(parent.Get(), path.substr(nBegin, nEnd - nBegin).c_str(), node);
+        }
+        if (FAILED(nResult) || !node)
+        {
+            Log()->Level1W(L"SetXMLNodeValue -- create root node(%s) fail.", pathSoFar.c_str());
+            return FAILED(nResult) ? nResult : E_FAIL;
+        }
+        parent = node;
+        nBegin = nEnd + 1;
+    }
+    return S_OK;
+}
+
+} // namespace
+
+int GetAlertConfValue(int nAlertType, unsigned confType)
+{
+    if (nAlertType < 1 || nAlertType > ALERT_TYPES || confType < 1 || confType > CONF_TYPES)
+    {
+        Log()->Level1W(L"GetAlertConfValue -- checking parameters failed, nAlertType(%d), nConfType(%d)", nAlertType,
+                       confType);
+        return XML_FAILED;
+    }
+    XmlDocument document;
+    if (!OpenForNumber(document))
+    {
+        return XML_FAILED;
+    }
+    wchar_t wszNodePath[260];
+    FormatTextW(wszNodePath, L"%s/%s/%s", L"KPMConfiguration", L"PkiAlert", POLICY_NAMES[nAlertType - 1][confType - 1]);
+    ComPtr<IXMLDOMNode> node;
+    if (FAILED(document.Find(wszNodePath, node)) || !node)
+    {
+        Log()->Level1W(L"GetAlertConfValue -- Not found matching node(%s), XMLfile(%s)", wszNodePath,
+                       ConfigFilePath());
+        return XML_FAILED;
+    }
+    UniqueBstr text;
+    if (FAILED(XmlDocument::GetText(*node.Get(), text)))
+    {
+        return XML_FAILED;
+    }
+    wchar_t wszValue[256];
+    CopyTextW(wszValue, text.Text());
+    return _wtoi(wszValue);
+}
+
+int GetLogLevel(int* pnLevel)
+{
+    if (pnLevel == nullptr)
+    {
+        Log()->Level1W(L"GetLogLevel -- checking parameters failed, pnLogLevel(%d)", 0);
+        return XML_FAILED;
+    }
+    XmlDocument document;
+    ComPtr<IXMLDOMNode> node;
+    UniqueBstr text;
+    if (!OpenForNumber(document) || FAILED(document.Find(LOG_LEVEL_PATH, node)) || !node ||
+        FAILED(XmlDocument::GetText(*node.Get(), text)))
+    {
+        return XML_FAILED;
+    }
+    *pnLevel = _wtoi(text.Text());
+    return 0;
+}
+
+int GetXMLNodeValue(const wchar_t*, const wchar_t* pwszNodePath, wchar_t* pwszValue, std::size_t cchValue)
+{
+    XmlDocument document;
+    bool bLoaded = false;
+    const int nOpened = OpenForNode(GET_TEXTS, pwszNodePath, pwszValue, document, bLoaded);
+    if (nOpened != 0 || !bLoaded)
+    {
+        return nOpened; // 0 for a file that does not load: callers see their empty buffer
+    }
+    ComPtr<IXMLDOMNode> node;
+    HRESULT nResult = document.Find(pwszNodePath, node);
+    if (SUCCEEDED(nResult) && !node)
+    {
+        return XML_NODE_NOT_FOUND;
+    }
+    UniqueBstr text;
+    if (SUCCEEDED(nResult))
+    {
+        nResult = XmlDocument::GetText(*node.Get(), text);
+    }
+    if (FAILED(nResult))
+    {
+        return nResult;
+    }
+    CopyTextW(pwszValue, cchValue, text.Text());
+    return 0;
+}
+
+int SetXMLNodeValue(const wchar_t*, const wchar_t* pwszNodePath, const wchar_t* pwszValue)
+{
+    XmlDocument document;
+    bool bLoaded = false;
+    const int nOpened = OpenForNode(SET_TEXTS, pwszNodePath, pwszValue, document, bLoaded);
+    if (nOpened != 0 || !bLoaded)
+    {
+        return nOpened != 0 ? nOpened : XML_FAILED;
+    }
+    ComPtr<IXMLDOMNode> node;
+    HRESULT nResult = FindOrMakeNode(document, pwszNodePath, node);
+    if (SUCCEEDED(nResult))
+    {
+        nResult = XmlDocument::SetText(*node.Get(), pwszValue);
+    }
+    if (FAILED(nResult))
+    {
+        return nResult;
+    }
+    nResult = document.Save(ConfigFilePath());
+    if (FAILED(nResult))
+    {
+        Log()->Level1W(L"SetXMLNodeValue -- DocumentPtr save to file(%s) fail(0x%08x)", ConfigFilePath(), nResult);
+        return nResult;
+    }
+    return 0;
+}
+
+} // namespace varnex

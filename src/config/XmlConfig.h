@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+
+namespace varnex
+{
+
+// Access to the nodes of KpmCfg.xml through the system's XML document object model. Every operation loads the file
+// afresh; nothing is cached. The calling thread must have initialised COM. Any thread; no lock is taken.
+
+// The node operations' results besides 0 and the failing HRESULT of the document.
+constexpr int XML_FAILED = -1;         // bad argument, no file, or (writing) a file that does not load
+constexpr int XML_NODE_NOT_FOUND = 100;
+
+// The policy value asked of GetAlertConfValue.
+enum class ConfType : unsigned
+{
+    Interval = 1,
+    Threshold = 2,
+    SamplingAmount = 3,
+    MaxAlertNum = 4,
+};
+
+// One alert policy value, as the integer that its node's text begins with (0 for a text that is none).
+// nAlertType: 1 CPU, 2 memory, 3 disk, 4 network. confType: see ConfType. Returns -1 on any failure.
+int GetAlertConfValue(int nAlertType, unsigned confType);
+
+// The configured log level, whatever its value, into *pnLevel. Returns 0, or -1 with *pnLevel untouched.
+int GetLogLevel(int* pnLevel);
+
+// Copies a node's text, cut to cchValue characters with its terminator.
+// pwszFilePath: not used; the file is always KpmCfg.xml. pwszNodePath: steps from the document's root, by slashes.
+// Returns 0; XML_NODE_NOT_FOUND; XML_FAILED for a null path or value and for a missing file; E_INVALIDARG for a path
+// with an empty step; or the document's failing HRESULT.
+// A file that does not load gives 0 and leaves the buffer alone: callers clear it first and see an empty value.
+int GetXMLNodeValue(const wchar_t* pwszFilePath, const wchar_t* pwszNodePath, wchar_t* pwszValue,
+                    std::size_t cchValue);
+
+// Sets a node's text, makes the nodes of the path that are missing, and saves. At every instant the file is the old
+// one or the new one, whole, unless another program keeps the file open for longer than a second.
+// Returns 0; XML_FAILED for null arguments, a missing file and one that does not load; E_INVALIDARG for a path with
+// an empty step; or the document's failing HRESULT.
+int SetXMLNodeValue(const wchar_t* pwszFilePath, const wchar_t* pwszNodePath, const wchar_t* pwszValue);
+
+} // namespace varnex

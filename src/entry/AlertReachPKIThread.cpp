@@ -1,0 +1,150 @@
+#include "entry/AlertReachPKIThread.h"
+
+#include "common/Locks.h"
+#include "diag/ExceptionBarrier.h"
+
+namespace varnex
+{
+
+CAlertReachPKIThread::CAlertReachPKIThread() noexcept
+{
+    InitializeCriticalSection(&m_csLock);
+    const CriticalSectionHold hold(m_csLock);
+    m_bRunning = 1;
+    m_nInterval = 0;
+    m_nThreshold = 0;
+    m_nSamplingAmount = 0;
+    m_nMaxAlertNum = 0;
+}
+
+int CAlertReachPKIThread::ReadLocked(const int& nField) const noexcept
+{
+    const CriticalSectionHold hold(m_csLock);
+    return nField;
+}
+
+void CAlertReachPKIThread::WriteLocked(int& nField, int nValue) noexcept
+{
+    const CriticalSectionHold hold(m_csLock);
+    nField = nValue;
+}
+
+bool CAlertReachPKIThread::IsRunning() const noexcept
+{
+    return ReadLocked(m_bRunning) != 0;
+}
+
+int CAlertReachPKIThread::GetInterval() const noexcept
+{
+    return ReadLocked(m_nInterval);
+}
+
+int CAlertReachPKIThread::GetThreshold() const noexcept
+{
+    return ReadLocked(m_nThreshold);
+}
+
+int CAlertReachPKIThread::GetSamplingAmount() const noexcept
+{
+    return ReadLocked(m_nSamplingAmount);
+}
+
+int CAlertReachPKIThread::GetMaxAlertNum() const noexcept
+{
+    return ReadLocked(m_nMaxAlertNum);
+}
+
+void CAlertReachPKIThread::SetInterval(int nSeconds) noexcept
+{
+    WriteLocked(m_nInterval, nSeconds);
+}
+
+void CAlertReachPKIThread::SetThreshold(int nThreshold) noexcept
+{
+    WriteLocked(m_nThreshold, nThreshold);
+}
+
+void CAlertReachPKIThread::SetSamplingAmount(int nAmount) noexcept
+{
+    WriteLocked(m_nSamplingAmount, nAmount);
+}
+
+void CAlertReachPKIThread::SetMaxAlertNum(int nCount) noexcept
+{
+    WriteLocked(m_nMaxAlertNum, nCount);
+}
+
+void CAlertReachPKIThread::RequestStop() noexcept
+{
+    WriteLocked(m_bRunning, 0);
+    m_hThread.Reset();
+}
+
+bool CAlertReachPKIThread::StartThread() noexcept
+{
+    DWORD dwThreadId;
+    const HANDLE hThread = CreateThread(nullptr, 0, AlertReachThreadProc, this, CREATE_SUSPENDED, &dwThreadId);
+    m_hThread.Reset(hThread);
+    if (hThread == nullptr)
+    {
+        return false;
+    }
+    SetThreadPriority(hThread, THREAD_PRIORITY_ABOVE_NORMAL);
+    ResumeThread(hThread); // no member is touched behind this
+    return true;
+}
+
+DWORD WINAPI AlertReachThreadProc(LPVOID pWorker) noexcept
+{
+    return StopExceptions("AlertReachThreadProc", DWORD{1},
+                          [pWorker] { return static_cast<CAlertReachPKIThread*>(pWorker)->Run(); });
+}
+
+bool WorkerSlot::IsSet() const noexcept
+{
+    const SlimLockHold hold(m_guard);
+    return m_pWorker != nullptr;
+}
+
+bool WorkerSlot::Publish(CAlertReachPKIThread* pWorker) noexcept
+{
+    const SlimLockHold hold(m_guard);
+    if (m_pWorker != nullptr)
+    {
+        return false;
+    }
+    m_pWorker = pWorker;
+    return true;
+}
+
+bool WorkerSlot::Start(CAlertReachPKIThread* pWorker) noexcept
+{
+    const SlimLockHold hold(m_guard); // a stop must not close the handle between the thread's creation and its resume
+    return pWorker->StartThread();
+}
+
+void WorkerSlot::RequestStop() noexcept
+{
+    const SlimLockHold hold(m_guard);
+    if (m_pWorker != nullptr)
+    {
+        m_pWorker->RequestStop();
+    }
+}
+
+void WorkerSlot::Withdraw(const CAlertReachPKIThread* pWorker) noexcept
+{
+    const SlimLockHold hold(m_guard);
+    if (m_pWorker == pWorker)
+    {
+        m_pWorker = nullptr;
+    }
+}
+
+void WorkerSlot::Clear() noexcept
+{
+    const SlimLockHold hold(m_guard);
+    m_pWorker = nullptr;
+}
+
+} // namespace varnex

@@ -1,0 +1,118 @@
+#pragma once
+
+#include "common/Handles.h"
+#include "diag/SPLogger.h"
+
+#include <windows.h>
+
+namespace varnex
+{
+
+// Base of every worker: the keep-running flag, four policy values, the lock that guards them, and the thread that runs
+// the object. A worker lives in a slot (see WorkerSlot) and frees itself at the end of its Run, each final class by
+// its own type; there is no virtual destructor.
+//
+// The controlling threads and the worker's own thread share the object; each access to the flag or to a policy value
+// takes and releases the lock by itself.
+class CAlertReachPKIThread
+{
+public:
+    CAlertReachPKIThread(const CAlertReachPKIThread&) = delete;
+    CAlertReachPKIThread& operator=(const CAlertReachPKIThread&) = delete;
+
+    // The thread's body. Returns its exit code.
+    virtual DWORD Run() = 0;
+    // Re-reads the policy values from the configuration. Callers ignore the result.
+    virtual int UpdateAlertPolicy() = 0;
+
+    bool IsRunning() const noexcept;
+    int GetInterval() const noexcept;       // seconds between two samples
+    int GetThreshold() const noexcept;      // percent, or MB/s for disks
+    int GetSamplingAmount() const noexcept; // number of newest samples averaged
+    int GetMaxAlertNum() const noexcept;    // alerts per calendar day
+    void SetInterval(int nSeconds) noexcept;
+    void SetThreshold(int nThreshold) noexcept;
+    void SetSamplingAmount(int nAmount) noexcept;
+    void SetMaxAlertNum(int nCount) noexcept;
+
+    // Asks the worker to end and closes the thread's handle; waits for nothing. The caller keeps the object alive: see
+    // WorkerSlot::RequestStop.
+    void RequestStop() noexcept;
+
+    // Creates the thread, above normal priority, and lets it run. False when there is no thread; the object stays as
+    // it is. The object may be gone when this returns.
+    bool StartThread() noexcept;
+
+protected:
+    CAlertReachPKIThread() noexcept;
+    // The critical section is not deleted: every worker that ended leaves one behind, which is accepted.
+    ~CAlertReachPKIThread() = default;
+
+private:
+    int ReadLocked(const int& nField) const noexcept;
+    void WriteLocked(int& nField, int nValue) noexcept;
+
+    int m_bRunning;
+    mutable CRITICAL_SECTION m_csLock;
+    int m_nInterval;
+    int m_nThreshold;
+    int m_nSamplingAmount;
+    int m_nMaxAlertNum;
+    UniqueHandle m_hThread;
+};
+
+// The thread procedure of every worker; its parameter is the CAlertReachPKIThread.
+DWORD WINAPI AlertReachThreadProc(LPVOID pWorker) noexcept;
+
+// The place of one worker in the process: empty, or the worker that runs, is about to end, or failed to start. A guard
+// of its own keeps a stop request away from an object that is being freed.
+class WorkerSlot
+{
+public:
+    constexpr WorkerSlot() noexcept = default;
+    WorkerSlot(const WorkerSlot&) = delete;
+    WorkerSlot& operator=(const WorkerSlot&) = delete;
+
+    bool IsSet() const noexcept;
+    // Takes the worker in. False when there is one already.
+    bool Publish(CAlertReachPKIThread* pWorker) noexcept;
+    // Starts the published worker's thread; see StartThread.
+    bool Start(CAlertReachPKIThread* pWorker) noexcept;
+    // Passes a stop request on to the worker, if there is one.
+    void RequestStop() noexcept;
+    // Empties the slot if this worker is in it. The worker frees itself afterwards, and not before.
+    void Withdraw(const CAlertReachPKIThread* pWorker) noexcept;
+    // Forgets whatever the slot holds.
+    void Clear() noexcept;
+
+private:
+    mutable SRWLOCK m_guard = SRWLOCK_INIT;
+    CAlertReachPKIThread* m_pWorker = nullptr;
+};
+
+// What became of a creation.
+constexpr int WORKER_CREATED = 1;
+constexpr int WORKER_NOT_STARTED = 2; // no thread; the object keeps its slot and counts as existing
+constexpr int WORKER_EXISTS = 3;      // somebody else took the slot first
+
+// Makes a worker of a final class, puts it into its slot and runs it. Throws std::bad_alloc. The texts are log lines.
+template <class Worker>
+int CreateRunningThread(WorkerSlot& slot, const char* pszFailure, const char* pszSuccess)
+{
+    auto* const pWorker = new Worker;
+    if (!slot.Publish(pWorker))
+    {
+        delete pWorker;
+        return WORKER_EXISTS;
+    }
+    // From here on the worker may be gone at any time.
+    if (!slot.Start(pWorker))
+    {
+        Log()->Level1A(pszFailure);
+        return WORKER_NOT_STARTED;
+    }
+    Log()->Level4A(pszSuccess);
+    return WORKER_CREATED;
+}
+
+} // namespace varnex

@@ -1,0 +1,90 @@
+#include "alerting/AlertStore.h"
+#include "common/Com.h"
+#include "common/Handles.h"
+#include "common/ModulePath.h"
+#include "diag/ExceptionBarrier.h"
+#include "diag/SPLogger.h"
+#include "entry/ModuleState.h"
+
+#include <utility>
+
+namespace varnex
+{
+
+namespace
+{
+
+// The one failure of CoInitialize that does not fail the load.
+constexpr HRESULT TOLERATED_COM_FAILURE = static_cast<HRESULT>(0x80010119);
+
+bool g_bAttached = false;
+
+void ConfigureLog(const char* pszModulePath) noexcept
+{
+    char szDirectory[PATH_CHARS];
+    LogDirectoryOf(pszModulePath, szDirectory);
+    Log()->Configure(szDirectory, "Varnex");
+    // Two empty lines in the log mark a load.
+    for (int i = 0; i < 2; ++i)
+    {
+        Log()->RollOverIfNeeded();
+        Log()->WriteSeparator();
+    }
+}
+
+BOOL Attach(HMODULE hModule, const char* pszModulePath) noexcept
+{
+    g_hModule = hModule;
+    ConfigureLog(pszModulePath);
+    for (WorkerSlot& slot : g_aMonitorSlots)
+    {
+        slot.Clear();
+    }
+    const ThreadApartment apartment(TOLERATED_COM_FAILURE);
+    if (!apartment.Usable())
+    {
+        Log()->Level1A("initialize COM interface failed.\n");
+        return FALSE;
+    }
+    PrePKIAlertInf(); // its outcome does not matter to the load
+    g_bAttached = true;
+    return TRUE;
+}
+
+// Stops no thread and waits for none; the host does that before it unloads.
+void Detach(bool bProcessEnds) noexcept
+{
+    if (!g_bAttached)
+    {
+        return; // the system calls here also after an attach that failed, which completed nothing to undo
+    }
+    g_bAttached = false;
+    if (!bProcessEnds) // leaving an apartment may wait for threads, and in a process that ends they are gone
+    {
+        ThreadApartment::Leave();
+    }
+    const UniqueHandle mutex(std::exchange(g_hAlertFileMutex, nullptr));
+}
+
+} // namespace
+
+} // namespace varnex
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE hModule, DWORD dwReason, LPVOID pReserved)
+{
+    return varnex::StopExceptions("DllMain", FALSE, [=]() -> BOOL {
+        char szModulePath[varnex::PATH_CHARS] = "";
+        GetModuleFileNameA(hModule, szModulePath, varnex::PATH_CHARS); // for every reason
+        szModulePath[varnex::PATH_CHARS - 1] = '\0';
+        switch (dwReason)
+        {
+        case DLL_PROCESS_ATTACH:
+            return varnex::Attach(hModule, szModulePath);
+        case DLL_PROCESS_DETACH:
+            varnex::Detach(pReserved != nullptr);
+            return TRUE;
+        default:
+            return TRUE;
+        }
+    });
+}

@@ -1,0 +1,10 @@
+#include "entry/ModuleState.h"
+
+namespace varnex
+{
+
+HMODULE g_hModule = nullptr;
+HANDLE g_hAlertFileMutex = nullptr;
+WorkerSlot g_aMonitorSlots[MONITORS];
+
+} // namespace varnex

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "entry/AlertReachPKIThread.h"
+
+#include <windows.h>
+
+namespace varnex
+{
+
+// Process-wide state; all of it is zero at load, before any code runs.
+
+// The module's own handle, set at process attach.
+extern HMODULE g_hModule;
+
+// The named mutex of the alert file; null when it could not be made. Made at attach, closed at detach.
+extern HANDLE g_hAlertFileMutex;
+
+// The four alert monitors, side by side in the order of their alert types: a type less one is the index.
+constexpr int MONITORS = 4;
+extern WorkerSlot g_aMonitorSlots[MONITORS];
+
+inline WorkerSlot& g_pMonCPUThread = g_aMonitorSlots[0];
+inline WorkerSlot& g_pMonMemThread = g_aMonitorSlots[1];
+inline WorkerSlot& g_pMonDiskThread = g_aMonitorSlots[2];
+inline WorkerSlot& g_pMonNetworkThread = g_aMonitorSlots[3];
+
+} // namespace varnex
