@@ -1,0 +1,52 @@
+#pragma once
+
+#include "common/Handles.h"
+
+#include <array>
+#include <cstddef>
+
+namespace varnex
+{
+
+// Reads a text file line by line as a text-mode stream does (CR LF becomes LF), but takes a byte 0x1A as data, and
+// knows where in the file it stands.
+class LineReader
+{
+public:
+    explicit LineReader(HANDLE hFile) noexcept : m_hFile(hFile)
+    {
+    }
+
+    // The next line with its "\n", at most cchLine - 1 characters of it, or an empty text at the end of the file or
+    // when it cannot be read.
+    void ReadLine(char* pszLine, std::size_t cchLine) noexcept;
+
+    bool AtEnd() noexcept;
+    // The system error of a read that failed, else ERROR_SUCCESS.
+    DWORD Error() const noexcept
+    {
+        return m_dwError;
+    }
+
+    // Copies all that is left, unchanged, to another file. ERROR_SUCCESS or the system error.
+    DWORD CopyRestTo(HANDLE hTarget) noexcept;
+
+private:
+    int Peek(std::size_t nAhead) noexcept;
+    bool Fill() noexcept;
+
+    HANDLE m_hFile;
+    std::array<char, 16384> m_buffer;
+    std::size_t m_nNext = 0;
+    std::size_t m_nFilled = 0;
+    DWORD m_dwError = ERROR_SUCCESS;
+};
+
+// Writes all of it, or gives the system error (ERROR_DISK_FULL for a write that took only a part).
+DWORD WriteWhole(HANDLE hFile, const char* pachData, std::size_t cbData) noexcept;
+
+// What a file needs before the next line, so that a torn last line does not swallow it: an empty text for a file that
+// is empty or ends in a line feed.
+const char* MissingLineEnd(HANDLE hFile) noexcept;
+
+} // namespace varnex
