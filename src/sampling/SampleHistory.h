@@ -1,7 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <vector>
 
 namespace varnex
 {
@@ -21,9 +22,10 @@ public:
     // Drops the oldest samples until at most nAmount are left.
     void TrimTo(int nAmount) noexcept
     {
-        while (m_samples.size() > static_cast<std::uint32_t>(nAmount))
+        const auto nKept = std::size_t{static_cast<std::uint32_t>(nAmount)};
+        if (m_samples.size() > nKept)
         {
-            m_samples.pop_front();
+            m_samples.erase(m_samples.begin(), m_samples.end() - static_cast<std::ptrdiff_t>(nKept));
         }
     }
     bool HoldsAtLeast(int nAmount) const noexcept
@@ -34,10 +36,10 @@ public:
     {
         if (!m_samples.empty())
         {
-            m_samples.pop_front();
+            m_samples.erase(m_samples.begin());
         }
     }
-    const std::deque<std::uint32_t>& Samples() const noexcept
+    const std::vector<std::uint32_t>& Samples() const noexcept
     {
         return m_samples;
     }
@@ -72,7 +74,7 @@ private:
         return nAmount == 0 ? 0 : static_cast<int>(std::int64_t{static_cast<std::int32_t>(nSum)} / nAmount);
     }
 
-    std::deque<std::uint32_t> m_samples;
+    std::vector<std::uint32_t> m_samples;
 };
 
 } // namespace varnex
