@@ -16,7 +16,7 @@ namespace
 
 constexpr AlertPolicy POLICY = {ALERT_TYPE_CPU, L"CMonCPUThread", 90, 85, 5, 5};
 
-class CpuWatch
+class CpuWatch : public MonitorWatch
 {
 public:
     explicit CpuWatch(const CMonCPUThread& monitor) noexcept : m_monitor(monitor)

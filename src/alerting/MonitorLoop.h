@@ -54,9 +54,20 @@ bool EnterMonitorApartment(const wchar_t* pwszFailure) noexcept;
 // maximum.
 void BeginMonitor(CAlertReachPKIThread& monitor, const wchar_t* pwszBegin) noexcept;
 
-// Cycles until the monitor is asked to stop. An exception in a cycle is logged, and the cycle goes to its wait.
+// What a watch does not say otherwise. A watch has besides: void Cycle(), one pass of sampling and judging.
+class MonitorWatch
+{
+public:
+    // After each wait; false ends the monitor.
+    bool AfterWait() noexcept
+    {
+        return true;
+    }
+};
+
+// Cycles until the monitor is asked to stop or its watch ends it. An exception is logged, and the monitor goes on.
 template <class Watch>
-void RunCycles(CAlertReachPKIThread& monitor, Watch& watch, const char* pszMonitor)
+void RunCycles(CAlertReachPKIThread& monitor, Watch& watch, const char* pszMonitor) noexcept
 {
     while (monitor.IsRunning())
     {
@@ -66,16 +77,27 @@ void RunCycles(CAlertReachPKIThread& monitor, Watch& watch, const char* pszMonit
             return true;
         });
         WaitInterval(monitor);
+        if (!StopExceptions(pszMonitor, true, [&watch] { return watch.AfterWait(); }))
+        {
+            return;
+        }
     }
 }
 
-// Frees the monitor, empties its slot and says so; COM comes last. Also where CoInitialize was refused with the
-// tolerated status, and COM is then uninitialised once too often: it has always been so.
+// Empties the monitor's slot and frees the monitor, its thread handle with it. Only then can the next one start.
 template <class Monitor>
-void EndMonitor(Monitor* pMonitor, WorkerSlot& slot, const char* pszEnd) noexcept
+void ReleaseMonitor(Monitor* pMonitor, WorkerSlot& slot) noexcept
 {
     slot.Withdraw(pMonitor);
     delete pMonitor;
+}
+
+// The end of a monitor: released, said so, COM last. Also where CoInitialize was refused with the tolerated status, and
+// COM is then uninitialised once too often: it has always been so.
+template <class Monitor>
+void EndMonitor(Monitor* pMonitor, WorkerSlot& slot, const char* pszEnd) noexcept
+{
+    ReleaseMonitor(pMonitor, slot);
     Log()->Level4A(pszEnd);
     ThreadApartment::Leave();
 }

@@ -1,4 +1,7 @@
 #include "alerting/MonCPUThread.h"
+#include "alerting/MonDiskThread.h"
+#include "alerting/MonMemThread.h"
+#include "alerting/MonNetworkThread.h"
 #include "diag/ExceptionBarrier.h"
 #include "diag/SPLogger.h"
 #include "entry/ModuleState.h"
@@ -14,7 +17,7 @@ namespace
 struct MonitorControl
 {
     WorkerSlot& slot;
-    int (*pfnCreate)(WorkerSlot& slot, const char* pszFailure, const char* pszSuccess); // null: not built yet
+    int (*pfnCreate)(WorkerSlot& slot, const char* pszFailure, const char* pszSuccess);
     const char* pszStart;
     const char* pszExists;
     const char* pszStop;
@@ -28,16 +31,16 @@ const MonitorControl MONITOR_CONTROLS[MONITORS] = {
      "StartWorkingThread -- CPU Monitor thread has exist. exist...",
      "StopWorkingThread -- should stop monitor CPU thread...",
      "StartWorkingThread -- MonCPUThread CreateRunningThread Error!", "Create Monitor CPU Thread Successfully!"},
-    {g_pMonMemThread, nullptr, "StartWorkingThread -- Start Available Memory Monitor thread...",
+    {g_pMonMemThread, CreateRunningThread<CMonMemThread>, "StartWorkingThread -- Start Available Memory Monitor thread...",
      "StartWorkingThread -- Available Memory Monitor thread has exist. exist...",
      "StopWorkingThread -- should stop monitor available memory thread...",
      "StartWorkingThread -- CMonMemThread CreateRunningThread Error!", "Create Monitor Memory Thread Successfully!"},
-    {g_pMonDiskThread, nullptr, "StartWorkingThread -- Start Physical disk throughput Monitor thread...",
+    {g_pMonDiskThread, CreateRunningThread<CMonDiskThread>, "StartWorkingThread -- Start Physical disk throughput Monitor thread...",
      "StartWorkingThread -- Physical disk throughput Monitor thread has exist. exist...",
      "StopWorkingThread -- should stop monitor physical disk throughput thread...",
      "StartWorkingThread -- CMonDiskThread CreateRunningThread Error!",
      "Create Monitor physical disk throughput Thread Successfully!"},
-    {g_pMonNetworkThread, nullptr, "StartWorkingThread -- Start Network utilization Monitor thread...",
+    {g_pMonNetworkThread, CreateRunningThread<CMonNetworkThread>, "StartWorkingThread -- Start Network utilization Monitor thread...",
      "StartWorkingThread -- Network utilization Monitor thread has exist. exist...",
      "StopWorkingThread -- should stop monitor network utilization thread...",
      "StartWorkingThread -- CMonNetworkThread CreateRunningThread Error!",
@@ -49,8 +52,7 @@ void StartMonitor(const MonitorControl& control)
 {
     StopExceptions("StartWorkingThread", false, [&control] {
         if (control.slot.IsSet() ||
-            (control.pfnCreate != nullptr &&
-             control.pfnCreate(control.slot, control.pszFailure, control.pszSuccess) == WORKER_EXISTS))
+            control.pfnCreate(control.slot, control.pszFailure, control.pszSuccess) == WORKER_EXISTS)
         {
             Log()->Level1A(control.pszExists);
         }
