@@ -1,0 +1,12 @@
+#include "Commands.h"
+
+namespace varnex::host
+{
+
+void AddCommands(CLI::App& app, CommandChoice& choice)
+{
+    AddWatchCommand(app, choice);
+    AddBurnCommand(app, choice);
+}
+
+} // namespace varnex::host

@@ -1,0 +1,52 @@
+#include "ModuleLibrary.h"
+
+#include "HostError.h"
+#include "LoadError.h"
+
+namespace varnex::host
+{
+
+namespace
+{
+
+UniqueModule LoadModule(const ModuleFiles& files)
+{
+    if (!FileExists(files.module))
+    {
+        throw HostError(L"There is no " + files.module.wstring() + L". Name the module's folder with --module-dir.");
+    }
+    UniqueModule module(LoadLibraryW(files.module.c_str()));
+    if (!module)
+    {
+        throw HostError(LoadErrorText(files, GetLastError()));
+    }
+    return module;
+}
+
+} // namespace
+
+ModuleLibrary::ModuleLibrary(const ModuleFiles& files)
+    : m_path(files.module), m_module(LoadModule(files)), m_pfnStart(Export<decltype(m_pfnStart)>("StartWorkingThread")),
+      m_pfnStop(Export<decltype(m_pfnStop)>("StopWorkingThread")),
+      m_pfnFetch(Export<decltype(m_pfnFetch)>("GetAlertRecord"))
+{
+}
+
+bool ModuleLibrary::Unload()
+{
+    m_module.Reset();
+    return GetModuleHandleW(m_path.c_str()) == nullptr;
+}
+
+void* ModuleLibrary::FindExport(const char* pszName) const
+{
+    const auto pfnExport = GetProcAddress(m_module.Get(), pszName);
+    if (pfnExport == nullptr)
+    {
+        throw HostError(m_path.wstring() + L" does not export " + FromUtf8(pszName) +
+                        L": it is not the Varnex module, or another version of it.");
+    }
+    return reinterpret_cast<void*>(pfnExport);
+}
+
+} // namespace varnex::host
