@@ -74,8 +74,7 @@ public:
     }
 
 private:
-    template <class Signature>
-    friend struct ScriptCall;
+    friend class ScriptRun;
     friend struct CallRouter;
     using AnyScript = std::shared_ptr<void>;
 
@@ -84,6 +83,7 @@ private:
     }
     bool TakesFailure() noexcept;
     AnyScript Script() noexcept;
+    void* Route() noexcept;
     void SetScript(AnyScript script, void* pDispatcher) noexcept;
 
     void* const m_pCode;
@@ -113,23 +113,25 @@ std::vector<std::string> TakeScriptTroubles();
 // The gate through which this thread has just come. Keeps the last error.
 CallGate& TakeEnteredGate() noexcept;
 
-// Inside a script: unscripted, and the last error that the script leaves is the one that the caller sees.
+// One run of a script: holds the script, keeps the thread unscripted meanwhile, and lets the caller see the last error
+// that the script leaves, whatever its own end does.
 class ScriptRun
 {
 public:
-    ScriptRun() noexcept = default;
+    explicit ScriptRun(CallGate& gate) noexcept;
     ~ScriptRun();
     ScriptRun(const ScriptRun&) = delete;
     ScriptRun& operator=(const ScriptRun&) = delete;
-    void KeepLastError() noexcept
+
+    // Null when the script was taken away at this very moment.
+    void* Script() const noexcept
     {
-        m_dwLastError = GetLastError();
-        m_bKeeps = true;
+        return m_script.get();
     }
 
 private:
-    DWORD m_dwLastError = 0;
-    bool m_bKeeps = false;
+    bool m_bWasUnscripted;
+    std::shared_ptr<void> m_script;
 };
 
 template <class Signature>
@@ -144,14 +146,12 @@ struct ScriptCall<Result(Arguments...)>
     static Result Dispatch(Arguments... arguments)
     {
         CallGate& gate = TakeEnteredGate();
-        const ScriptRun run;
-        const UnscriptedScope unscripted;
-        const auto script = std::static_pointer_cast<Function>(gate.Script());
-        if (script == nullptr)
+        const ScriptRun run(gate);
+        if (run.Script() == nullptr)
         {
             return reinterpret_cast<Result (*)(Arguments...)>(gate.Original())(arguments...);
         }
-        return Answer(*script, arguments...);
+        return Answer(*static_cast<const Function*>(run.Script()), arguments...);
     }
 
 private:

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "common/Handles.h"
+#include "support/TestFiles.h"
 
 #include <windows.h>
 
@@ -57,8 +58,5 @@ private:
     DWORD m_dwId = 0;
     std::wstring m_outputFile;
 };
-
-// The path of the running test program.
-std::wstring OwnProgramPath();
 
 } // namespace varnex::test

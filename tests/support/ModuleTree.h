@@ -1,6 +1,7 @@
 #pragma once
 
 #include "support/ConfigBuilder.h"
+#include "support/TestFiles.h"
 
 #include <optional>
 #include <string>
@@ -54,13 +55,5 @@ public:
 private:
     std::wstring m_root;
 };
-
-// A file's bytes; empty when it cannot be read.
-std::string ReadFileBytes(const std::wstring& path);
-// Creates or replaces a file; fails the test when that cannot be done.
-void WriteFileBytes(const std::wstring& path, const std::string& bytes);
-bool FileExists(const std::wstring& path);
-// The directory of the test program, without a backslash at the end.
-std::wstring ProgramDirectory();
 
 } // namespace varnex::test

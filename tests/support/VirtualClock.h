@@ -96,6 +96,7 @@ public:
 
 private:
     void FailIfBroken();
+    ULONGLONG NextDueMs() const;
 
     std::shared_ptr<ClockCore> m_core;
     RestoredImports m_imports;

@@ -1,0 +1,114 @@
+#include "support/ProcessMeter.h"
+
+#include "common/Handles.h"
+#include "support/ScriptScope.h"
+
+#include <catch2/catch.hpp>
+
+#include <windows.h>
+
+#include <psapi.h>
+#include <tlhelp32.h>
+
+#include <vector>
+
+namespace varnex::test
+{
+
+namespace
+{
+
+// The system's table of all open handles, as NtQuerySystemInformation gives it.
+constexpr int g_nExtendedHandleInformation = 64;
+constexpr LONG g_nLengthMismatch = static_cast<LONG>(0xC0000004);
+
+struct HandleEntry
+{
+    void* pObject;
+    ULONG_PTR nProcessId;
+    ULONG_PTR nHandle;
+    ULONG nGrantedAccess;
+    USHORT nCreatorBackTraceIndex;
+    USHORT nObjectTypeIndex;
+    ULONG nAttributes;
+    ULONG nReserved;
+};
+
+struct HandleTable
+{
+    ULONG_PTR nHandles;
+    ULONG_PTR nReserved;
+    HandleEntry entries[1];
+};
+
+using QuerySystemInformation = LONG(NTAPI*)(int, void*, ULONG, ULONG*);
+
+QuerySystemInformation FindQuery()
+{
+    const FARPROC pfnFound = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation");
+    REQUIRE(pfnFound != nullptr);
+    return reinterpret_cast<QuerySystemInformation>(reinterpret_cast<void*>(pfnFound));
+}
+
+std::vector<char> ReadHandleTable()
+{
+    const QuerySystemInformation pfnQuery = FindQuery();
+    std::vector<char> buffer(1 << 16);
+    for (;;)
+    {
+        const LONG nStatus = pfnQuery(g_nExtendedHandleInformation, buffer.data(), static_cast<ULONG>(buffer.size()),
+                                      nullptr);
+        if (nStatus != g_nLengthMismatch)
+        {
+            REQUIRE(nStatus == 0);
+            return buffer;
+        }
+        buffer.resize(buffer.size() * 2);
+    }
+}
+
+} // namespace
+
+std::size_t CountHandles()
+{
+    const UnscriptedScope unscripted;
+    const std::vector<char> buffer = ReadHandleTable();
+    const auto* pTable = reinterpret_cast<const HandleTable*>(buffer.data());
+    std::size_t nOwn = 0;
+    for (ULONG_PTR nEntry = 0; nEntry < pTable->nHandles; ++nEntry)
+    {
+        nOwn += pTable->entries[nEntry].nProcessId == GetCurrentProcessId() ? 1 : 0;
+    }
+    REQUIRE(nOwn != 0);
+    return nOwn;
+}
+
+std::size_t CountThreads()
+{
+    const UnscriptedScope unscripted;
+    const UniqueFile snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+    REQUIRE(snapshot);
+    THREADENTRY32 entry;
+    entry.dwSize = sizeof(entry);
+    std::size_t nOwn = 0;
+    for (BOOL bFound = Thread32First(snapshot.Get(), &entry); bFound != FALSE;
+         bFound = Thread32Next(snapshot.Get(), &entry))
+    {
+        nOwn += entry.th32OwnerProcessID == GetCurrentProcessId() ? 1 : 0;
+    }
+    REQUIRE(nOwn != 0);
+    return nOwn;
+}
+
+std::size_t PrivateBytes()
+{
+    const UnscriptedScope unscripted;
+    PROCESS_MEMORY_COUNTERS_EX counters{};
+    counters.cb = sizeof(counters);
+    REQUIRE(GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters),
+                                 sizeof(counters)) != FALSE);
+    REQUIRE(counters.PrivateUsage != 0);
+    return counters.PrivateUsage;
+}
+
+} // namespace varnex::test

@@ -1,0 +1,132 @@
+#include "support/ScriptedMemoryStatus.h"
+
+#include "common/Locks.h"
+
+#include <cstring>
+
+namespace varnex::test
+{
+
+namespace
+{
+
+constexpr unsigned g_nBitsOfMB = 20;
+constexpr ULONGLONG g_ullMBOfUtilization = 10000;
+
+bool IsCleared(const MEMORYSTATUSEX& status)
+{
+    MEMORYSTATUSEX cleared;
+    std::memset(&cleared, 0, sizeof(cleared));
+    cleared.dwLength = status.dwLength;
+    return std::memcmp(&cleared, &status, sizeof(cleared)) == 0;
+}
+
+} // namespace
+
+struct ScriptedMemoryStatus::State
+{
+    SRWLOCK lock = SRWLOCK_INIT;
+    ULONGLONG ullTotalPhysical = g_ullMBOfUtilization << g_nBitsOfMB;
+    ULONGLONG ullAvailablePhysical = g_ullMBOfUtilization << g_nBitsOfMB;
+    ULONGLONG ullTotalPaging = g_ullMBOfUtilization << g_nBitsOfMB;
+    ULONGLONG ullAvailablePaging = g_ullMBOfUtilization << g_nBitsOfMB;
+    bool bFails = false;
+    DWORD dwLastError = 0;
+    ULONGLONG ullReads = 0;
+    ULONGLONG ullBadReads = 0;
+
+    BOOL Read(LPMEMORYSTATUSEX pStatus)
+    {
+        const SlimLockHold hold(lock);
+        ++ullReads;
+        if (pStatus->dwLength != sizeof(*pStatus))
+        {
+            ++ullBadReads;
+            SetLastError(ERROR_INVALID_PARAMETER);
+            return FALSE;
+        }
+        ullBadReads += IsCleared(*pStatus) ? 0 : 1;
+        if (bFails)
+        {
+            SetLastError(dwLastError);
+            return FALSE;
+        }
+        pStatus->dwMemoryLoad = 1; // nobody is to use it
+        pStatus->ullTotalPhys = ullTotalPhysical;
+        pStatus->ullAvailPhys = ullAvailablePhysical;
+        pStatus->ullTotalPageFile = ullTotalPaging;
+        pStatus->ullAvailPageFile = ullAvailablePaging;
+        return TRUE;
+    }
+};
+
+ScriptedMemoryStatus::ScriptedMemoryStatus(ScriptedExports& exports)
+    : m_exports(exports), m_state(std::make_shared<State>())
+{
+    m_exports.Replace<decltype(::GlobalMemoryStatusEx)>(
+        "GlobalMemoryStatusEx", [state = m_state](LPMEMORYSTATUSEX pStatus) { return state->Read(pStatus); });
+}
+
+ScriptedMemoryStatus::~ScriptedMemoryStatus()
+{
+    m_exports.Restore("GlobalMemoryStatusEx");
+}
+
+void ScriptedMemoryStatus::SetUtilization(unsigned nPhysicalPercent, unsigned nPagingPercent)
+{
+    constexpr ULONGLONG ullMBOfPercent = g_ullMBOfUtilization / 100;
+    SetPhysicalMB(g_ullMBOfUtilization, g_ullMBOfUtilization - nPhysicalPercent * ullMBOfPercent);
+    SetPagingMB(g_ullMBOfUtilization, g_ullMBOfUtilization - nPagingPercent * ullMBOfPercent);
+}
+
+void ScriptedMemoryStatus::SetPhysicalMB(ULONGLONG ullTotal, ULONGLONG ullAvailable)
+{
+    SetPhysicalBytes(ullTotal << g_nBitsOfMB, ullAvailable << g_nBitsOfMB);
+}
+
+void ScriptedMemoryStatus::SetPagingMB(ULONGLONG ullTotal, ULONGLONG ullAvailable)
+{
+    SetPagingBytes(ullTotal << g_nBitsOfMB, ullAvailable << g_nBitsOfMB);
+}
+
+void ScriptedMemoryStatus::SetPhysicalBytes(ULONGLONG ullTotal, ULONGLONG ullAvailable)
+{
+    const UnscriptedScope unscripted;
+    const SlimLockHold hold(m_state->lock);
+    m_state->bFails = false;
+    m_state->ullTotalPhysical = ullTotal;
+    m_state->ullAvailablePhysical = ullAvailable;
+}
+
+void ScriptedMemoryStatus::SetPagingBytes(ULONGLONG ullTotal, ULONGLONG ullAvailable)
+{
+    const UnscriptedScope unscripted;
+    const SlimLockHold hold(m_state->lock);
+    m_state->bFails = false;
+    m_state->ullTotalPaging = ullTotal;
+    m_state->ullAvailablePaging = ullAvailable;
+}
+
+void ScriptedMemoryStatus::Fail(DWORD dwLastError)
+{
+    const UnscriptedScope unscripted;
+    const SlimLockHold hold(m_state->lock);
+    m_state->bFails = true;
+    m_state->dwLastError = dwLastError;
+}
+
+ULONGLONG ScriptedMemoryStatus::Reads() const
+{
+    const UnscriptedScope unscripted;
+    const SlimLockHold hold(m_state->lock);
+    return m_state->ullReads;
+}
+
+ULONGLONG ScriptedMemoryStatus::BadReads() const
+{
+    const UnscriptedScope unscripted;
+    const SlimLockHold hold(m_state->lock);
+    return m_state->ullBadReads;
+}
+
+} // namespace varnex::test

@@ -1,0 +1,340 @@
+#include "support/VirtualClock.h"
+
+#include "support/ClockCore.h"
+
+#include <catch2/catch.hpp>
+
+#include <process.h>
+
+#include <algorithm>
+#include <atomic>
+#include <ctime>
+
+namespace varnex::test
+{
+
+namespace
+{
+
+using Core = std::shared_ptr<ClockCore>;
+
+SYSTEMTIME ToSystemTime(const LocalTime& time)
+{
+    SYSTEMTIME system{};
+    system.wYear = time.wYear;
+    system.wMonth = time.wMonth;
+    system.wDay = time.wDay;
+    system.wHour = time.wHour;
+    system.wMinute = time.wMinute;
+    system.wSecond = time.wSecond;
+    return system;
+}
+
+template <class Time>
+Time ReadUnix(const Core& core, Time* pTime)
+{
+    const auto nTime = static_cast<Time>(core->Read([](const VirtualTime& time) { return time.UnixSeconds(); }));
+    if (pTime != nullptr)
+    {
+        *pTime = nTime;
+    }
+    return nTime;
+}
+
+void ScriptSleeps(RestoredImports& imports, const Core& core)
+{
+    imports.TryReplace<decltype(::Sleep)>("Sleep", [core](DWORD dwMilliseconds) { core->Sleep(dwMilliseconds); });
+    imports.TryReplace<decltype(::SleepEx)>("SleepEx", [core](DWORD dwMilliseconds, BOOL) -> DWORD {
+        core->Sleep(dwMilliseconds);
+        return 0;
+    });
+}
+
+void ScriptTicks(RestoredImports& imports, const Core& core)
+{
+    const auto readTick = [](const VirtualTime& time) { return time.Tick(); };
+    imports.TryReplace<decltype(::GetTickCount)>("GetTickCount",
+                                                 [=] { return static_cast<DWORD>(core->Read(readTick)); });
+    imports.TryReplace<decltype(::GetTickCount64)>("GetTickCount64", [=] { return core->Read(readTick); });
+}
+
+void ScriptSystemClocks(RestoredImports& imports, const Core& core)
+{
+    const auto readUtc = [core](LPFILETIME pTime) {
+        *pTime = core->Read([](const VirtualTime& time) { return time.Utc(); });
+    };
+    imports.TryReplace<decltype(::GetSystemTimeAsFileTime)>("GetSystemTimeAsFileTime", readUtc);
+    imports.TryReplace<void(LPFILETIME)>("GetSystemTimePreciseAsFileTime", readUtc);
+    imports.TryReplace<decltype(::GetSystemTime)>("GetSystemTime", [readUtc](LPSYSTEMTIME pTime) {
+        FILETIME utc;
+        readUtc(&utc);
+        FileTimeToSystemTime(&utc, pTime);
+    });
+    imports.TryReplace<decltype(::GetLocalTime)>("GetLocalTime", [core](LPSYSTEMTIME pTime) {
+        *pTime = core->Read([](const VirtualTime& time) { return time.Local(); });
+    });
+}
+
+void ScriptLibraryClocks(RestoredImports& imports, const Core& core)
+{
+    imports.TryReplace<decltype(::_time32)>("_time32", [core](__time32_t* pTime) { return ReadUnix(core, pTime); });
+    imports.TryReplace<decltype(::_time64)>("_time64", [core](__time64_t* pTime) { return ReadUnix(core, pTime); });
+    imports.TryReplace<decltype(::time)>("time", [core](time_t* pTime) { return ReadUnix(core, pTime); });
+}
+
+void ScriptWaits(RestoredImports& imports, const Core& core)
+{
+    const auto wait = [core](HANDLE hObject, DWORD dwMilliseconds) {
+        return core->WaitForObject(hObject, dwMilliseconds);
+    };
+    imports.TryReplace<decltype(::WaitForSingleObject)>("WaitForSingleObject", wait);
+    imports.TryReplace<decltype(::WaitForSingleObjectEx)>(
+        "WaitForSingleObjectEx",
+        [wait](HANDLE hObject, DWORD dwMilliseconds, BOOL) { return wait(hObject, dwMilliseconds); });
+}
+
+void ScriptLocks(RestoredImports& imports, const Core& core)
+{
+    imports.TryReplace<decltype(::EnterCriticalSection)>("EnterCriticalSection", [core](LPCRITICAL_SECTION pSection) {
+        core->Acquire([=] { return TryEnterCriticalSection(pSection) != FALSE; });
+    });
+    imports.TryReplace<decltype(::AcquireSRWLockExclusive)>("AcquireSRWLockExclusive", [core](PSRWLOCK pLock) {
+        core->Acquire([=] { return TryAcquireSRWLockExclusive(pLock) != FALSE; });
+    });
+    imports.TryReplace<decltype(::AcquireSRWLockShared)>("AcquireSRWLockShared", [core](PSRWLOCK pLock) {
+        core->Acquire([=] { return TryAcquireSRWLockShared(pLock) != FALSE; });
+    });
+}
+
+HANDLE CreateWorker(const Core& core, LPSECURITY_ATTRIBUTES pSecurity, SIZE_T cbStack, LPTHREAD_START_ROUTINE pfnBody,
+                    LPVOID pParameter, DWORD dwFlags, LPDWORD pdwThreadId)
+{
+    const auto starter = [=](LPTHREAD_START_ROUTINE pfnWorker, void* pStart) {
+        return CreateThread(pSecurity, cbStack, pfnWorker, pStart, dwFlags, pdwThreadId);
+    };
+    return core->StartWorker([=] { return pfnBody(pParameter); }, (dwFlags & CREATE_SUSPENDED) != 0, starter);
+}
+
+using LibraryThreadBody = unsigned(__stdcall*)(void*);
+
+uintptr_t BeginWorker(const Core& core, void* pSecurity, unsigned cbStack, LibraryThreadBody pfnBody, void* pParameter,
+                      unsigned nFlags, unsigned* pnThreadId)
+{
+    const auto starter = [=](LPTHREAD_START_ROUTINE pfnWorker, void* pStart) {
+        // The two kinds of thread procedure differ in names only.
+        auto pfnLibraryWorker = reinterpret_cast<LibraryThreadBody>(reinterpret_cast<void*>(pfnWorker));
+        return reinterpret_cast<HANDLE>(
+            _beginthreadex(pSecurity, cbStack, pfnLibraryWorker, pStart, nFlags, pnThreadId));
+    };
+    return reinterpret_cast<uintptr_t>(
+        core->StartWorker([=]() -> DWORD { return pfnBody(pParameter); }, (nFlags & CREATE_SUSPENDED) != 0, starter));
+}
+
+void ScriptThreads(RestoredImports& imports, const Core& core)
+{
+    imports.TryReplace<decltype(::CreateThread)>(
+        "CreateThread", [core](LPSECURITY_ATTRIBUTES pSecurity, SIZE_T cbStack, LPTHREAD_START_ROUTINE pfnBody,
+                               LPVOID pParameter, DWORD dwFlags, LPDWORD pdwThreadId) {
+            return CreateWorker(core, pSecurity, cbStack, pfnBody, pParameter, dwFlags, pdwThreadId);
+        });
+    imports.TryReplace<decltype(::_beginthreadex)>(
+        "_beginthreadex", [core](void* pSecurity, unsigned cbStack, LibraryThreadBody pfnBody, void* pParameter,
+                                 unsigned nFlags, unsigned* pnThreadId) {
+            return BeginWorker(core, pSecurity, cbStack, pfnBody, pParameter, nFlags, pnThreadId);
+        });
+    imports.TryReplace<decltype(::ResumeThread)>("ResumeThread",
+                                                 [core](HANDLE hThread) { return core->Resume(hThread); });
+    imports.TryReplace<decltype(::TerminateThread)>("TerminateThread", [core](HANDLE hThread, DWORD dwExitCode) {
+        return core->Terminate(hThread, dwExitCode);
+    });
+}
+
+constexpr ULONGLONG SecondsToMs(ULONGLONG ullSeconds)
+{
+    return ullSeconds * 1000;
+}
+
+} // namespace
+
+VirtualClock::VirtualClock(ImportRedirector& redirector)
+    : m_core(std::make_shared<ClockCore>()), m_imports(redirector)
+{
+    ScriptSleeps(m_imports, m_core);
+    ScriptTicks(m_imports, m_core);
+    ScriptSystemClocks(m_imports, m_core);
+    ScriptLibraryClocks(m_imports, m_core);
+    ScriptWaits(m_imports, m_core);
+    ScriptLocks(m_imports, m_core);
+    ScriptThreads(m_imports, m_core);
+}
+
+VirtualClock::~VirtualClock()
+{
+    const UnscriptedScope unscripted;
+    const std::string trouble = m_core->TakeTrouble();
+    m_core->Close();
+    if (!trouble.empty())
+    {
+        try
+        {
+            FAIL_CHECK(trouble);
+        }
+        catch (...)
+        {
+            // With the option to stop at a failure, Catch throws even here; it has noted the failure before.
+        }
+    }
+}
+
+void VirtualClock::FailIfBroken()
+{
+    const std::string trouble = m_core->TakeTrouble();
+    if (!trouble.empty())
+    {
+        FAIL(trouble);
+    }
+}
+
+void VirtualClock::Set(const LocalTime& time)
+{
+    const UnscriptedScope unscripted;
+    m_core->Change([&](VirtualTime& virtualTime) { virtualTime.SetLocal(ToSystemTime(time)); });
+}
+
+void VirtualClock::SetTickCount(ULONGLONG ullTick)
+{
+    const UnscriptedScope unscripted;
+    m_core->Change([&](VirtualTime& time) { time.SetTick(ullTick); });
+}
+
+LocalTime VirtualClock::Now() const
+{
+    const UnscriptedScope unscripted;
+    const SYSTEMTIME now = m_core->Read([](const VirtualTime& time) { return time.Local(); });
+    return {now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond};
+}
+
+long long VirtualClock::UnixNow() const
+{
+    const UnscriptedScope unscripted;
+    return m_core->Read([](const VirtualTime& time) { return time.UnixSeconds(); });
+}
+
+ULONGLONG VirtualClock::TickCount() const
+{
+    const UnscriptedScope unscripted;
+    return m_core->Read([](const VirtualTime& time) { return time.Tick(); });
+}
+
+ULONGLONG VirtualClock::ElapsedMs() const
+{
+    const UnscriptedScope unscripted;
+    return m_core->ElapsedMs();
+}
+
+void VirtualClock::Advance(unsigned nSeconds)
+{
+    AdvanceMs(SecondsToMs(nSeconds));
+}
+
+void VirtualClock::AdvanceMs(ULONGLONG ullMilliseconds)
+{
+    const UnscriptedScope unscripted;
+    m_core->DriveTo(m_core->ElapsedMs() + ullMilliseconds);
+    FailIfBroken();
+}
+
+void VirtualClock::WaitUntilAllAsleep()
+{
+    AdvanceMs(0);
+}
+
+bool VirtualClock::AdvanceUntil(const std::function<bool()>& condition, unsigned nMaxSeconds)
+{
+    const ULONGLONG ullEndMs = ElapsedMs() + SecondsToMs(nMaxSeconds);
+    WaitUntilAllAsleep();
+    while (!condition())
+    {
+        const ULONGLONG ullNowMs = ElapsedMs();
+        if (ullNowMs >= ullEndMs)
+        {
+            return false;
+        }
+        AdvanceMs(std::min(NextDueMs(), ullEndMs) - ullNowMs);
+    }
+    return true;
+}
+
+ULONGLONG VirtualClock::NextDueMs() const
+{
+    const UnscriptedScope unscripted;
+    return m_core->NextDueMs();
+}
+
+void VirtualClock::AdvanceUntilWorkersEnd(unsigned nMaxSeconds)
+{
+    if (!AdvanceUntil([&] { return Workers() == 0; }, nMaxSeconds))
+    {
+        FAIL(Workers() << " workers still live after " << nMaxSeconds << " s");
+    }
+}
+
+void VirtualClock::RunOnOtherThread(std::function<void()> fn)
+{
+    const UnscriptedScope unscripted;
+    const auto body = [fn = std::move(fn)]() -> DWORD {
+        try
+        {
+            fn();
+        }
+        catch (const std::exception& error)
+        {
+            ReportScriptTrouble(error.what());
+        }
+        return 0;
+    };
+    const HANDLE hThread = m_core->StartWorker(body, false, [](LPTHREAD_START_ROUTINE pfnWorker, void* pStart) {
+        return CreateThread(nullptr, 0, pfnWorker, pStart, 0, nullptr);
+    });
+    REQUIRE(hThread != nullptr);
+    CloseHandle(hThread);
+}
+
+void VirtualClock::RunWhileAdvancing(std::function<void()> fn, unsigned nMaxSeconds)
+{
+    const auto bDone = std::make_shared<std::atomic<bool>>(false);
+    RunOnOtherThread([fn = std::move(fn), bDone] {
+        fn();
+        *bDone = true;
+    });
+    if (!AdvanceUntil([&] { return bDone->load(); }, nMaxSeconds))
+    {
+        FAIL("The function still runs after " << nMaxSeconds << " s");
+    }
+}
+
+std::size_t VirtualClock::Workers() const
+{
+    const UnscriptedScope unscripted;
+    return m_core->Workers();
+}
+
+ULONGLONG VirtualClock::SleepCount(DWORD dwMilliseconds) const
+{
+    const UnscriptedScope unscripted;
+    return m_core->SleepCount(dwMilliseconds);
+}
+
+void VirtualClock::SetGuard(DWORD dwRealMilliseconds)
+{
+    const UnscriptedScope unscripted;
+    m_core->SetGuard(dwRealMilliseconds);
+}
+
+void VirtualClock::Block(HANDLE hEvent)
+{
+    const UnscriptedScope unscripted;
+    m_core->WaitForObject(hEvent, INFINITE);
+}
+
+} // namespace varnex::test
