@@ -91,11 +91,7 @@ CMonCPUThread::CMonCPUThread() noexcept
 int CMonCPUThread::UpdateAlertPolicy()
 {
     ReadAlertPolicy(*this, POLICY);
-    int nLevel = 0;
-    if (GetLogLevel(&nLevel) == 0)
-    {
-        Log()->SetConfiguredLevel(nLevel);
-    }
+    RefreshLogLevel();
     return 0;
 }
 

@@ -86,13 +86,17 @@ private:
     VARIANT m_value;
 };
 
-// One CoInitialize of this thread. It does not end with the scope: each worker says itself when COM is uninitialised,
+// One initialisation of COM on this thread. It does not end with the scope: each worker says itself when COM is uninitialised,
 // and some of its ends leave COM initialised because callers know them so.
 class ThreadApartment
 {
 public:
     // nTolerated: a failure that does not count as one for this thread.
     explicit ThreadApartment(HRESULT nTolerated) noexcept : m_nResult(CoInitialize(nullptr)), m_nTolerated(nTolerated)
+    {
+    }
+    ThreadApartment(HRESULT nTolerated, COINIT model) noexcept
+        : m_nResult(CoInitializeEx(nullptr, model)), m_nTolerated(nTolerated)
     {
     }
 

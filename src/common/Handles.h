@@ -84,6 +84,37 @@ struct LocalBlockTraits
 template <class T>
 using UniqueLocalBlock = UniqueResource<LocalBlockTraits<T>>;
 
+// A view of a section.
+struct ViewTraits
+{
+    using Type = void*;
+    static Type Invalid() noexcept
+    {
+        return nullptr;
+    }
+    static void Close(Type pView) noexcept
+    {
+        const LastErrorKeeper keeper;
+        UnmapViewOfFile(pView);
+    }
+};
+using UniqueView = UniqueResource<ViewTraits>;
+
+struct RegistryKeyTraits
+{
+    using Type = HKEY;
+    static Type Invalid() noexcept
+    {
+        return nullptr;
+    }
+    static void Close(Type hKey) noexcept
+    {
+        const LastErrorKeeper keeper;
+        RegCloseKey(hKey);
+    }
+};
+using UniqueRegistryKey = UniqueResource<RegistryKeyTraits>;
+
 // A mutex to be given back. The wait is the caller's: each mutex of the module has its own rule for a wait that ends
 // in anything but success.
 struct MutexHoldTraits
@@ -102,7 +133,8 @@ struct MutexHoldTraits
 using MutexHold = UniqueResource<MutexHoldTraits>;
 
 static_assert(isMoveOnly<UniqueHandle> && isMoveOnly<UniqueFile> && isMoveOnly<UniqueModule> &&
-              isMoveOnly<UniqueLocalBlock<int>> && isMoveOnly<MutexHold>);
+              isMoveOnly<UniqueLocalBlock<int>> && isMoveOnly<UniqueView> && isMoveOnly<UniqueRegistryKey> &&
+              isMoveOnly<MutexHold>);
 static_assert(!std::is_convertible_v<UniqueHandle, UniqueFile> && !std::is_convertible_v<UniqueFile, UniqueHandle>);
 
 } // namespace varnex

@@ -16,6 +16,8 @@ namespace
 {
 
 constexpr wchar_t LOG_LEVEL_PATH[] = L"KPMConfiguration/VarnexLog/Level";
+// Every element that is written here stands in this namespace; a plain path finds it all the same.
+constexpr wchar_t ELEMENT_NAMESPACE[] = L"KPMAgentInfoProbe_URI";
 constexpr int ALERT_TYPES = 4;
 constexpr unsigned CONF_TYPES = 4;
 
@@ -36,7 +38,7 @@ bool OpenForNumber(XmlDocument& document)
         Log()->Level1W(L"GetAlertConfValue -- input file(%s) doesn't exist, exit...", pwszFile);
         return false;
     }
-    const HRESULT nResult = document.Create();
+    const HRESULT nResult = document.Create(CLSCTX_ALL);
     if (FAILED(nResult))
     {
         Log()->Level1W(L"GetAlertConfValue -- DocumentPtr CreateInstance failed(0x%08x), XMLfile(%s)", nResult,
@@ -100,7 +102,7 @@ int OpenForNode(const NodeOperationTexts& texts, const wchar_t* pwszNodePath, co
         Log()->Level1W(texts.pwszNoFile, pwszFile);
         return XML_FAILED;
     }
-    const HRESULT nResult = document.Create();
+    const HRESULT nResult = document.Create(CLSCTX_ALL);
     if (FAILED(nResult))
     {
         Log()->Level1W(texts.pwszNotCreated, nResult);
@@ -148,7 +150,7 @@ int GetAlertConfValue(int nAlertType, unsigned confType)
                        confType);
         return XML_FAILED;
     }
-    XmlDocument document;
+    XmlDocument document(ELEMENT_NAMESPACE);
     if (!OpenForNumber(document))
     {
         return XML_FAILED;
@@ -179,7 +181,7 @@ int GetLogLevel(int* pnLevel)
         Log()->Level1W(L"GetLogLevel -- checking parameters failed, pnLogLevel(%d)", 0);
         return XML_FAILED;
     }
-    XmlDocument document;
+    XmlDocument document(ELEMENT_NAMESPACE);
     ComPtr<IXMLDOMNode> node;
     UniqueBstr text;
     if (!OpenForNumber(document) || FAILED(document.Find(LOG_LEVEL_PATH, node)) || !node ||
@@ -191,9 +193,18 @@ int GetLogLevel(int* pnLevel)
     return 0;
 }
 
+void RefreshLogLevel()
+{
+    int nLevel = 0;
+    if (GetLogLevel(&nLevel) == 0)
+    {
+        Log()->SetConfiguredLevel(nLevel);
+    }
+}
+
 int GetXMLNodeValue(const wchar_t*, const wchar_t* pwszNodePath, wchar_t* pwszValue, std::size_t cchValue)
 {
-    XmlDocument document;
+    XmlDocument document(ELEMENT_NAMESPACE);
     bool bLoaded = false;
     const int nOpened = OpenForNode(GET_TEXTS, pwszNodePath, pwszValue, document, bLoaded);
     if (nOpened != 0 || !bLoaded)
@@ -221,7 +232,7 @@ int GetXMLNodeValue(const wchar_t*, const wchar_t* pwszNodePath, wchar_t* pwszVa
 
 int SetXMLNodeValue(const wchar_t*, const wchar_t* pwszNodePath, const wchar_t* pwszValue)
 {
-    XmlDocument document;
+    XmlDocument document(ELEMENT_NAMESPACE);
     bool bLoaded = false;
     const int nOpened = OpenForNode(SET_TEXTS, pwszNodePath, pwszValue, document, bLoaded);
     if (nOpened != 0 || !bLoaded)

@@ -28,6 +28,9 @@ int GetAlertConfValue(int nAlertType, unsigned confType);
 // The configured log level, whatever its value, into *pnLevel. Returns 0, or -1 with *pnLevel untouched.
 int GetLogLevel(int* pnLevel);
 
+// Takes the configured level over into the log, if there is one and it is 0 to 4.
+void RefreshLogLevel();
+
 // Copies a node's text, cut to cchValue characters with its terminator.
 // pwszFilePath: not used; the file is always KpmCfg.xml. pwszNodePath: steps from the document's root, by slashes.
 // Returns 0; XML_NODE_NOT_FOUND; XML_FAILED for a null path or value and for a missing file; E_INVALIDARG for a path

@@ -13,9 +13,6 @@ namespace
 constexpr CLSID CLASS_DOM_DOCUMENT = {0x2933BF90, 0x7B36, 0x11D2, {0xB2, 0x0E, 0x00, 0xC0, 0x4F, 0x98, 0x3E, 0x60}};
 constexpr IID INTERFACE_DOM_DOCUMENT = {0x2933BF81, 0x7B36, 0x11D2, {0xB2, 0x0E, 0x00, 0xC0, 0x4F, 0x98, 0x3E, 0x60}};
 
-// Every element that the module makes stands in this namespace; a plain path finds it all the same.
-constexpr wchar_t ELEMENT_NAMESPACE[] = L"KPMAgentInfoProbe_URI";
-
 // A file that is in another process's hands is tried again this often, a second in all.
 constexpr int SHARING_RETRIES = 20;
 constexpr DWORD SHARING_PAUSE_MS = 50;
@@ -64,10 +61,10 @@ DWORD ReplaceFileBy(const wchar_t* pwszPath, const wchar_t* pwszNewPath) noexcep
 
 } // namespace
 
-HRESULT XmlDocument::Create() noexcept
+HRESULT XmlDocument::Create(DWORD dwContext) noexcept
 {
     ComPtr<IUnknown> unknown;
-    HRESULT nResult = CoCreateInstance(CLASS_DOM_DOCUMENT, nullptr, CLSCTX_ALL, IID_IUnknown,
+    HRESULT nResult = CoCreateInstance(CLASS_DOM_DOCUMENT, nullptr, dwContext, IID_IUnknown,
                                        reinterpret_cast<void**>(unknown.ReleaseAndGetAddressOf()));
     if (SUCCEEDED(nResult))
     {
@@ -126,6 +123,20 @@ HRESULT XmlDocument::Find(const wchar_t* pwszNodePath, ComPtr<IXMLDOMNode>& node
     return m_document->selectSingleNode(path.Get(), node.ReleaseAndGetAddressOf());
 }
 
+HRESULT XmlDocument::CreateNode(long nType, const wchar_t* pwszName, ComPtr<IXMLDOMNode>& node) noexcept
+{
+    const UniqueBstr name(pwszName);
+    const UniqueBstr space(m_pwszNamespace);
+    if (!name || !space)
+    {
+        return E_OUTOFMEMORY;
+    }
+    ScopedVariant type;
+    type.SetLong(nType);
+    const HRESULT nResult = m_document->createNode(type.Get(), name.Get(), space.Get(), node.ReleaseAndGetAddressOf());
+    return SUCCEEDED(nResult) && !node ? E_FAIL : nResult;
+}
+
 HRESULT XmlDocument::AppendElement(IXMLDOMNode* pParent, const wchar_t* pwszName, ComPtr<IXMLDOMNode>& node) noexcept
 {
     ComPtr<IXMLDOMElement> root;
@@ -133,22 +144,44 @@ HRESULT XmlDocument::AppendElement(IXMLDOMNode* pParent, const wchar_t* pwszName
     {
         return E_FAIL; // a second document element: not every document object refuses it by itself
     }
-    const UniqueBstr name(pwszName);
-    const UniqueBstr space(ELEMENT_NAMESPACE);
-    if (!name || !space)
-    {
-        return E_OUTOFMEMORY;
-    }
-    ScopedVariant type;
-    type.SetLong(NODE_ELEMENT);
     ComPtr<IXMLDOMNode> element;
-    const HRESULT nResult = m_document->createNode(type.Get(), name.Get(), space.Get(), element.GetAddressOf());
-    if (FAILED(nResult) || !element)
+    const HRESULT nResult = CreateNode(NODE_ELEMENT, pwszName, element);
+    if (FAILED(nResult))
     {
-        return FAILED(nResult) ? nResult : E_FAIL;
+        return nResult;
     }
     IXMLDOMNode* const pTarget = pParent != nullptr ? pParent : m_document.Get();
     return pTarget->appendChild(element.Get(), node.ReleaseAndGetAddressOf());
+}
+
+HRESULT XmlDocument::AddAttribute(IXMLDOMNode& element, const wchar_t* pwszName, const wchar_t* pwszValue) noexcept
+{
+    ComPtr<IXMLDOMNode> attribute;
+    HRESULT nResult = CreateNode(NODE_ATTRIBUTE, pwszName, attribute);
+    if (SUCCEEDED(nResult))
+    {
+        nResult = SetText(*attribute.Get(), pwszValue);
+    }
+    ComPtr<IXMLDOMNamedNodeMap> attributes;
+    if (SUCCEEDED(nResult))
+    {
+        nResult = element.get_attributes(attributes.GetAddressOf());
+    }
+    if (SUCCEEDED(nResult) && !attributes)
+    {
+        nResult = E_FAIL;
+    }
+    if (SUCCEEDED(nResult))
+    {
+        ComPtr<IXMLDOMNode> attached;
+        nResult = attributes->setNamedItem(attribute.Get(), attached.GetAddressOf());
+    }
+    return nResult;
+}
+
+HRESULT XmlDocument::GetXml(UniqueBstr& text) noexcept
+{
+    return m_document->get_xml(text.Receive());
 }
 
 HRESULT XmlDocument::SaveTo(const wchar_t* pwszPath) noexcept

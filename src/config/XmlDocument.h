@@ -12,8 +12,13 @@ namespace varnex
 class XmlDocument
 {
 public:
-    // Makes the document object.
-    HRESULT Create() noexcept;
+    // pwszNamespace: of every element and attribute that is made here; lives as long as the document.
+    explicit XmlDocument(const wchar_t* pwszNamespace) noexcept : m_pwszNamespace(pwszNamespace)
+    {
+    }
+
+    // Makes the document object in a context of CLSCTX_ flags.
+    HRESULT Create(DWORD dwContext) noexcept;
 
     // Loads a file. A file that another process has locked for a moment is tried again for at most a second. False
     // when the file does not load: it is locked still, or malformed.
@@ -25,6 +30,12 @@ public:
     // Appends an element to a parent, or to the document when the parent is null.
     HRESULT AppendElement(IXMLDOMNode* pParent, const wchar_t* pwszName, ComPtr<IXMLDOMNode>& node) noexcept;
 
+    // Sets an attribute of an element.
+    HRESULT AddAttribute(IXMLDOMNode& element, const wchar_t* pwszName, const wchar_t* pwszValue) noexcept;
+
+    // The whole document as text.
+    HRESULT GetXml(UniqueBstr& text) noexcept;
+
     // Replaces a file so that it is the old or the new one, whole, at every instant.
     HRESULT Save(const wchar_t* pwszPath);
 
@@ -34,7 +45,9 @@ public:
 private:
     bool LoadOnce(const wchar_t* pwszPath) noexcept;
     HRESULT SaveTo(const wchar_t* pwszPath) noexcept;
+    HRESULT CreateNode(long nType, const wchar_t* pwszName, ComPtr<IXMLDOMNode>& node) noexcept;
 
+    const wchar_t* m_pwszNamespace;
     ComPtr<IXMLDOMDocument> m_document;
 };
 

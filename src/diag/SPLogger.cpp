@@ -221,6 +221,16 @@ void SPLogger::WriteLeveledW(int nLevel, const wchar_t* pwszFormat, std::va_list
     }
 }
 
+SPLogger::WritersHeldOff::WritersHeldOff(DWORD dwWaitMs) noexcept
+{
+    const HANDLE hMutex = Instance()->Mutex;
+    const DWORD dwResult = WaitForSingleObject(hMutex, dwWaitMs);
+    if (dwResult == WAIT_OBJECT_0 || dwResult == WAIT_ABANDONED)
+    {
+        m_hold.Reset(hMutex);
+    }
+}
+
 // The eight entries differ in level and width only. A line below the level costs one load and one comparison.
 #define VARNEX_LOG_ENTRY(name, level, width, character)                                                                \
     void SPLogger::name(const character* pFormat, ...) noexcept                                                        \

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/Handles.h"
+
 #include <atomic>
 #include <cstdarg>
 #include <cstddef>
@@ -43,6 +45,21 @@ public:
 
     // Appends an empty line: the mark between two loads of the module.
     void WriteSeparator() noexcept;
+
+    // Keeps every writer of this process out while it lives, so that a thread can be ended that might be writing.
+    class WritersHeldOff
+    {
+    public:
+        explicit WritersHeldOff(DWORD dwWaitMs) noexcept;
+        // False when the writers could not be held off in that time.
+        explicit operator bool() const noexcept
+        {
+            return static_cast<bool>(m_hold);
+        }
+
+    private:
+        MutexHold m_hold;
+    };
 
     // Read without a lock by every entry; 0 silences the log.
     std::atomic<int> Level{3};

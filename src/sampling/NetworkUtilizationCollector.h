@@ -33,7 +33,7 @@ public:
     HRESULT RefreshCardList();
     void ClearCardList() noexcept
     {
-        m_cardList.clear();
+        m_cardList = {};
     }
 
     // Reads the counters. The utilization is that since the previous collection, taken as one second: callers collect,
