@@ -83,6 +83,20 @@ VARNEX_API int StopWorkingThread(unsigned int nAlertType);
 VARNEX_API int GetAlertRecord(int* pnAlertTypes, wchar_t** ppwszTexts, unsigned int cchText, int* pnThresholds,
                               int* pnValues, int nMaxCount);
 
+/*
+ * Starts utilization reporting: four samplers, which record one sample a minute for a day, and the thread that answers
+ * requests for a report in the report section (docs/interfaces.md has its layout and the order of operations). Starts
+ * only what does not run. Always returns 0; the log tells what became of the threads.
+ */
+VARNEX_API unsigned int StartPKIUtlThread(void);
+
+/*
+ * Ends utilization reporting and frees the recorded samples. Waits for the threads, usually about a second and at most
+ * 15 seconds, and then ends by force the ones that are stuck in a system call; afterwards none of them runs and the
+ * module may be unloaded. Always returns 0. Not to be called from two threads at once.
+ */
+VARNEX_API unsigned int StopPKIUtlThread(void);
+
 #ifdef __cplusplus
 }
 #endif

@@ -3,6 +3,8 @@
 #include "common/Locks.h"
 #include "diag/ExceptionBarrier.h"
 
+#include <utility>
+
 namespace varnex
 {
 
@@ -74,10 +76,25 @@ void CAlertReachPKIThread::SetMaxAlertNum(int nCount) noexcept
     WriteLocked(m_nMaxAlertNum, nCount);
 }
 
-void CAlertReachPKIThread::RequestStop() noexcept
+void CAlertReachPKIThread::ClearRunning() noexcept
 {
     WriteLocked(m_bRunning, 0);
+}
+
+void CAlertReachPKIThread::CloseThreadHandle() noexcept
+{
     m_hThread.Reset();
+}
+
+UniqueHandle CAlertReachPKIThread::DuplicateThreadHandle() const noexcept
+{
+    UniqueHandle duplicate;
+    if (m_hThread)
+    {
+        DuplicateHandle(GetCurrentProcess(), m_hThread.Get(), GetCurrentProcess(), duplicate.Receive(), 0, FALSE,
+                        DUPLICATE_SAME_ACCESS);
+    }
+    return duplicate;
 }
 
 bool CAlertReachPKIThread::StartThread() noexcept
@@ -128,23 +145,37 @@ void WorkerSlot::RequestStop() noexcept
     const SlimLockHold hold(m_guard);
     if (m_pWorker != nullptr)
     {
-        m_pWorker->RequestStop();
+        m_pWorker->ClearRunning();
+        m_pWorker->CloseThreadHandle();
     }
 }
 
-void WorkerSlot::Withdraw(const CAlertReachPKIThread* pWorker) noexcept
+UniqueHandle WorkerSlot::RequestStopAndWatch() noexcept
 {
     const SlimLockHold hold(m_guard);
-    if (m_pWorker == pWorker)
+    if (m_pWorker == nullptr)
     {
-        m_pWorker = nullptr;
+        return UniqueHandle();
     }
+    m_pWorker->ClearRunning();
+    return m_pWorker->DuplicateThreadHandle();
 }
 
-void WorkerSlot::Clear() noexcept
+bool WorkerSlot::Withdraw(const CAlertReachPKIThread* pWorker) noexcept
 {
     const SlimLockHold hold(m_guard);
+    if (m_pWorker != pWorker)
+    {
+        return false;
+    }
     m_pWorker = nullptr;
+    return true;
+}
+
+CAlertReachPKIThread* WorkerSlot::Take() noexcept
+{
+    const SlimLockHold hold(m_guard);
+    return std::exchange(m_pWorker, nullptr);
 }
 
 } // namespace varnex

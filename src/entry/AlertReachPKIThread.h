@@ -35,9 +35,11 @@ public:
     void SetSamplingAmount(int nAmount) noexcept;
     void SetMaxAlertNum(int nCount) noexcept;
 
-    // Asks the worker to end and closes the thread's handle; waits for nothing. The caller keeps the object alive: see
-    // WorkerSlot::RequestStop.
-    void RequestStop() noexcept;
+    // Asks the worker to end; waits for nothing. The caller keeps the object alive: see WorkerSlot::RequestStop.
+    void ClearRunning() noexcept;
+    void CloseThreadHandle() noexcept;
+    // Another handle of the thread; null when there is no thread.
+    UniqueHandle DuplicateThreadHandle() const noexcept;
 
     // Creates the thread, above normal priority, and lets it run. False when there is no thread; the object stays as
     // it is. The object may be gone when this returns.
@@ -78,12 +80,14 @@ public:
     bool Publish(CAlertReachPKIThread* pWorker) noexcept;
     // Starts the published worker's thread; see StartThread.
     bool Start(CAlertReachPKIThread* pWorker) noexcept;
-    // Passes a stop request on to the worker, if there is one.
+    // Asks the worker, if there is one, to end, and closes its thread's handle.
     void RequestStop() noexcept;
-    // Empties the slot if this worker is in it. The worker frees itself afterwards, and not before.
-    void Withdraw(const CAlertReachPKIThread* pWorker) noexcept;
-    // Forgets whatever the slot holds.
-    void Clear() noexcept;
+    // Asks the worker, if there is one, to end. The thread, for a caller that waits for it; null when there is none.
+    UniqueHandle RequestStopAndWatch() noexcept;
+    // Empties the slot if this worker is in it. True makes the worker its own owner: it frees itself, and not before.
+    bool Withdraw(const CAlertReachPKIThread* pWorker) noexcept;
+    // Empties the slot, whatever it holds. The caller then owns the worker, whose own Withdraw will fail.
+    CAlertReachPKIThread* Take() noexcept;
 
 private:
     mutable SRWLOCK m_guard = SRWLOCK_INIT;

@@ -5,6 +5,8 @@
 #include "diag/ExceptionBarrier.h"
 #include "diag/SPLogger.h"
 #include "entry/ModuleState.h"
+#include "reporting/ReportHandOff.h"
+#include "reporting/UtilizationStores.h"
 
 #include <utility>
 
@@ -38,7 +40,7 @@ BOOL Attach(HMODULE hModule, const char* pszModulePath) noexcept
     ConfigureLog(pszModulePath);
     for (WorkerSlot& slot : g_aMonitorSlots)
     {
-        slot.Clear();
+        slot.Take();
     }
     const ThreadApartment apartment(TOLERATED_COM_FAILURE);
     if (!apartment.Usable())
@@ -46,7 +48,9 @@ BOOL Attach(HMODULE hModule, const char* pszModulePath) noexcept
         Log()->Level1A("initialize COM interface failed.\n");
         return FALSE;
     }
-    PrePKIAlertInf(); // its outcome does not matter to the load
+    // The outcome of neither matters to the load.
+    PrePKIAlertInf();
+    PrepareSendingMMFAndEvent();
     g_bAttached = true;
     return TRUE;
 }
@@ -63,6 +67,8 @@ void Detach(bool bProcessEnds) noexcept
     {
         ThreadApartment::Leave();
     }
+    CleanUtilizationStores(!bProcessEnds);
+    ForEachStore([](auto& store) { store.lock.Delete(); });
     const UniqueHandle mutex(std::exchange(g_hAlertFileMutex, nullptr));
 }
 

@@ -6,5 +6,6 @@ namespace varnex
 HMODULE g_hModule = nullptr;
 HANDLE g_hAlertFileMutex = nullptr;
 WorkerSlot g_aMonitorSlots[MONITORS];
+WorkerSlot g_aUtilizationSlots[UTILIZATION_WORKERS];
 
 } // namespace varnex

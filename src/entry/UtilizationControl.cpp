@@ -1,0 +1,249 @@
+#include "common/Handles.h"
+#include "diag/ExceptionBarrier.h"
+#include "diag/SPLogger.h"
+#include "entry/ModuleState.h"
+#include "reporting/ReportHandOff.h"
+#include "reporting/UtilizationStores.h"
+#include "reporting/UtlCPUThread.h"
+#include "reporting/UtlCheckingThread.h"
+#include "reporting/UtlDiskThread.h"
+#include "reporting/UtlMemoryThread.h"
+#include "reporting/UtlNetworkThread.h"
+
+#include <varnex/Varnex.h>
+
+#include <array>
+
+namespace varnex
+{
+
+namespace
+{
+
+constexpr int STOP_SECONDS = 15;             // for everything that a stop waits for, together
+constexpr DWORD WRITERS_WAIT_MS = 1000;      // before a thread is ended by force
+constexpr DWORD TERMINATION_WAIT_MS = 1000;  // for its real end
+constexpr DWORD LAST_STEPS_MS = 50;          // for a worker that was just emptying its slot itself
+
+struct WorkerControl
+{
+    WorkerSlot& slot;
+    int (*pfnCreate)(WorkerSlot& slot, const char* pszFailure, const char* pszSuccess);
+    const char* pszFailure;
+    const char* pszSuccess;
+};
+
+// In the order in which they are started and stopped.
+const WorkerControl WORKER_CONTROLS[UTILIZATION_WORKERS] = {
+    {g_pUtlCPUThread, CreateRunningThread<CPKIUtlCPUThread>,
+     "CreateMonCPUPKIUtlThread -- CPKIUtlCPUThread CreateRunningThread Error!",
+     "CreateMonCPUPKIUtlThread -- Create Monitor CPU PKI Utilization Thread Successfully!"},
+    {g_pUtlMemoryThread, CreateRunningThread<CPKIUtlMemoryThread>,
+     "CreateMonMemoryPKIUtlThread -- CPKIUtlMemoryThread CreateRunningThread Error!",
+     "CreateMonMemoryPKIUtlThread -- Create Monitor Memory PKI Utilization Thread Successfully!"},
+    {g_pUtlDiskThread, CreateRunningThread<CPKIUtlDiskThread>,
+     "CreateMonDiskPKIUtlThread -- CPKIUtlDiskThread CreateRunningThread Error!",
+     "CreateMonDiskPKIUtlThread -- Create Monitor Physical Disk Throughput Thread Successfully!"},
+    {g_pUtlNetworkThread, CreateRunningThread<CPKIUtlNetworkThread>,
+     "CreateMonNetworkPKIUtlThread -- CPKIUtlNetworkThread CreateRunningThread Error!",
+     "CreateMonNetworkPKIUtlThread -- Create Monitor Network Utilization Thread Successfully!"},
+    {g_pUtlCheckingThread, CreateRunningThread<CPKIUtlCheckingThread>,
+     "CreatePKIUtlCheckingThread -- CPKIUtlCheckingThread CreateRunningThread Error!",
+     "CreatePKIUtlCheckingThread -- Create CPKIUtlCheckingThread Successfully!"},
+};
+
+void StartWorkers() noexcept
+{
+    Log()->Level2A("StartPKIUtlThread -- Start PKI utilization collection thread...");
+    for (const WorkerControl& control : WORKER_CONTROLS)
+    {
+        // One worker that cannot be made does not keep the others from starting.
+        StopExceptions("StartPKIUtlThread", false, [&control] {
+            if (!control.slot.IsSet())
+            {
+                control.pfnCreate(control.slot, control.pszFailure, control.pszSuccess);
+            }
+            return true;
+        });
+    }
+    Log()->Level2A("StartPKIUtlThread -- Start PKI utilization collection thread finish...");
+}
+
+// The seconds that a stop may still wait, handed out one by one.
+class StopBudget
+{
+public:
+    // Lets a second pass, or less if the object is signalled before; false when none is left.
+    bool WaitASecond(HANDLE hObject = nullptr) noexcept
+    {
+        if (m_nSeconds == 0)
+        {
+            return false;
+        }
+        --m_nSeconds;
+        if (hObject == nullptr)
+        {
+            Sleep(1000);
+        }
+        else
+        {
+            WaitForSingleObject(hObject, 1000);
+        }
+        return true;
+    }
+
+private:
+    int m_nSeconds = STOP_SECONDS;
+};
+
+// The threads of the workers that were asked to stop, in the order of the controls; null where there is none.
+using WatchedThreads = std::array<UniqueHandle, UTILIZATION_WORKERS>;
+
+constexpr std::size_t REPORT_WORKER = UTILIZATION_WORKERS - 1;
+
+bool HasEnded(const UniqueHandle& thread) noexcept
+{
+    return !thread || WaitForSingleObject(thread.Get(), 0) == WAIT_OBJECT_0;
+}
+
+// Wakes the report thread out of its wait.
+void SignalBeginEvent() noexcept
+{
+    const UniqueHandle begin(OpenEventW(EVENT_ALL_ACCESS, FALSE, BEGIN_EVENT_NAME));
+    if (!begin)
+    {
+        const DWORD dwError = GetLastError();
+        Log()->Level1W(L"StopPKIUtlThread -- OpenEvent fail(%d), Event name(%s)", dwError, BEGIN_EVENT_NAME);
+        return;
+    }
+    SetEvent(begin.Get());
+}
+
+// So that the next start does not make a report that nobody asked for.
+void ResetBeginEvent() noexcept
+{
+    const UniqueHandle begin(OpenEventW(EVENT_ALL_ACCESS, FALSE, BEGIN_EVENT_NAME));
+    if (begin)
+    {
+        ResetEvent(begin.Get());
+    }
+}
+
+void RequestStops(WatchedThreads& threads) noexcept
+{
+    for (std::size_t i = 0; i < threads.size(); ++i)
+    {
+        const bool bReport = i == REPORT_WORKER && WORKER_CONTROLS[i].slot.IsSet();
+        threads[i] = WORKER_CONTROLS[i].slot.RequestStopAndWatch();
+        if (bReport)
+        {
+            SignalBeginEvent();
+        }
+    }
+}
+
+bool IsAnySamplerSet() noexcept
+{
+    for (std::size_t i = 0; i < REPORT_WORKER; ++i)
+    {
+        if (WORKER_CONTROLS[i].slot.IsSet())
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Until the slots are empty and the threads behind them have really ended, or the budget is spent.
+void WaitForWorkers(const WatchedThreads& threads) noexcept
+{
+    StopBudget budget;
+    while (WORKER_CONTROLS[REPORT_WORKER].slot.IsSet() && budget.WaitASecond())
+    {
+    }
+    while (IsAnySamplerSet() && budget.WaitASecond())
+    {
+    }
+    for (const UniqueHandle& thread : threads)
+    {
+        while (!HasEnded(thread) && budget.WaitASecond(thread.Get()))
+        {
+        }
+    }
+}
+
+// Ends a thread that is stuck in a system call. False when it could not be ended.
+bool Terminate(const UniqueHandle& thread) noexcept
+{
+    // A thread that was writing to the log, and were ended now, would silence the log.
+    const SPLogger::WritersHeldOff held(WRITERS_WAIT_MS);
+    if (!held || !TerminateThread(thread.Get(), 0) ||
+        WaitForSingleObject(thread.Get(), TERMINATION_WAIT_MS) != WAIT_OBJECT_0)
+    {
+        return false;
+    }
+    const DWORD dwThreadId = GetThreadId(thread.Get());
+    ForEachStore([dwThreadId](auto& store) { store.lock.RenewIfOwnedBy(dwThreadId); });
+    return true;
+}
+
+// Makes sure of a worker's end, by force where it did not react. Its object then stays allocated. False when its thread
+// lives on, with its slot.
+bool EndWorker(WorkerSlot& slot, const UniqueHandle& thread) noexcept
+{
+    CAlertReachPKIThread* const pWorker = slot.Take();
+    const bool bEnded = HasEnded(thread) || WaitForSingleObject(thread.Get(), LAST_STEPS_MS) == WAIT_OBJECT_0 ||
+                        Terminate(thread);
+    if (pWorker != nullptr)
+    {
+        if (bEnded)
+        {
+            pWorker->CloseThreadHandle();
+        }
+        else
+        {
+            slot.Publish(pWorker);
+        }
+    }
+    return bEnded;
+}
+
+// The report thread first, then the samplers in their order.
+bool EndWorkers(const WatchedThreads& threads) noexcept
+{
+    bool bAllEnded = EndWorker(WORKER_CONTROLS[REPORT_WORKER].slot, threads[REPORT_WORKER]);
+    for (std::size_t i = 0; i < REPORT_WORKER; ++i)
+    {
+        bAllEnded = EndWorker(WORKER_CONTROLS[i].slot, threads[i]) && bAllEnded;
+    }
+    return bAllEnded;
+}
+
+void StopWorkers() noexcept
+{
+    // Names the start; readers of the log know it so.
+    Log()->Level2A("StartPKIUtlThread -- Stop PKI utilization collection thread...");
+    WatchedThreads threads;
+    RequestStops(threads);
+    WaitForWorkers(threads);
+    const bool bAllEnded = EndWorkers(threads);
+    ResetBeginEvent();
+    CleanUtilizationStores(bAllEnded); // a thread that lives on may hold a lock for ever
+    Log()->Level2A("StartPKIUtlThread -- Stop PKI utilization collection thread finish...");
+}
+
+} // namespace
+
+} // namespace varnex
+
+unsigned int StartPKIUtlThread(void)
+{
+    varnex::StartWorkers();
+    return VARNEX_OK;
+}
+
+unsigned int StopPKIUtlThread(void)
+{
+    varnex::StopWorkers();
+    return VARNEX_OK;
+}

@@ -1,0 +1,239 @@
+#include "reporting/TraceFiles.h"
+
+#include "common/AnsiText.h"
+#include "common/BoundedText.h"
+#include "common/Handles.h"
+#include "diag/SPLogger.h"
+#include "entry/ModuleState.h"
+#include "reporting/TraceSwitch.h"
+#include "reporting/UtilizationStores.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+#include <iterator>
+#include <string>
+
+namespace varnex
+{
+
+namespace
+{
+
+constexpr std::size_t HEADER_CHARS = 260;
+constexpr std::size_t NETWORK_HEADER_CHARS = 1024;
+constexpr std::size_t MODULE_PATH_CHARS = 1024; // longer than any path that leads to one that fits
+constexpr wchar_t LINE_END[] = L"\r\n";
+
+// One trace file; used by its own sampler's thread only.
+struct TraceFile
+{
+    const wchar_t* pwszFileName;
+    const char* pszOpenFailure; // takes the system error
+    bool bHeaderPending = true; // until the header has been written
+};
+
+TraceFile g_cpuTrace = {L"CPUUtil.log", "[OutputCurrentCPUUtil]failed to open file (%d)"};
+TraceFile g_memoryTrace = {L"MemoryUtil.log", "[OutputCurrentMemUtil]failed to open file (%d)"};
+TraceFile g_diskTrace = {L"DiskUtil.log", "[OutputCurrentDiskUtil]failed to open file (%d)"};
+TraceFile g_networkTrace = {L"NetworkUtil.log", "[OutputCurrentNetworkUtil]failed to open file (%d)"};
+
+// A header line that is built column by column and always ends in CR LF. A column that would not fit, and all behind
+// it, are left out.
+class HeaderLine
+{
+public:
+    explicit HeaderLine(std::size_t cchLimit) : m_cchLimit(cchLimit)
+    {
+    }
+    void AddColumn(const std::wstring& column)
+    {
+        m_bFull = m_bFull || m_text.size() + column.size() + std::size(LINE_END) > m_cchLimit;
+        if (!m_bFull)
+        {
+            m_text += column;
+        }
+    }
+    std::wstring Finished() const
+    {
+        return m_text + LINE_END;
+    }
+
+private:
+    std::size_t m_cchLimit;
+    std::wstring m_text = L"Time\t"; // the columns begin with a tab of their own, which data lines do not have
+    bool m_bFull = false;
+};
+
+UniqueFile OpenTrace(const wchar_t* pwszPath, DWORD dwAccess, DWORD dwDisposition) noexcept
+{
+    return UniqueFile(CreateFileW(pwszPath, dwAccess, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, dwDisposition,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+void WriteAnsi(HANDLE hFile, const std::wstring& text)
+{
+    std::string ansi(text.size() * 2 + 1, '\0'); // no ANSI code page takes more than two bytes for a UTF-16 unit
+    AnsiFromWide(ansi.data(), ansi.size(), text.c_str());
+    DWORD cbWritten;
+    WriteFile(hFile, ansi.data(), static_cast<DWORD>(std::strlen(ansi.c_str())), &cbWritten, nullptr);
+}
+
+// Begins the file anew with its header. False (logged) leaves the header pending.
+bool WriteHeader(TraceFile& trace, const wchar_t* pwszPath, const std::wstring& header)
+{
+    const UniqueFile file = OpenTrace(pwszPath, GENERIC_WRITE, CREATE_ALWAYS);
+    if (!file)
+    {
+        const DWORD dwError = GetLastError();
+        Log()->Level2A(trace.pszOpenFailure, dwError);
+        return false;
+    }
+    WriteAnsi(file.Get(), header);
+    trace.bHeaderPending = false;
+    return true;
+}
+
+// The one course of all four: header if it is pending, then the line.
+template <class MakeHeader>
+void OutputTrace(TraceFile& trace, const wchar_t* pwszTime, const std::vector<std::int64_t>& values,
+                 MakeHeader&& makeHeader)
+{
+    wchar_t wszPath[TRACE_PATH_CHARS];
+    if (pwszTime == nullptr || values.empty() || !NeedToOutputCurrentUtil() ||
+        !GetFileFullPath(trace.pwszFileName, wszPath))
+    {
+        return;
+    }
+    if (!trace.bHeaderPending || WriteHeader(trace, wszPath, makeHeader()))
+    {
+        WriteUtilToFile(wszPath, pwszTime, values);
+    }
+}
+
+// Each history's newest value; none while a history is empty.
+template <class Sample>
+std::vector<std::int64_t> NewestValues(NamedHistories<Sample>& store)
+{
+    const StoreLockHold hold(store.lock);
+    std::vector<std::int64_t> values;
+    for (const BoundedHistory<Sample>& history : store.All())
+    {
+        if (history.Size() == 0)
+        {
+            return {};
+        }
+        values.push_back(history.Newest());
+    }
+    return values;
+}
+
+} // namespace
+
+void OutputCurrentCPUUtil(const wchar_t* pwszTime, std::size_t nProcessors)
+{
+    OutputTrace(g_cpuTrace, pwszTime, NewestValues(Stores().cpu), [nProcessors] {
+        HeaderLine header(HEADER_CHARS);
+        for (std::size_t i = 1; i <= nProcessors; ++i)
+        {
+            header.AddColumn(L"\tCPU" + std::to_wstring(i));
+        }
+        return header.Finished();
+    });
+}
+
+void OutputCurrentMemUtil(const wchar_t* pwszTime)
+{
+    MemoryHistories& store = Stores().memory;
+    std::vector<std::int64_t> values;
+    {
+        const StoreLockHold hold(store.lock);
+        if (store.physical.Size() != 0 && store.pagingFile.Size() != 0)
+        {
+            values = {store.physical.Newest(), store.pagingFile.Newest()};
+        }
+    }
+    OutputTrace(g_memoryTrace, pwszTime, values, [] { return L"Time\t\tPhysical Mem\tPage File\r\n"; });
+}
+
+void OutputCurrentDiskUtil(const wchar_t* pwszTime)
+{
+    OutputTrace(g_diskTrace, pwszTime, NewestValues(Stores().disk), [] {
+        HeaderLine header(HEADER_CHARS);
+        const StoreLockHold hold(Stores().disk.lock);
+        for (const auto& name : *Stores().disk.GetNames())
+        {
+            header.AddColumn(L"\tDisk" + std::to_wstring(_wtoi(name.get()))); // the number that the name begins with
+        }
+        return header.Finished();
+    });
+}
+
+void OutputCurrentNetworkUtil(const wchar_t* pwszTime)
+{
+    const auto& histories = Stores().network.histories;
+    std::vector<std::int64_t> values;
+    for (const auto& [dwInterfaceIndex, history] : histories)
+    {
+        values.push_back(static_cast<std::int64_t>(history.Newest().DeltaBytes));
+    }
+    OutputTrace(g_networkTrace, pwszTime, values, [&histories] {
+        HeaderLine header(NETWORK_HEADER_CHARS);
+        for (const auto& [dwInterfaceIndex, history] : histories)
+        {
+            header.AddColumn(L"\t" + std::wstring(history.Oldest().Name) + L"-" +
+                             std::to_wstring(static_cast<int>(dwInterfaceIndex)));
+        }
+        return header.Finished();
+    });
+}
+
+bool GetFileFullPath(const wchar_t* pwszFileName, wchar_t (&wszPath)[TRACE_PATH_CHARS]) noexcept
+{
+    wchar_t wszModule[MODULE_PATH_CHARS];
+    const DWORD cchModule = GetModuleFileNameW(g_hModule, wszModule, MODULE_PATH_CHARS);
+    if (cchModule == 0 || cchModule >= MODULE_PATH_CHARS)
+    {
+        const DWORD dwError = GetLastError();
+        Log()->Level2A("[GetFileFullPath]failed to get module file name (%d)", dwError);
+        return false;
+    }
+    for (int i = 0; i < 2; ++i)
+    {
+        wchar_t* const pwszBackslash = std::wcsrchr(wszModule, L'\\');
+        *(pwszBackslash != nullptr ? pwszBackslash : wszModule) = L'\0';
+    }
+    constexpr wchar_t LOGS[] = L"\\Logs\\";
+    const std::size_t cchPath = std::wcslen(wszModule) + std::size(LOGS) - 1 + std::wcslen(pwszFileName);
+    if (cchPath >= TRACE_PATH_CHARS)
+    {
+        Log()->Level2A("[WriteUtilToFile]output buffer is too small (%d,%d)", static_cast<int>(cchPath),
+                       static_cast<int>(TRACE_PATH_CHARS));
+        return false;
+    }
+    FormatTextW(wszPath, L"%s%s%s", wszModule, LOGS, pwszFileName);
+    return true;
+}
+
+void WriteUtilToFile(const wchar_t* pwszPath, const wchar_t* pwszTime, const std::vector<std::int64_t>& values)
+{
+    if (pwszPath == nullptr || pwszTime == nullptr || values.empty())
+    {
+        return;
+    }
+    const UniqueFile file = OpenTrace(pwszPath, FILE_APPEND_DATA, OPEN_ALWAYS);
+    if (!file)
+    {
+        const DWORD dwError = GetLastError();
+        Log()->Level2W(L"[WriteUtilToFile]failed to open file %s (%d)", pwszPath, dwError);
+        return;
+    }
+    std::wstring line = pwszTime;
+    for (const std::int64_t nValue : values)
+    {
+        line += L'\t' + std::to_wstring(nValue);
+    }
+    WriteAnsi(file.Get(), line + LINE_END);
+}
+
+} // namespace varnex

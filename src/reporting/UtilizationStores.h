@@ -1,0 +1,145 @@
+#pragma once
+
+#include "reporting/BoundedHistory.h"
+#include "reporting/StoreLock.h"
+#include "sampling/InstanceNames.h"
+#include "sampling/NetworkUtilizationCollector.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <vector>
+
+namespace varnex
+{
+
+// What the samplers record and the report averages: plain stores, each with one lock, which its users hold while they
+// touch the histories. A sample that could not be taken is FAILED_SAMPLE, so that positions in time stay regular.
+constexpr int FAILED_SAMPLE = -1;
+
+// One history for each named instance: processors and disks.
+template <class Sample>
+class NamedHistories
+{
+public:
+    using Names = InstanceNames<wchar_t>;
+    using History = BoundedHistory<Sample>;
+
+    // Takes new names and empty histories for them, both at once. Throws std::bad_alloc, with the store empty then.
+    std::shared_ptr<const Names> Publish(Names names)
+    {
+        const StoreLockHold hold(lock);
+        Clear();
+        auto shared = std::make_shared<const Names>(std::move(names));
+        m_histories.resize(shared->size());
+        m_names = std::move(shared);
+        return m_names;
+    }
+    // A sample for which there is no history is dropped.
+    void Append(std::size_t nInstance, Sample sample)
+    {
+        const StoreLockHold hold(lock);
+        if (nInstance < m_histories.size())
+        {
+            m_histories[nInstance].Append(sample);
+        }
+    }
+    // Under the lock. The names stay valid for whoever holds them.
+    std::shared_ptr<const Names> GetNames() const
+    {
+        return m_names != nullptr ? m_names : std::make_shared<const Names>();
+    }
+    // Under the lock. A history that does not exist (any more) is an empty one.
+    const History& Of(std::size_t nInstance) const noexcept
+    {
+        static const History EMPTY;
+        return nInstance < m_histories.size() ? m_histories[nInstance] : EMPTY;
+    }
+    // Under the lock.
+    const std::vector<History>& All() const noexcept
+    {
+        return m_histories;
+    }
+    // Under the lock. Frees everything.
+    void Clear() noexcept
+    {
+        m_names.reset();
+        m_histories = {};
+    }
+
+    StoreLock lock;
+
+private:
+    std::shared_ptr<const Names> m_names;
+    std::vector<History> m_histories;
+};
+
+// Percentages of physical memory and of the paging file in use.
+class MemoryHistories
+{
+public:
+    void Append(int nPhysical, int nPagingFile)
+    {
+        const StoreLockHold hold(lock);
+        physical.Append(nPhysical);
+        pagingFile.Append(nPagingFile);
+    }
+    // Under the lock. Frees everything.
+    void Clear() noexcept
+    {
+        physical = {};
+        pagingFile = {};
+    }
+
+    StoreLock lock;
+    BoundedHistory<int> physical;
+    BoundedHistory<int> pagingFile;
+};
+
+// Whole card records by interface index. Cards that have vanished keep their history.
+class NetworkHistories
+{
+public:
+    // Under the lock.
+    void Append(const NetworkCard& card)
+    {
+        histories[card.InterfaceIndex].Append(card);
+    }
+    // Under the lock. Frees everything.
+    void Clear() noexcept
+    {
+        collector.ClearCardList();
+        histories.clear();
+    }
+
+    StoreLock lock;
+    NetworkUtilizationCollector collector;
+    std::map<DWORD, BoundedHistory<NetworkCard>> histories;
+};
+
+// The stores of this process.
+struct UtilizationStores
+{
+    NamedHistories<int> cpu;            // percent
+    MemoryHistories memory;             // percent
+    NamedHistories<std::int64_t> disk;  // bytes per second
+    NetworkHistories network;
+};
+UtilizationStores& Stores() noexcept;
+
+// Calls an operation with each store, in the order CPU, memory, disk, network.
+template <class Operation>
+void ForEachStore(Operation&& operation)
+{
+    UtilizationStores& stores = Stores();
+    operation(stores.cpu);
+    operation(stores.memory);
+    operation(stores.disk);
+    operation(stores.network);
+}
+
+// Empties every store under its lock. With bWait false a lock that cannot be had at once is skipped, and its store with
+// it.
+void CleanUtilizationStores(bool bWait) noexcept;
+
+} // namespace varnex
