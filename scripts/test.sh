@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs every test. usage: scripts/test.sh [--preset PRESET] [CTEST ARGUMENTS...]
+# Examples: scripts/test.sh -R unit_config      scripts/test.sh --preset ubsan
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+preset=release
+if [ "${1:-}" = --preset ]; then
+  preset="${2:?--preset needs a name}"
+  shift 2
+fi
+
+scripts/setup.sh
+export WINEPREFIX="${WINEPREFIX:-$PWD/build/wine-prefix}"
+export WINEDEBUG="${WINEDEBUG:--all}"
+# A display of the caller's would only make Wine slower to start.
+unset DISPLAY
+scripts/wine-run.sh cmd /c exit
+
+# One server for the whole run, ended with it.
+wineserver -p
+trap 'wineserver -k || true' EXIT
+
+scripts/build.sh "$preset"
+ctest --preset "$preset" -j "$(nproc)" --no-tests=error "$@"
