@@ -2,7 +2,8 @@
 # Installs what building, testing and running need on Debian 12; does nothing when all of it is there.
 set -euo pipefail
 
-packages=(g++-mingw-w64-x86-64-win32 mingw-w64-tools wine wine64 cmake ninja-build git catch2 libcli11-dev)
+packages=(g++-mingw-w64-x86-64-win32 mingw-w64-tools wine wine64 cmake ninja-build git catch2 libcli11-dev
+          librapidxml-dev libxml2-utils)
 
 missing=()
 for package in "${packages[@]}"; do
