@@ -1,10 +1,8 @@
 #include "support/ClockCore.h"
 
-#include "support/CallGate.h"
 #include "support/ScriptScope.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <utility>
 
 namespace varnex::test
@@ -19,12 +17,6 @@ constexpr DWORD g_dwWatchMs = 50;    // real time between two looks at whether t
 ULONGLONG DueFrom(ULONGLONG ullNowMs, DWORD dwMilliseconds)
 {
     return dwMilliseconds == INFINITE ? ClockCore::ullNever : ullNowMs + dwMilliseconds;
-}
-
-const char* StateText(int nState)
-{
-    static const char* const texts[] = {"suspended", "ready", "running", "sleeping", "waiting", "ended"};
-    return texts[nState];
 }
 
 } // namespace
@@ -45,37 +37,38 @@ void ClockCore::Close()
 {
     const Hold hold(*this);
     m_bClosed = true;
-    for (const WorkerPointer& worker : m_workers)
-    {
-        WakeAllConditionVariable(&worker->wake);
-    }
+    m_queue.WakeAll();
 }
 
-// --- the workers' calls ---------------------------------------------------------------------------------------------
+// --- sleeping and waiting -------------------------------------------------------------------------------------------
 
 void ClockCore::Sleep(DWORD dwMilliseconds)
 {
-    if (IsTestThread())
-    {
-        {
-            const Hold hold(*this);
-            ++m_sleeps[dwMilliseconds];
-        }
-        DriveTo(DueFrom(ElapsedMs(), dwMilliseconds));
-        return;
-    }
     {
         const Hold hold(*this);
         ++m_sleeps[dwMilliseconds];
-        if (!m_bClosed)
-        {
-            const WorkerPointer worker = FindOrAdopt();
-            Enqueue(*worker, State::Sleeping, DueFrom(m_time.ElapsedMs(), dwMilliseconds));
-            AwaitTurn(*worker);
-            return;
-        }
     }
-    ::Sleep(std::min(dwMilliseconds, g_dwWatchMs)); // a clock that gave up: on to the end of the test, without haste
+    if (IsTestThread())
+    {
+        DriveTo(DueFrom(ElapsedMs(), dwMilliseconds));
+    }
+    else if (!SleepAsWorker(dwMilliseconds))
+    {
+        ::Sleep(std::min(dwMilliseconds, g_dwWatchMs)); // the clock gave up: on to the end of the test, without haste
+    }
+}
+
+bool ClockCore::SleepAsWorker(DWORD dwMilliseconds)
+{
+    const Hold hold(*this);
+    if (m_bClosed)
+    {
+        return false;
+    }
+    const WorkerPointer worker = FindOrAdopt();
+    m_queue.Enqueue(*worker, Worker::State::Sleeping, DueFrom(m_queue.NowMs(), dwMilliseconds));
+    AwaitTurn(*worker);
+    return true;
 }
 
 DWORD ClockCore::WaitForObject(HANDLE hObject, DWORD dwMilliseconds)
@@ -94,58 +87,113 @@ DWORD ClockCore::WaitForObject(HANDLE hObject, DWORD dwMilliseconds)
         WaitOnTestThread(tryTake, dwMilliseconds);
         return dwResult;
     }
-    {
-        const Hold hold(*this);
-        const WorkerPointer worker = Find(GetCurrentThreadId());
-        if (worker != nullptr && !m_bClosed)
-        {
-            AwaitSomething(*worker, tryTake, DueFrom(m_time.ElapsedMs(), dwMilliseconds));
-            return dwResult;
-        }
-    }
-    return WaitForSingleObject(hObject, dwMilliseconds);
+    bool bTaken = false;
+    return WaitAsWorker(tryTake, dwMilliseconds, bTaken) ? dwResult : WaitForSingleObject(hObject, dwMilliseconds);
 }
 
 void ClockCore::Acquire(const std::function<bool()>& tryTake)
 {
     while (!tryTake())
     {
+        bool bTaken = false;
         if (IsTestThread())
         {
-            if (WaitOnTestThread(tryTake, INFINITE))
-            {
-                return;
-            }
+            bTaken = WaitOnTestThread(tryTake, INFINITE);
         }
         else
         {
-            const Hold hold(*this);
-            const WorkerPointer worker = Find(GetCurrentThreadId());
-            if (worker != nullptr && !m_bClosed && AwaitSomething(*worker, tryTake, ullNever))
-            {
-                return;
-            }
+            WaitAsWorker(tryTake, INFINITE, bTaken);
         }
-        ::Sleep(1); // a thread that is no worker, or a clock that was closed: the lock is waited for in real time
+        if (bTaken)
+        {
+            return;
+        }
+        ::Sleep(1); // a thread that is no worker, or a clock that was closed: in real time then
     }
 }
+
+// False when the calling thread is no worker, or the clock is closed.
+bool ClockCore::WaitAsWorker(const std::function<bool()>& tryTake, DWORD dwMilliseconds, bool& bTaken)
+{
+    const Hold hold(*this);
+    const WorkerPointer worker = m_queue.Find(GetCurrentThreadId());
+    if (worker == nullptr || m_bClosed)
+    {
+        return false;
+    }
+    bTaken = AwaitSomething(*worker, tryTake, DueFrom(m_queue.NowMs(), dwMilliseconds));
+    return true;
+}
+
+WorkerPointer ClockCore::FindOrAdopt()
+{
+    WorkerPointer worker = m_queue.Find(GetCurrentThreadId());
+    if (worker == nullptr)
+    {
+        worker = std::make_shared<Worker>();
+        worker->dwThreadId = GetCurrentThreadId();
+        worker->thread.Reset(OpenThread(SYNCHRONIZE, FALSE, worker->dwThreadId));
+        m_queue.Add(worker);
+    }
+    return worker;
+}
+
+void ClockCore::AwaitTurn(Worker& worker)
+{
+    while (!m_queue.HasTurn(worker) && !m_bClosed && !worker.bDoomed)
+    {
+        SleepConditionVariableSRW(&worker.wake, &m_lock, INFINITE, 0);
+    }
+    LeaveIfDoomed(worker);
+    worker.state = Worker::State::Running;
+}
+
+// For one that waits: what it waits for may come from outside, so now and then it takes a turn that nobody has.
+void ClockCore::AwaitTurnOrTick(Worker& worker)
+{
+    while (!m_queue.HasTurn(worker) && !m_bClosed && !worker.bDoomed)
+    {
+        const BOOL bWoken = SleepConditionVariableSRW(&worker.wake, &m_lock, g_dwLookAgainMs, 0);
+        if (bWoken == FALSE && m_queue.IsTurnFree())
+        {
+            m_queue.TakeFreeTurn(worker);
+        }
+    }
+    LeaveIfDoomed(worker);
+}
+
+bool ClockCore::AwaitSomething(Worker& worker, const std::function<bool()>& tryTake, ULONGLONG ullDueMs)
+{
+    m_queue.Enqueue(worker, Worker::State::Waiting, ullDueMs);
+    for (;;)
+    {
+        AwaitTurnOrTick(worker);
+        const bool bTaken = tryTake();
+        if (bTaken || m_queue.NowMs() >= ullDueMs || m_bClosed)
+        {
+            worker.state = Worker::State::Running;
+            return bTaken;
+        }
+        m_queue.LookedInVain(worker);
+    }
+}
+
+// --- threads --------------------------------------------------------------------------------------------------------
 
 HANDLE ClockCore::StartWorker(Body body, bool bSuspended, const Starter& starter)
 {
     const auto worker = std::make_shared<Worker>();
-    worker->state = bSuspended ? State::Suspended : State::Ready;
+    worker->state = bSuspended ? Worker::State::Suspended : Worker::State::Ready;
     auto start = std::make_unique<Start>(Start{shared_from_this(), worker, std::move(body)});
     {
         const Hold hold(*this);
-        worker->ullOrder = ++m_ullLastOrder;
-        worker->ullDueMs = m_time.ElapsedMs();
-        m_workers.push_back(worker);
+        m_queue.Add(worker);
     }
     const HANDLE hThread = starter(&ClockCore::RunWorker, start.get());
     const LastErrorKeeper keeper;
     if (hThread == nullptr)
     {
-        End(worker);
+        End(*worker);
         return nullptr;
     }
     static_cast<void>(start.release()); // the thread's own now
@@ -153,10 +201,7 @@ HANDLE ClockCore::StartWorker(Body body, bool bSuspended, const Starter& starter
     worker->dwThreadId = GetThreadId(hThread);
     DuplicateHandle(GetCurrentProcess(), hThread, GetCurrentProcess(), worker->thread.Receive(), 0, FALSE,
                     DUPLICATE_SAME_ACCESS);
-    if (m_pTurn == nullptr)
-    {
-        PassTurn();
-    }
+    m_queue.OfferTurn();
     return hThread;
 }
 
@@ -165,260 +210,81 @@ DWORD WINAPI ClockCore::RunWorker(void* pStart)
     const std::unique_ptr<Start> start(static_cast<Start*>(pStart));
     {
         const UnscriptedScope unscripted;
-        start->core->Begin(start->worker);
+        start->core->Begin(*start->worker);
     }
     const DWORD dwResult = start->body();
     const UnscriptedScope unscripted;
-    start->core->End(start->worker);
+    start->core->End(*start->worker);
     return dwResult;
 }
 
-void ClockCore::Begin(const WorkerPointer& worker)
+void ClockCore::Begin(Worker& worker)
 {
     const Hold hold(*this);
-    worker->dwThreadId = GetCurrentThreadId();
-    if (worker->state == State::Suspended) // resumed by a call that is not redirected
+    worker.dwThreadId = GetCurrentThreadId();
+    if (worker.state == Worker::State::Suspended) // resumed by a call that is not redirected
     {
-        worker->state = State::Ready;
+        m_queue.MakeReady(worker);
     }
-    if (m_pTurn == nullptr)
-    {
-        PassTurn();
-    }
-    AwaitTurn(*worker);
+    AwaitTurn(worker);
 }
 
-void ClockCore::End(const WorkerPointer& worker)
+void ClockCore::End(Worker& worker)
 {
     const Hold hold(*this);
-    MarkEnded(*worker);
+    m_queue.End(worker);
 }
 
 DWORD ClockCore::Resume(HANDLE hThread)
 {
     {
         const Hold hold(*this);
-        const WorkerPointer worker = Find(GetThreadId(hThread));
-        if (worker != nullptr && worker->state == State::Suspended)
+        const WorkerPointer worker = m_queue.Find(GetThreadId(hThread));
+        if (worker != nullptr && worker->state == Worker::State::Suspended)
         {
-            worker->state = State::Ready;
-            worker->ullOrder = ++m_ullLastOrder;
-            if (m_pTurn == nullptr)
-            {
-                PassTurn();
-            }
+            m_queue.MakeReady(*worker);
         }
     }
     return ResumeThread(hThread);
 }
 
+// A worker that sits in one of our own waits is told to end itself: ended from outside it would leave its place in the
+// wait behind, and the next wake-up would touch freed memory.
 BOOL ClockCore::Terminate(HANDLE hThread, DWORD dwExitCode)
 {
+    bool bEndsItself = false;
     {
         const Hold hold(*this);
-        const WorkerPointer worker = Find(GetThreadId(hThread));
-        if (worker != nullptr && worker->state != State::Running && worker->state != State::Suspended)
+        const WorkerPointer worker = m_queue.Find(GetThreadId(hThread));
+        if (worker != nullptr)
         {
-            // It sits in one of our own waits and can end itself: ended from outside it would leave its place in the
-            // wait behind, and the next wake-up would touch freed memory.
-            worker->bDoomed = true;
+            bEndsItself = worker->state != Worker::State::Running && worker->state != Worker::State::Suspended;
+            worker->bDoomed = bEndsItself;
             worker->dwExitCode = dwExitCode;
             WakeAllConditionVariable(&worker->wake);
         }
-        else
+        if (worker != nullptr && !bEndsItself)
         {
-            if (worker != nullptr)
-            {
-                MarkEnded(*worker);
-            }
-            return TerminateThread(hThread, dwExitCode);
+            m_queue.End(*worker);
         }
+    }
+    if (!bEndsItself)
+    {
+        return TerminateThread(hThread, dwExitCode);
     }
     WaitForSingleObject(hThread, m_dwGuardMs);
     return TRUE;
 }
 
-// --- the turn -------------------------------------------------------------------------------------------------------
-
-ClockCore::WorkerPointer ClockCore::Find(DWORD dwThreadId) const
+void ClockCore::LeaveIfDoomed(Worker& worker)
 {
-    const auto found = std::find_if(m_workers.begin(), m_workers.end(), [&](const WorkerPointer& worker) {
-        return worker->dwThreadId == dwThreadId && worker->state != State::Ended;
-    });
-    return found == m_workers.end() ? nullptr : *found;
-}
-
-ClockCore::WorkerPointer ClockCore::FindOrAdopt()
-{
-    WorkerPointer worker = Find(GetCurrentThreadId());
-    if (worker == nullptr)
+    if (worker.bDoomed)
     {
-        worker = std::make_shared<Worker>();
-        worker->dwThreadId = GetCurrentThreadId();
-        worker->thread = UniqueHandle(OpenThread(SYNCHRONIZE, FALSE, worker->dwThreadId));
-        m_workers.push_back(worker);
+        const DWORD dwExitCode = worker.dwExitCode;
+        m_queue.End(worker);
+        ReleaseSRWLockExclusive(&m_lock); // no scope on this stack is left any more
+        ExitThread(dwExitCode);
     }
-    return worker;
-}
-
-// The worker stands in the queue; it lets the turn go when it had it.
-void ClockCore::Enqueue(Worker& worker, State state, ULONGLONG ullDueMs)
-{
-    worker.state = state;
-    worker.ullDueMs = ullDueMs;
-    worker.ullOrder = ++m_ullLastOrder;
-    ++m_ullActivity;
-    if (m_pTurn == &worker)
-    {
-        m_pTurn = nullptr;
-    }
-    if (m_pTurn == nullptr)
-    {
-        PassTurn();
-    }
-}
-
-bool ClockCore::IsDue(const Worker& worker) const
-{
-    return worker.state == State::Ready ||
-           (worker.state == State::Sleeping && worker.ullDueMs <= m_time.ElapsedMs());
-}
-
-ClockCore::Worker* ClockCore::NextRunnable() const
-{
-    Worker* pNext = nullptr;
-    for (const WorkerPointer& worker : m_workers)
-    {
-        if (IsDue(*worker) && (pNext == nullptr || worker->ullDueMs < pNext->ullDueMs ||
-                               (worker->ullDueMs == pNext->ullDueMs && worker->ullOrder < pNext->ullOrder)))
-        {
-            pNext = worker.get();
-        }
-    }
-    return pNext;
-}
-
-// One that waits and has not looked since the last time that something may have changed.
-ClockCore::Worker* ClockCore::NextLooker() const
-{
-    Worker* pNext = nullptr;
-    for (const WorkerPointer& worker : m_workers)
-    {
-        if (worker->state == State::Waiting && worker->ullLookedAt != m_ullActivity &&
-            (pNext == nullptr || worker->ullOrder < pNext->ullOrder))
-        {
-            pNext = worker.get();
-        }
-    }
-    return pNext;
-}
-
-ULONGLONG ClockCore::NextDue() const
-{
-    ULONGLONG ullDueMs = ullNever;
-    for (const WorkerPointer& worker : m_workers)
-    {
-        if (worker->state == State::Sleeping || worker->state == State::Waiting)
-        {
-            ullDueMs = std::min(ullDueMs, worker->ullDueMs);
-        }
-    }
-    return ullDueMs;
-}
-
-// Nobody has the turn: the next worker gets it, or all are asleep up to the time allowed and the test goes on.
-void ClockCore::PassTurn()
-{
-    for (;;)
-    {
-        Worker* pNext = NextRunnable();
-        if (pNext == nullptr)
-        {
-            pNext = NextLooker();
-        }
-        if (pNext != nullptr)
-        {
-            m_pTurn = pNext;
-            WakeAllConditionVariable(&pNext->wake);
-            return;
-        }
-        const ULONGLONG ullNextMs = std::min(NextDue(), m_ullAllowedMs);
-        if (ullNextMs <= m_time.ElapsedMs() || ullNextMs == ullNever)
-        {
-            WakeAllConditionVariable(&m_idle);
-            return;
-        }
-        m_time.MoveTo(ullNextMs);
-        ++m_ullActivity;
-    }
-}
-
-void ClockCore::ReleaseTurn(const Worker& worker)
-{
-    if (m_pTurn == &worker)
-    {
-        m_pTurn = nullptr;
-        PassTurn();
-    }
-}
-
-void ClockCore::AwaitTurn(Worker& worker)
-{
-    while (m_pTurn != &worker && !m_bClosed && !worker.bDoomed)
-    {
-        SleepConditionVariableSRW(&worker.wake, &m_lock, INFINITE, 0);
-    }
-    LeaveIfDoomed(worker);
-    worker.state = State::Running;
-}
-
-// For one that waits: what it waits for may come from outside, so now and then it takes a turn that nobody has.
-void ClockCore::AwaitTurnOrTick(Worker& worker)
-{
-    while (m_pTurn != &worker && !m_bClosed && !worker.bDoomed)
-    {
-        if (SleepConditionVariableSRW(&worker.wake, &m_lock, g_dwLookAgainMs, 0) == FALSE && m_pTurn == nullptr)
-        {
-            m_pTurn = &worker;
-        }
-    }
-    LeaveIfDoomed(worker);
-}
-
-bool ClockCore::AwaitSomething(Worker& worker, const std::function<bool()>& tryTake, ULONGLONG ullDueMs)
-{
-    Enqueue(worker, State::Waiting, ullDueMs);
-    for (;;)
-    {
-        AwaitTurnOrTick(worker);
-        const bool bTaken = tryTake();
-        if (bTaken || m_time.ElapsedMs() >= ullDueMs || m_bClosed)
-        {
-            worker.state = State::Running;
-            return bTaken;
-        }
-        worker.ullLookedAt = m_ullActivity;
-        ReleaseTurn(worker);
-    }
-}
-
-void ClockCore::LeaveIfDoomed(const Worker& worker)
-{
-    if (!worker.bDoomed)
-    {
-        return;
-    }
-    const DWORD dwExitCode = worker.dwExitCode;
-    MarkEnded(const_cast<Worker&>(worker));
-    ReleaseSRWLockExclusive(&m_lock);
-    ExitThread(dwExitCode);
-}
-
-void ClockCore::MarkEnded(Worker& worker)
-{
-    worker.state = State::Ended;
-    ++m_ullActivity;
-    ReleaseTurn(worker);
 }
 
 // --- the test's thread ----------------------------------------------------------------------------------------------
@@ -427,51 +293,34 @@ void ClockCore::DriveTo(ULONGLONG ullElapsedMs)
 {
     {
         const Hold hold(*this);
-        NoticeDeadThreads();
-        m_ullAllowedMs = std::max(ullElapsedMs, m_time.ElapsedMs());
-        ++m_ullActivity;
-        if (m_pTurn == nullptr)
-        {
-            PassTurn();
-        }
+        m_queue.NoticeDeadThreads();
+        m_queue.Allow(std::max(ullElapsedMs, m_queue.NowMs()));
+        m_queue.Stir();
         WaitUntilIdle();
-        m_ullAllowedMs = m_time.ElapsedMs();
+        m_queue.Allow(m_queue.NowMs());
     }
     AwaitExits();
 }
 
 void ClockCore::WaitUntilIdle()
 {
-    ULONGLONG ullSeen = m_ullActivity;
+    ULONGLONG ullSeen = m_queue.Activity();
     ULONGLONG ullSince = GetTickCount64();
-    while (m_pTurn != nullptr && !m_bClosed)
+    while (!m_queue.IsTurnFree() && !m_bClosed)
     {
-        if (SleepConditionVariableSRW(&m_idle, &m_lock, g_dwWatchMs, 0) != FALSE)
+        if (SleepConditionVariableSRW(&m_queue.Idle(), &m_lock, g_dwWatchMs, 0) != FALSE)
         {
             continue;
         }
-        NoticeDeadThreads();
-        if (m_ullActivity != ullSeen)
+        m_queue.NoticeDeadThreads();
+        if (m_queue.Activity() != ullSeen)
         {
-            ullSeen = m_ullActivity;
+            ullSeen = m_queue.Activity();
             ullSince = GetTickCount64();
         }
         else if (GetTickCount64() - ullSince > m_dwGuardMs)
         {
             GiveUp();
-        }
-    }
-}
-
-// A thread may end without passing through End: by ExitThread, or ended from outside.
-void ClockCore::NoticeDeadThreads()
-{
-    for (const WorkerPointer& worker : m_workers)
-    {
-        if (worker->state != State::Ended && worker->thread &&
-            WaitForSingleObject(worker->thread.Get(), 0) == WAIT_OBJECT_0)
-        {
-            MarkEnded(*worker);
         }
     }
 }
@@ -482,11 +331,7 @@ void ClockCore::AwaitExits()
     std::vector<WorkerPointer> ended;
     {
         const Hold hold(*this);
-        const auto firstEnded = std::stable_partition(m_workers.begin(), m_workers.end(), [](const WorkerPointer& worker) {
-            return worker->state != State::Ended;
-        });
-        ended.assign(firstEnded, m_workers.end());
-        m_workers.erase(firstEnded, m_workers.end());
+        ended = m_queue.TakeEnded();
     }
     for (const WorkerPointer& worker : ended)
     {
@@ -503,7 +348,7 @@ bool ClockCore::WaitOnTestThread(const std::function<bool()>& tryTake, DWORD dwM
     ULONGLONG ullIdleSince = GetTickCount64();
     for (;;)
     {
-        Drive();
+        DriveTo(ElapsedMs());
         if (tryTake())
         {
             return true;
@@ -535,48 +380,30 @@ bool ClockCore::HasGivenUp(ULONGLONG ullIdleSince)
 
 void ClockCore::GiveUp()
 {
-    char szHead[160];
-    std::snprintf(szHead, sizeof(szHead), "The virtual clock gave up: nobody got on for %lu real ms.\n", m_dwGuardMs);
-    m_trouble = szHead + Describe();
+    m_trouble = "The virtual clock gave up: nobody got on for " + std::to_string(m_dwGuardMs) + " real ms.\n" +
+                m_queue.Describe();
     m_bClosed = true;
-    for (const WorkerPointer& worker : m_workers)
-    {
-        WakeAllConditionVariable(&worker->wake);
-    }
+    m_queue.WakeAll();
 }
 
-std::string ClockCore::Describe() const
-{
-    std::string text;
-    for (const WorkerPointer& worker : m_workers)
-    {
-        char szLine[160];
-        std::snprintf(szLine, sizeof(szLine), "  thread %lu is %s%s, due at %lld ms of %llu ms\n", worker->dwThreadId,
-                      StateText(static_cast<int>(worker->state)), m_pTurn == worker.get() ? " and has the turn" : "",
-                      static_cast<long long>(worker->ullDueMs), m_time.ElapsedMs());
-        text += szLine;
-    }
-    return text;
-}
+// --- reading --------------------------------------------------------------------------------------------------------
 
 ULONGLONG ClockCore::NextDueMs() const
 {
     const Hold hold(*this);
-    return NextDue();
+    return m_queue.NextDue();
 }
 
 ULONGLONG ClockCore::ElapsedMs() const
 {
     const Hold hold(*this);
-    return m_time.ElapsedMs();
+    return m_queue.NowMs();
 }
 
 std::size_t ClockCore::Workers() const
 {
     const Hold hold(*this);
-    return static_cast<std::size_t>(std::count_if(m_workers.begin(), m_workers.end(), [](const WorkerPointer& worker) {
-        return worker->state != State::Ended;
-    }));
+    return m_queue.Count();
 }
 
 ULONGLONG ClockCore::SleepCount(DWORD dwMilliseconds) const

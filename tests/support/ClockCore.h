@@ -1,7 +1,6 @@
 #pragma once
 
-#include "common/Handles.h"
-#include "support/VirtualTime.h"
+#include "support/TurnQueue.h"
 
 #include <windows.h>
 
@@ -9,21 +8,16 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <vector>
 
 namespace varnex::test
 {
 
-// The part of VirtualClock that outlives it while workers still return from their calls: virtual time, and the one turn
-// that the workers pass among each other. Tests use VirtualClock.
-//
-// Exactly one worker has the turn, or none. Whoever gives it up hands it to the next: first to workers that are due,
-// then once to each that waits (so that it looks whether it can have what it waits for), and when all sleep, time moves
-// on to the next one due, up to the time that the test has allowed.
+// The part of VirtualClock that outlives it while workers still return from their calls: what the scripts do on the
+// module's threads, and how the test's thread drives them. Tests use VirtualClock.
 class ClockCore : public std::enable_shared_from_this<ClockCore>
 {
 public:
-    static constexpr ULONGLONG ullNever = static_cast<ULONGLONG>(-1);
+    static constexpr ULONGLONG ullNever = TurnQueue::ullNever;
 
     ClockCore();
     ClockCore(const ClockCore&) = delete;
@@ -47,10 +41,6 @@ public:
     // --- for the test's own thread ---
     // Lets workers run, and time pass up to ullElapsedMs; returns when all sleep, wait or have ended.
     void DriveTo(ULONGLONG ullElapsedMs);
-    void Drive()
-    {
-        DriveTo(ElapsedMs());
-    }
     // When the next sleep or wait ends; ullNever when none does.
     ULONGLONG NextDueMs() const;
     std::size_t Workers() const;
@@ -63,43 +53,19 @@ public:
     auto Read(const Reader& reader) const
     {
         const Hold hold(*this);
-        return reader(m_time);
+        return reader(m_queue.Time());
     }
     template <class Writer>
     void Change(const Writer& writer)
     {
         const Hold hold(*this);
-        writer(m_time);
+        writer(m_queue.Time());
     }
     ULONGLONG ElapsedMs() const;
     ULONGLONG SleepCount(DWORD dwMilliseconds) const;
 
 private:
-    enum class State
-    {
-        Suspended,
-        Ready,    // may begin
-        Running,  // has the turn
-        Sleeping, // until its time
-        Waiting,  // for something, and perhaps until its time
-        Ended
-    };
-    struct Worker
-    {
-        CONDITION_VARIABLE wake = CONDITION_VARIABLE_INIT;
-        State state = State::Ready;
-        DWORD dwThreadId = 0;
-        UniqueHandle thread;
-        ULONGLONG ullDueMs = 0;
-        ULONGLONG ullOrder = 0;
-        ULONGLONG ullLookedAt = 0; // the activity at which it last looked for what it waits for
-        bool bDoomed = false;
-        DWORD dwExitCode = 0;
-    };
-    using WorkerPointer = std::shared_ptr<Worker>;
-    struct Start;
-
-    // The lock, which a const reader takes as well.
+    // The lock, which a reader of a const core takes as well.
     class Hold
     {
     public:
@@ -117,48 +83,34 @@ private:
     private:
         const ClockCore& m_core;
     };
+    struct Start;
 
     static DWORD WINAPI RunWorker(void* pStart);
-    void Begin(const WorkerPointer& worker);
-    void End(const WorkerPointer& worker);
+    void Begin(Worker& worker);
+    void End(Worker& worker);
 
-    // All below are called with the lock held.
-    WorkerPointer Find(DWORD dwThreadId) const;
+    // Called with the lock held.
     WorkerPointer FindOrAdopt();
-    void Enqueue(Worker& worker, State state, ULONGLONG ullDueMs);
-    bool IsDue(const Worker& worker) const;
-    Worker* NextRunnable() const;
-    Worker* NextLooker() const;
-    ULONGLONG NextDue() const;
-    void PassTurn();
-    void ReleaseTurn(const Worker& worker);
     void AwaitTurn(Worker& worker);
     void AwaitTurnOrTick(Worker& worker);
     bool AwaitSomething(Worker& worker, const std::function<bool()>& tryTake, ULONGLONG ullDueMs);
-    void LeaveIfDoomed(const Worker& worker);
-    void MarkEnded(Worker& worker);
-    void NoticeDeadThreads();
+    void LeaveIfDoomed(Worker& worker);
+    void WaitUntilIdle();
     void GiveUp();
 
     bool IsTestThread() const noexcept
     {
         return GetCurrentThreadId() == m_dwTestThreadId;
     }
+    bool SleepAsWorker(DWORD dwMilliseconds);
+    bool WaitAsWorker(const std::function<bool()>& tryTake, DWORD dwMilliseconds, bool& bTaken);
     bool WaitOnTestThread(const std::function<bool()>& tryTake, DWORD dwMilliseconds);
     bool HasGivenUp(ULONGLONG ullIdleSince);
-    void WaitUntilIdle();
     void AwaitExits();
-    std::string Describe() const;
 
     const DWORD m_dwTestThreadId;
     mutable SRWLOCK m_lock = SRWLOCK_INIT;
-    CONDITION_VARIABLE m_idle = CONDITION_VARIABLE_INIT;
-    VirtualTime m_time;
-    ULONGLONG m_ullAllowedMs = 0; // time may move up to here
-    std::vector<WorkerPointer> m_workers;
-    const Worker* m_pTurn = nullptr;
-    ULONGLONG m_ullActivity = 1; // grows whenever something may have changed for those who wait
-    ULONGLONG m_ullLastOrder = 0;
+    TurnQueue m_queue;
     std::map<DWORD, ULONGLONG> m_sleeps;
     DWORD m_dwGuardMs = 30000;
     bool m_bClosed = false;
