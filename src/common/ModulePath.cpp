@@ -49,7 +49,9 @@ void LogDirectoryOf(const char* pszModulePath, char (&szDirectory)[PATH_CHARS]) 
 {
     char szParent[PATH_CHARS];
     CopyTextA(szParent, pszModulePath);
-    if (CutAtLastBackslash(szParent) && CutAtLastBackslash(szParent))
+    const bool bHasFile = CutAtLastBackslash(szParent);
+    const bool bHasDirectory = bHasFile && CutAtLastBackslash(szParent);
+    if (bHasDirectory)
     {
         FormatTextA(szDirectory, "%s\\Logs", szParent);
     }

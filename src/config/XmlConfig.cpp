@@ -53,7 +53,7 @@ bool OpenForNumber(XmlDocument& document)
     return true;
 }
 
-// Why the node operations stop before they have a document; 0 to go on.
+// What the two node operations say when they stop before they have a document.
 struct NodeOperationTexts
 {
     const wchar_t* pwszBadArguments;

@@ -117,6 +117,7 @@ std::vector<std::int64_t> NewestValues(NamedHistories<Sample>& store)
 {
     const StoreLockHold hold(store.lock);
     std::vector<std::int64_t> values;
+    values.reserve(store.All().size());
     for (const BoundedHistory<Sample>& history : store.All())
     {
         if (history.Size() == 0)
@@ -173,6 +174,7 @@ void OutputCurrentNetworkUtil(const wchar_t* pwszTime)
 {
     const auto& histories = Stores().network.histories;
     std::vector<std::int64_t> values;
+    values.reserve(histories.size());
     for (const auto& [dwInterfaceIndex, history] : histories)
     {
         values.push_back(static_cast<std::int64_t>(history.Newest().DeltaBytes));

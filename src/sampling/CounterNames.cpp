@@ -19,7 +19,8 @@ struct LanguageNames
 };
 
 // The names are matched with the system's own counters as they stand; what looks irregular is meant. The marker of
-// the aggregate instance has no underscore, since it is looked for inside names. Bytes above 0x7F are code page 1252.
+// the aggregate instance has no underscore, since it is looked for inside names. Octal escapes are
+// code page 1252.
 constexpr LanguageNames ENGLISH = {{
     "Processor",
     "Total",
@@ -40,8 +41,7 @@ constexpr LanguageNames GERMAN = {{
     "Loopback",
     "Bytes gesendet/s", // not a word for a total
     "Aktuelle Bandbreite",
-    "physikalischer Datentr\xE4"
-    "ger",
+    "physikalischer Datentr\344ger",
     "Bytes auf Festplatte/Sek",
 }};
 
@@ -53,8 +53,7 @@ constexpr LanguageNames SPANISH = {{
     "loopback", // lower case in this language only
     "Total de bytes/s",
     "Ancho de banda actual",
-    "DiscoF\xED"
-    "sico",
+    "DiscoF\355sico",
     "Bytes de s.",
 }};
 
@@ -62,8 +61,7 @@ constexpr LanguageNames FRENCH = {{
     "Processeur",
     "Total",
     "% Temps processeur",
-    "Interface r\xE9"
-    "seau",
+    "Interface r\351seau",
     "Loopback",
     "Total des octets/s",
     "Bande passante actuelle",
