@@ -19,10 +19,7 @@ namespace varnex::test
 // What a gate's code calls to learn where the call goes on.
 struct CallRouter
 {
-    static void* Route(CallGate* pGate) noexcept
-    {
-        return pGate->Route();
-    }
+    static void* Route(CallGate* pGate) noexcept { return pGate->Route(); }
     // Stands in for a function that is to fail; every integer or pointer result travels in one register.
     static ULONGLONG AnswerFailure() noexcept
     {
@@ -41,6 +38,7 @@ namespace
 
 // Saves the argument registers, asks CallRouter::Route, restores them and jumps to its answer: the stack is then as the
 // caller left it, so any number of arguments passes.
+// clang-format off
 constexpr std::uint8_t g_codeTemplate[] = {
     0x51,                                     // push rcx
     0x52,                                     // push rdx
@@ -65,6 +63,7 @@ constexpr std::uint8_t g_codeTemplate[] = {
     0x59,                                     // pop rcx
     0xFF, 0xE0,                               // jmp rax
 };
+// clang-format on
 constexpr std::size_t g_nGateOffset = 36;
 constexpr std::size_t g_nRouteOffset = 46;
 constexpr std::size_t g_cbCode = 128;

@@ -17,8 +17,8 @@ namespace varnex::test
 
 enum class FailMode
 {
-    Once,          // exactly the k-th call fails
-    FromThereOn    // the k-th call and every later one fail
+    Once,       // exactly the k-th call fails
+    FromThereOn // the k-th call and every later one fail
 };
 
 // What a failing call answers: the value in the return register, and the last error unless bKeepsLastError.
@@ -46,19 +46,10 @@ public:
     CallGate(const CallGate&) = delete;
     CallGate& operator=(const CallGate&) = delete;
 
-    void* Code() const noexcept
-    {
-        return m_pCode;
-    }
-    void* Original() const noexcept
-    {
-        return m_pOriginal;
-    }
+    void* Code() const noexcept { return m_pCode; }
+    void* Original() const noexcept { return m_pOriginal; }
     // Calls since the gate was taken, the failed ones included, those from unscripted threads not.
-    ULONGLONG Calls() const noexcept
-    {
-        return m_ullCalls.load();
-    }
+    ULONGLONG Calls() const noexcept { return m_ullCalls.load(); }
 
     template <class Signature>
     void SetScript(std::function<Signature> script);
@@ -68,19 +59,14 @@ public:
     void SetFailure(ULONGLONG ullCall, FailMode mode, const CallFailure& failure) noexcept;
     void ClearFailure() noexcept;
     // How many calls the failure was given to since it was set.
-    ULONGLONG Failures() const noexcept
-    {
-        return m_ullFailures.load();
-    }
+    ULONGLONG Failures() const noexcept { return m_ullFailures.load(); }
 
 private:
     friend class ScriptRun;
     friend struct CallRouter;
     using AnyScript = std::shared_ptr<void>;
 
-    CallGate(void* pCode, void* pOriginal) noexcept : m_pCode(pCode), m_pOriginal(pOriginal)
-    {
-    }
+    CallGate(void* pCode, void* pOriginal) noexcept : m_pCode(pCode), m_pOriginal(pOriginal) {}
     bool TakesFailure() noexcept;
     AnyScript Script() noexcept;
     void* Route() noexcept;
@@ -124,10 +110,7 @@ public:
     ScriptRun& operator=(const ScriptRun&) = delete;
 
     // Null when the script was taken away at this very moment.
-    void* Script() const noexcept
-    {
-        return m_script.get();
-    }
+    void* Script() const noexcept { return m_script.get(); }
 
 private:
     bool m_bWasUnscripted;

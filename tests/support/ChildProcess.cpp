@@ -97,10 +97,9 @@ PROCESS_INFORMATION StartProgram(std::wstring commandLine, const ChildOptions& o
     startup.hStdError = hOutput;
     std::wstring environment = EnvironmentBlock(options.environment);
     PROCESS_INFORMATION process{};
-    const BOOL bStarted = CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE,
-                                         CREATE_UNICODE_ENVIRONMENT, environment.data(),
-                                         options.directory.empty() ? nullptr : options.directory.c_str(), &startup,
-                                         &process);
+    const BOOL bStarted = CreateProcessW(
+        nullptr, commandLine.data(), nullptr, nullptr, TRUE, CREATE_UNICODE_ENVIRONMENT, environment.data(),
+        options.directory.empty() ? nullptr : options.directory.c_str(), &startup, &process);
     if (bStarted == FALSE)
     {
         FAIL("Cannot start " << Utf8FromWide(commandLine) << ", error " << GetLastError());

@@ -48,10 +48,7 @@ public:
     // What it has printed so far.
     std::string Output() const;
     void Kill();
-    DWORD Id() const noexcept
-    {
-        return m_dwId;
-    }
+    DWORD Id() const noexcept { return m_dwId; }
 
 private:
     UniqueHandle m_process;

@@ -29,9 +29,7 @@ struct ClockCore::Start
     Body body;
 };
 
-ClockCore::ClockCore() : m_dwTestThreadId(GetCurrentThreadId())
-{
-}
+ClockCore::ClockCore() : m_dwTestThreadId(GetCurrentThreadId()) {}
 
 void ClockCore::Close()
 {
@@ -78,7 +76,8 @@ DWORD ClockCore::WaitForObject(HANDLE hObject, DWORD dwMilliseconds)
     {
         return dwResult;
     }
-    const auto tryTake = [&] {
+    const auto tryTake = [&]
+    {
         dwResult = WaitForSingleObject(hObject, 0);
         return dwResult != WAIT_TIMEOUT;
     };

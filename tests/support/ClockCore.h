@@ -69,14 +69,8 @@ private:
     class Hold
     {
     public:
-        explicit Hold(const ClockCore& core) noexcept : m_core(core)
-        {
-            AcquireSRWLockExclusive(&m_core.m_lock);
-        }
-        ~Hold()
-        {
-            ReleaseSRWLockExclusive(&m_core.m_lock);
-        }
+        explicit Hold(const ClockCore& core) noexcept : m_core(core) { AcquireSRWLockExclusive(&m_core.m_lock); }
+        ~Hold() { ReleaseSRWLockExclusive(&m_core.m_lock); }
         Hold(const Hold&) = delete;
         Hold& operator=(const Hold&) = delete;
 
@@ -98,10 +92,7 @@ private:
     void WaitUntilIdle();
     void GiveUp();
 
-    bool IsTestThread() const noexcept
-    {
-        return GetCurrentThreadId() == m_dwTestThreadId;
-    }
+    bool IsTestThread() const noexcept { return GetCurrentThreadId() == m_dwTestThreadId; }
     bool SleepAsWorker(DWORD dwMilliseconds);
     bool WaitAsWorker(const std::function<bool()>& tryTake, DWORD dwMilliseconds, bool& bTaken);
     bool WaitOnTestThread(const std::function<bool()>& tryTake, DWORD dwMilliseconds);

@@ -87,8 +87,8 @@ ConfigBuilder& ConfigBuilder::Set(const std::string& name, const std::string& te
     return SetNode("KPMConfiguration/PkiAlert/" + name, text);
 }
 
-ConfigBuilder& ConfigBuilder::SetPolicy(const std::string& resource, int nInterval, int nThreshold,
-                                        int nSamplingAmount, int nMaxAlertNum)
+ConfigBuilder& ConfigBuilder::SetPolicy(const std::string& resource, int nInterval, int nThreshold, int nSamplingAmount,
+                                        int nMaxAlertNum)
 {
     return Set(resource + "Interval", nInterval)
         .Set(resource + "Threshold", nThreshold)

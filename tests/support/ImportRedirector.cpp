@@ -102,8 +102,8 @@ void ImportRedirector::Disengage(Slot& slot) noexcept
 
 ImportRedirector::Slot* ImportRedirector::Find(const char* pszImport) noexcept
 {
-    const auto found = std::find_if(m_slots.begin(), m_slots.end(),
-                                    [&](const Slot& slot) { return IsNamed(slot.import, pszImport); });
+    const auto found =
+        std::find_if(m_slots.begin(), m_slots.end(), [&](const Slot& slot) { return IsNamed(slot.import, pszImport); });
     return found == m_slots.end() ? nullptr : &*found;
 }
 

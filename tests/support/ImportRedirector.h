@@ -111,9 +111,7 @@ private:
 class RestoredImports
 {
 public:
-    explicit RestoredImports(ImportRedirector& redirector) : m_redirector(redirector)
-    {
-    }
+    explicit RestoredImports(ImportRedirector& redirector) : m_redirector(redirector) {}
     ~RestoredImports();
     RestoredImports(const RestoredImports&) = delete;
     RestoredImports& operator=(const RestoredImports&) = delete;

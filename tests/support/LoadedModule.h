@@ -42,10 +42,7 @@ public:
     LoadedModule(const LoadedModule&) = delete;
     LoadedModule& operator=(const LoadedModule&) = delete;
 
-    HMODULE Handle() const noexcept
-    {
-        return m_hModule;
-    }
+    HMODULE Handle() const noexcept { return m_hModule; }
     // Fails the test when there is no such export.
     template <class Signature>
     Signature* Export(const char* pszName) const

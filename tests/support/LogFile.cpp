@@ -22,9 +22,11 @@ bool HasHeader(const std::string& line)
     {
         return false;
     }
-    return std::equal(g_szHeaderForm, g_szHeaderForm + g_cchHeader, line.begin(), [](char chForm, char chLine) {
-        return chForm == 'd' ? std::isdigit(static_cast<unsigned char>(chLine)) != 0 : chForm == chLine;
-    });
+    return std::equal(g_szHeaderForm, g_szHeaderForm + g_cchHeader, line.begin(),
+                      [](char chForm, char chLine) {
+                          return chForm == 'd' ? std::isdigit(static_cast<unsigned char>(chLine)) != 0
+                                               : chForm == chLine;
+                      });
 }
 
 std::vector<std::string> SplitLines(const std::string& bytes)
@@ -74,22 +76,20 @@ void LogFile::Parse()
 
 std::size_t LogFile::Count(int nLevel, const std::string& text) const
 {
-    return static_cast<std::size_t>(std::count_if(m_lines.begin(), m_lines.end(), [&](const LogLine& line) {
-        return line.nLevel == nLevel && line.text == text;
-    }));
+    const auto isWanted = [&](const LogLine& line) { return line.nLevel == nLevel && line.text == text; };
+    return static_cast<std::size_t>(std::count_if(m_lines.begin(), m_lines.end(), isWanted));
 }
 
 std::size_t LogFile::CountContaining(const std::string& part) const
 {
-    return static_cast<std::size_t>(std::count_if(m_lines.begin(), m_lines.end(), [&](const LogLine& line) {
-        return line.text.find(part) != std::string::npos;
-    }));
+    const auto isWanted = [&](const LogLine& line) { return line.text.find(part) != std::string::npos; };
+    return static_cast<std::size_t>(std::count_if(m_lines.begin(), m_lines.end(), isWanted));
 }
 
 std::size_t LogFile::CountOfLevel(int nLevel) const
 {
-    return static_cast<std::size_t>(std::count_if(m_lines.begin(), m_lines.end(),
-                                                  [&](const LogLine& line) { return line.nLevel == nLevel; }));
+    const auto isWanted = [&](const LogLine& line) { return line.nLevel == nLevel; };
+    return static_cast<std::size_t>(std::count_if(m_lines.begin(), m_lines.end(), isWanted));
 }
 
 bool LogFile::Has(int nLevel, const std::string& text) const

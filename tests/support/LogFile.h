@@ -29,20 +29,11 @@ public:
     explicit LogFile(const ModuleTree& tree);
     static LogFile FromBytes(std::string bytes);
 
-    const std::string& Bytes() const noexcept
-    {
-        return m_bytes;
-    }
+    const std::string& Bytes() const noexcept { return m_bytes; }
     // The messages in order. A line without a header (a message's second line, the empty line of each load) is none.
-    const std::vector<LogLine>& Lines() const noexcept
-    {
-        return m_lines;
-    }
+    const std::vector<LogLine>& Lines() const noexcept { return m_lines; }
     // Every line of the file without its end, messages and others.
-    const std::vector<std::string>& RawLines() const noexcept
-    {
-        return m_rawLines;
-    }
+    const std::vector<std::string>& RawLines() const noexcept { return m_rawLines; }
 
     std::size_t Count(int nLevel, const std::string& text) const;
     std::size_t CountContaining(const std::string& part) const;

@@ -13,9 +13,7 @@ namespace varnex::test
 class HasLine : public Catch::MatcherBase<LogFile>
 {
 public:
-    HasLine(int nLevel, std::string text) : m_nLevel(nLevel), m_text(std::move(text))
-    {
-    }
+    HasLine(int nLevel, std::string text) : m_nLevel(nLevel), m_text(std::move(text)) {}
     bool match(const LogFile& log) const override;
     std::string describe() const override;
 
@@ -27,9 +25,7 @@ private:
 class HasLineContaining : public Catch::MatcherBase<LogFile>
 {
 public:
-    explicit HasLineContaining(std::string part) : m_part(std::move(part))
-    {
-    }
+    explicit HasLineContaining(std::string part) : m_part(std::move(part)) {}
     bool match(const LogFile& log) const override;
     std::string describe() const override;
 
@@ -46,9 +42,7 @@ public:
         int nLevel;
         std::string text;
     };
-    explicit HasLinesInOrder(std::vector<Wanted> wanted) : m_wanted(std::move(wanted))
-    {
-    }
+    explicit HasLinesInOrder(std::vector<Wanted> wanted) : m_wanted(std::move(wanted)) {}
     bool match(const LogFile& log) const override;
     std::string describe() const override;
 

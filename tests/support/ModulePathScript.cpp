@@ -32,16 +32,18 @@ ModulePathScript::ModulePathScript(ImportRedirector& redirector, const std::wstr
     : m_state(std::make_shared<State>()), m_imports(redirector)
 {
     m_state->path = path;
-    m_imports.TryReplace<decltype(::GetModuleFileNameW)>(
-        "GetModuleFileNameW", [state = m_state](HMODULE, LPWSTR pwszText, DWORD cchText) {
-            const SlimLockHold hold(state->lock);
-            return state->Answer(state->path, pwszText, cchText);
-        });
-    m_imports.TryReplace<decltype(::GetModuleFileNameA)>(
-        "GetModuleFileNameA", [state = m_state](HMODULE, LPSTR pszText, DWORD cchText) {
-            const SlimLockHold hold(state->lock);
-            return state->Answer(AnsiFromWide(state->path), pszText, cchText);
-        });
+    const auto answerWide = [state = m_state](HMODULE, LPWSTR pwszText, DWORD cchText)
+    {
+        const SlimLockHold hold(state->lock);
+        return state->Answer(state->path, pwszText, cchText);
+    };
+    const auto answerNarrow = [state = m_state](HMODULE, LPSTR pszText, DWORD cchText)
+    {
+        const SlimLockHold hold(state->lock);
+        return state->Answer(AnsiFromWide(state->path), pszText, cchText);
+    };
+    m_imports.TryReplace<decltype(::GetModuleFileNameW)>("GetModuleFileNameW", answerWide);
+    m_imports.TryReplace<decltype(::GetModuleFileNameA)>("GetModuleFileNameA", answerNarrow);
 }
 
 ModulePathScript::~ModulePathScript() = default;

@@ -55,8 +55,8 @@ std::vector<char> ReadHandleTable()
     std::vector<char> buffer(1 << 16);
     for (;;)
     {
-        const LONG nStatus = pfnQuery(g_nExtendedHandleInformation, buffer.data(), static_cast<ULONG>(buffer.size()),
-                                      nullptr);
+        const LONG nStatus =
+            pfnQuery(g_nExtendedHandleInformation, buffer.data(), static_cast<ULONG>(buffer.size()), nullptr);
         if (nStatus != g_nLengthMismatch)
         {
             REQUIRE(nStatus == 0);

@@ -68,10 +68,9 @@ void* FindSystemFunction(const char* pszFunction)
 ScriptedExports::ScriptedExports(ImportRedirector& redirector)
     : m_state(std::make_shared<State>()), m_imports(redirector)
 {
-    m_imports.Replace<decltype(::GetProcAddress)>(
-        "GetProcAddress", [state = m_state](HMODULE hModule, LPCSTR pszFunction) {
-            return state->LookUp(hModule, pszFunction);
-        });
+    const auto lookUp = [state = m_state](HMODULE hModule, LPCSTR pszFunction)
+    { return state->LookUp(hModule, pszFunction); };
+    m_imports.Replace<decltype(::GetProcAddress)>("GetProcAddress", lookUp);
 }
 
 ScriptedExports::~ScriptedExports()

@@ -190,10 +190,7 @@ struct ScriptedPdh::State
         return counters.erase(hCounter) == 0 ? WrongHandle() : ERROR_SUCCESS;
     }
 
-    PDH_STATUS Collect(PDH_HQUERY hQuery)
-    {
-        return queries.count(hQuery) == 0 ? WrongHandle() : ERROR_SUCCESS;
-    }
+    PDH_STATUS Collect(PDH_HQUERY hQuery) { return queries.count(hQuery) == 0 ? WrongHandle() : ERROR_SUCCESS; }
 
     PDH_STATUS Read(PDH_HCOUNTER hCounter, DWORD dwFormat, PPDH_FMT_COUNTERVALUE pValue, std::wstring& subject)
     {
@@ -250,10 +247,12 @@ void ScriptEnumeration(RestoredImports& imports, const char* pszFunction, const 
     imports.TryReplace<Signature>(
         pszFunction,
         [=](const Character*, const Character*, const Character* pObject, Character* pCounters, LPDWORD pcchCounters,
-            Character* pInstances, LPDWORD pcchInstances, DWORD, DWORD) {
-            return state->Run(pszFunction, TextOf(pObject), [&](const std::wstring& object) {
-                return state->EnumerateItems(object, pCounters, pcchCounters, pInstances, pcchInstances);
-            });
+            Character* pInstances, LPDWORD pcchInstances, DWORD, DWORD)
+        {
+            return state->Run(
+                pszFunction, TextOf(pObject),
+                [&](const std::wstring& object)
+                { return state->EnumerateItems(object, pCounters, pcchCounters, pInstances, pcchInstances); });
         });
 }
 
@@ -261,19 +260,19 @@ template <class Character, class State>
 void ScriptOpening(RestoredImports& imports, const char* pszFunction, const std::shared_ptr<State>& state)
 {
     imports.TryReplace<PDH_STATUS(const Character*, DWORD_PTR, PDH_HQUERY*)>(
-        pszFunction, [=](const Character*, DWORD_PTR, PDH_HQUERY* phQuery) {
-            return state->Run(pszFunction, {}, [&](const std::wstring&) { return state->OpenQuery(phQuery); });
-        });
+        pszFunction, [=](const Character*, DWORD_PTR, PDH_HQUERY* phQuery)
+        { return state->Run(pszFunction, {}, [&](const std::wstring&) { return state->OpenQuery(phQuery); }); });
 }
 
 template <class Character, class State>
 void ScriptAdding(RestoredImports& imports, const char* pszFunction, const std::shared_ptr<State>& state)
 {
     imports.TryReplace<PDH_STATUS(PDH_HQUERY, const Character*, DWORD_PTR, PDH_HCOUNTER*)>(
-        pszFunction, [=](PDH_HQUERY hQuery, const Character* pPath, DWORD_PTR, PDH_HCOUNTER* phCounter) {
-            return state->Run(pszFunction, TextOf(pPath), [&](const std::wstring& path) {
-                return state->AddCounter(hQuery, path, phCounter);
-            });
+        pszFunction,
+        [=](PDH_HQUERY hQuery, const Character* pPath, DWORD_PTR, PDH_HCOUNTER* phCounter)
+        {
+            return state->Run(pszFunction, TextOf(pPath),
+                              [&](const std::wstring& path) { return state->AddCounter(hQuery, path, phCounter); });
         });
 }
 
@@ -281,31 +280,31 @@ void ScriptAdding(RestoredImports& imports, const char* pszFunction, const std::
 template <class State>
 void ScriptHandleCalls(RestoredImports& imports, const std::shared_ptr<State>& state)
 {
-    imports.Replace<decltype(::PdhCollectQueryData)>("PdhCollectQueryData", [=](PDH_HQUERY hQuery) {
-        return state->Run("PdhCollectQueryData", {}, [&](const std::wstring&) { return state->Collect(hQuery); });
-    });
-    imports.TryReplace<decltype(::PdhCloseQuery)>("PdhCloseQuery", [=](PDH_HQUERY hQuery) {
-        return state->Run("PdhCloseQuery", {}, [&](const std::wstring&) { return state->CloseQuery(hQuery); });
-    });
-    imports.TryReplace<decltype(::PdhRemoveCounter)>("PdhRemoveCounter", [=](PDH_HCOUNTER hCounter) {
-        return state->Run("PdhRemoveCounter", {},
-                          [&](const std::wstring&) { return state->RemoveCounter(hCounter); });
-    });
-    imports.TryReplace<decltype(::PdhGetFormattedCounterValue)>(
-        "PdhGetFormattedCounterValue",
-        [=](PDH_HCOUNTER hCounter, DWORD dwFormat, LPDWORD, PPDH_FMT_COUNTERVALUE pValue) {
-            return state->Run("PdhGetFormattedCounterValue", {}, [&](std::wstring& subject) {
-                return state->Read(hCounter, dwFormat, pValue, subject);
-            });
-        });
+    const auto collect = [=](PDH_HQUERY hQuery)
+    { return state->Run("PdhCollectQueryData", {}, [&](const std::wstring&) { return state->Collect(hQuery); }); };
+    const auto close = [=](PDH_HQUERY hQuery)
+    { return state->Run("PdhCloseQuery", {}, [&](const std::wstring&) { return state->CloseQuery(hQuery); }); };
+    const auto remove = [=](PDH_HCOUNTER hCounter)
+    { return state->Run("PdhRemoveCounter", {}, [&](const std::wstring&) { return state->RemoveCounter(hCounter); }); };
+    const auto read = [=](PDH_HCOUNTER hCounter, DWORD dwFormat, LPDWORD, PPDH_FMT_COUNTERVALUE pValue)
+    {
+        const auto readCounter = [&](std::wstring& subject)
+        { return state->Read(hCounter, dwFormat, pValue, subject); };
+        return state->Run("PdhGetFormattedCounterValue", {}, readCounter);
+    };
+    imports.Replace<decltype(::PdhCollectQueryData)>("PdhCollectQueryData", collect);
+    imports.TryReplace<decltype(::PdhCloseQuery)>("PdhCloseQuery", close);
+    imports.TryReplace<decltype(::PdhRemoveCounter)>("PdhRemoveCounter", remove);
+    imports.TryReplace<decltype(::PdhGetFormattedCounterValue)>("PdhGetFormattedCounterValue", read);
 }
 
 void RequireKnown(const char* pszFunction)
 {
-    static const std::set<std::string> known = {
-        "PdhEnumObjectItemsA", "PdhEnumObjectItemsW", "PdhOpenQueryA",    "PdhOpenQueryW",
-        "PdhAddCounterA",      "PdhAddCounterW",      "PdhRemoveCounter", "PdhCloseQuery",
-        "PdhCollectQueryData", "PdhGetFormattedCounterValue"};
+    static const std::set<std::string> known = {"PdhEnumObjectItemsA", "PdhEnumObjectItemsW",
+                                                "PdhOpenQueryA",       "PdhOpenQueryW",
+                                                "PdhAddCounterA",      "PdhAddCounterW",
+                                                "PdhRemoveCounter",    "PdhCloseQuery",
+                                                "PdhCollectQueryData", "PdhGetFormattedCounterValue"};
     if (known.count(pszFunction) == 0)
     {
         FAIL("ScriptedPdh does not answer for " << pszFunction);
@@ -387,8 +386,8 @@ std::size_t ScriptedPdh::CountCalls(const char* pszFunction) const
     const UnscriptedScope unscripted;
     RequireKnown(pszFunction);
     const SlimLockHold hold(m_state->lock);
-    return static_cast<std::size_t>(std::count_if(m_state->calls.begin(), m_state->calls.end(),
-                                                  [&](const PdhCall& call) { return call.function == pszFunction; }));
+    const auto isWanted = [&](const PdhCall& call) { return call.function == pszFunction; };
+    return static_cast<std::size_t>(std::count_if(m_state->calls.begin(), m_state->calls.end(), isWanted));
 }
 
 void ScriptedPdh::ForgetCalls()

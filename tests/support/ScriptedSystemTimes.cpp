@@ -73,10 +73,9 @@ struct ScriptedSystemTimes::State
 ScriptedSystemTimes::ScriptedSystemTimes(ScriptedExports& exports)
     : m_exports(exports), m_state(std::make_shared<State>())
 {
-    m_exports.Replace<decltype(::GetSystemTimes)>(
-        "GetSystemTimes", [state = m_state](PFILETIME pIdle, PFILETIME pKernel, PFILETIME pUser) {
-            return state->Read(pIdle, pKernel, pUser);
-        });
+    const auto read = [state = m_state](PFILETIME pIdle, PFILETIME pKernel, PFILETIME pUser)
+    { return state->Read(pIdle, pKernel, pUser); };
+    m_exports.Replace<decltype(::GetSystemTimes)>("GetSystemTimes", read);
 }
 
 ScriptedSystemTimes::~ScriptedSystemTimes()

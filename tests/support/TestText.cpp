@@ -24,9 +24,9 @@ std::string Narrow(UINT nCodePage, const std::wstring& text)
 {
     const UnscriptedScope unscripted;
     const int cchText = static_cast<int>(text.size());
-    std::string result(static_cast<std::size_t>(WideCharToMultiByte(nCodePage, 0, text.data(), cchText, nullptr, 0,
-                                                                    nullptr, nullptr)),
-                       '\0');
+    std::string result(
+        static_cast<std::size_t>(WideCharToMultiByte(nCodePage, 0, text.data(), cchText, nullptr, 0, nullptr, nullptr)),
+        '\0');
     WideCharToMultiByte(nCodePage, 0, text.data(), cchText, result.data(), static_cast<int>(result.size()), nullptr,
                         nullptr);
     return result;

@@ -22,6 +22,11 @@ bool ComesBefore(const Worker& left, const Worker& right)
     return std::tie(left.ullDueMs, left.ullOrder) < std::tie(right.ullDueMs, right.ullOrder);
 }
 
+bool Lives(const WorkerPointer& worker)
+{
+    return worker->state != Worker::State::Ended;
+}
+
 bool IsInTime(const Worker& worker)
 {
     return worker.state == Worker::State::Sleeping || worker.state == Worker::State::Waiting;
@@ -40,24 +45,20 @@ void TurnQueue::Add(const WorkerPointer& worker)
 
 WorkerPointer TurnQueue::Find(DWORD dwThreadId) const
 {
-    const auto found = std::find_if(m_workers.begin(), m_workers.end(), [&](const WorkerPointer& worker) {
-        return worker->dwThreadId == dwThreadId && worker->state != Worker::State::Ended;
-    });
+    const auto found =
+        std::find_if(m_workers.begin(), m_workers.end(),
+                     [&](const WorkerPointer& worker) { return worker->dwThreadId == dwThreadId && Lives(worker); });
     return found == m_workers.end() ? nullptr : *found;
 }
 
 std::size_t TurnQueue::Count() const
 {
-    return static_cast<std::size_t>(std::count_if(m_workers.begin(), m_workers.end(), [](const WorkerPointer& worker) {
-        return worker->state != Worker::State::Ended;
-    }));
+    return static_cast<std::size_t>(std::count_if(m_workers.begin(), m_workers.end(), Lives));
 }
 
 std::vector<WorkerPointer> TurnQueue::TakeEnded()
 {
-    const auto firstEnded = std::stable_partition(
-        m_workers.begin(), m_workers.end(),
-        [](const WorkerPointer& worker) { return worker->state != Worker::State::Ended; });
+    const auto firstEnded = std::stable_partition(m_workers.begin(), m_workers.end(), Lives);
     std::vector<WorkerPointer> ended(firstEnded, m_workers.end());
     m_workers.erase(firstEnded, m_workers.end());
     return ended;
@@ -67,8 +68,7 @@ void TurnQueue::NoticeDeadThreads()
 {
     for (const WorkerPointer& worker : m_workers)
     {
-        if (worker->state != Worker::State::Ended && worker->thread &&
-            WaitForSingleObject(worker->thread.Get(), 0) == WAIT_OBJECT_0)
+        if (Lives(worker) && worker->thread && WaitForSingleObject(worker->thread.Get(), 0) == WAIT_OBJECT_0)
         {
             End(*worker);
         }

@@ -47,18 +47,9 @@ class TurnQueue
 public:
     static constexpr ULONGLONG ullNever = static_cast<ULONGLONG>(-1);
 
-    VirtualTime& Time() noexcept
-    {
-        return m_time;
-    }
-    const VirtualTime& Time() const noexcept
-    {
-        return m_time;
-    }
-    ULONGLONG NowMs() const noexcept
-    {
-        return m_time.ElapsedMs();
-    }
+    VirtualTime& Time() noexcept { return m_time; }
+    const VirtualTime& Time() const noexcept { return m_time; }
+    ULONGLONG NowMs() const noexcept { return m_time.ElapsedMs(); }
 
     // --- the workers ---
     void Add(const WorkerPointer& worker);
@@ -72,19 +63,10 @@ public:
     std::string Describe() const;
 
     // --- the turn ---
-    bool HasTurn(const Worker& worker) const noexcept
-    {
-        return m_pTurn == &worker;
-    }
-    bool IsTurnFree() const noexcept
-    {
-        return m_pTurn == nullptr;
-    }
+    bool HasTurn(const Worker& worker) const noexcept { return m_pTurn == &worker; }
+    bool IsTurnFree() const noexcept { return m_pTurn == nullptr; }
     // For one that waits: looks while nobody else runs.
-    void TakeFreeTurn(const Worker& worker) noexcept
-    {
-        m_pTurn = &worker;
-    }
+    void TakeFreeTurn(const Worker& worker) noexcept { m_pTurn = &worker; }
     // Offers a free turn to the next worker.
     void OfferTurn();
     void GiveTurnUp(const Worker& worker);
@@ -102,15 +84,9 @@ public:
     // When the next sleep or wait ends; ullNever when none does.
     ULONGLONG NextDue() const;
     // Grows whenever something may have changed for those who wait.
-    ULONGLONG Activity() const noexcept
-    {
-        return m_ullActivity;
-    }
+    ULONGLONG Activity() const noexcept { return m_ullActivity; }
     // Woken when nobody can run up to the time allowed.
-    CONDITION_VARIABLE& Idle() noexcept
-    {
-        return m_idle;
-    }
+    CONDITION_VARIABLE& Idle() noexcept { return m_idle; }
 
 private:
     bool IsDue(const Worker& worker) const;

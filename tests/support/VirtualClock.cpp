@@ -43,36 +43,40 @@ Time ReadUnix(const Core& core, Time* pTime)
 
 void ScriptSleeps(RestoredImports& imports, const Core& core)
 {
-    imports.TryReplace<decltype(::Sleep)>("Sleep", [core](DWORD dwMilliseconds) { core->Sleep(dwMilliseconds); });
-    imports.TryReplace<decltype(::SleepEx)>("SleepEx", [core](DWORD dwMilliseconds, BOOL) -> DWORD {
+    const auto sleep = [core](DWORD dwMilliseconds) { core->Sleep(dwMilliseconds); };
+    const auto sleepEx = [core](DWORD dwMilliseconds, BOOL) -> DWORD
+    {
         core->Sleep(dwMilliseconds);
         return 0;
-    });
+    };
+    imports.TryReplace<decltype(::Sleep)>("Sleep", sleep);
+    imports.TryReplace<decltype(::SleepEx)>("SleepEx", sleepEx);
 }
 
 void ScriptTicks(RestoredImports& imports, const Core& core)
 {
-    const auto readTick = [](const VirtualTime& time) { return time.Tick(); };
-    imports.TryReplace<decltype(::GetTickCount)>("GetTickCount",
-                                                 [=] { return static_cast<DWORD>(core->Read(readTick)); });
-    imports.TryReplace<decltype(::GetTickCount64)>("GetTickCount64", [=] { return core->Read(readTick); });
+    const auto readLong = [core] { return core->Read([](const VirtualTime& time) { return time.Tick(); }); };
+    const auto readShort = [readLong] { return static_cast<DWORD>(readLong()); };
+    imports.TryReplace<decltype(::GetTickCount)>("GetTickCount", readShort);
+    imports.TryReplace<decltype(::GetTickCount64)>("GetTickCount64", readLong);
 }
 
 void ScriptSystemClocks(RestoredImports& imports, const Core& core)
 {
-    const auto readUtc = [core](LPFILETIME pTime) {
-        *pTime = core->Read([](const VirtualTime& time) { return time.Utc(); });
-    };
-    imports.TryReplace<decltype(::GetSystemTimeAsFileTime)>("GetSystemTimeAsFileTime", readUtc);
-    imports.TryReplace<void(LPFILETIME)>("GetSystemTimePreciseAsFileTime", readUtc);
-    imports.TryReplace<decltype(::GetSystemTime)>("GetSystemTime", [readUtc](LPSYSTEMTIME pTime) {
+    const auto readFileTime = [core](LPFILETIME pTime)
+    { *pTime = core->Read([](const VirtualTime& time) { return time.Utc(); }); };
+    const auto readUtc = [readFileTime](LPSYSTEMTIME pTime)
+    {
         FILETIME utc;
-        readUtc(&utc);
+        readFileTime(&utc);
         FileTimeToSystemTime(&utc, pTime);
-    });
-    imports.TryReplace<decltype(::GetLocalTime)>("GetLocalTime", [core](LPSYSTEMTIME pTime) {
-        *pTime = core->Read([](const VirtualTime& time) { return time.Local(); });
-    });
+    };
+    const auto readLocal = [core](LPSYSTEMTIME pTime)
+    { *pTime = core->Read([](const VirtualTime& time) { return time.Local(); }); };
+    imports.TryReplace<decltype(::GetSystemTimeAsFileTime)>("GetSystemTimeAsFileTime", readFileTime);
+    imports.TryReplace<void(LPFILETIME)>("GetSystemTimePreciseAsFileTime", readFileTime);
+    imports.TryReplace<decltype(::GetSystemTime)>("GetSystemTime", readUtc);
+    imports.TryReplace<decltype(::GetLocalTime)>("GetLocalTime", readLocal);
 }
 
 void ScriptLibraryClocks(RestoredImports& imports, const Core& core)
@@ -84,34 +88,31 @@ void ScriptLibraryClocks(RestoredImports& imports, const Core& core)
 
 void ScriptWaits(RestoredImports& imports, const Core& core)
 {
-    const auto wait = [core](HANDLE hObject, DWORD dwMilliseconds) {
-        return core->WaitForObject(hObject, dwMilliseconds);
-    };
+    const auto wait = [core](HANDLE hObject, DWORD dwMilliseconds)
+    { return core->WaitForObject(hObject, dwMilliseconds); };
+    const auto waitEx = [wait](HANDLE hObject, DWORD dwMilliseconds, BOOL) { return wait(hObject, dwMilliseconds); };
     imports.TryReplace<decltype(::WaitForSingleObject)>("WaitForSingleObject", wait);
-    imports.TryReplace<decltype(::WaitForSingleObjectEx)>(
-        "WaitForSingleObjectEx",
-        [wait](HANDLE hObject, DWORD dwMilliseconds, BOOL) { return wait(hObject, dwMilliseconds); });
+    imports.TryReplace<decltype(::WaitForSingleObjectEx)>("WaitForSingleObjectEx", waitEx);
 }
 
 void ScriptLocks(RestoredImports& imports, const Core& core)
 {
-    imports.TryReplace<decltype(::EnterCriticalSection)>("EnterCriticalSection", [core](LPCRITICAL_SECTION pSection) {
-        core->Acquire([=] { return TryEnterCriticalSection(pSection) != FALSE; });
-    });
-    imports.TryReplace<decltype(::AcquireSRWLockExclusive)>("AcquireSRWLockExclusive", [core](PSRWLOCK pLock) {
-        core->Acquire([=] { return TryAcquireSRWLockExclusive(pLock) != FALSE; });
-    });
-    imports.TryReplace<decltype(::AcquireSRWLockShared)>("AcquireSRWLockShared", [core](PSRWLOCK pLock) {
-        core->Acquire([=] { return TryAcquireSRWLockShared(pLock) != FALSE; });
-    });
+    const auto enter = [core](LPCRITICAL_SECTION pSection)
+    { core->Acquire([=] { return TryEnterCriticalSection(pSection) != FALSE; }); };
+    const auto acquire = [core](PSRWLOCK pLock)
+    { core->Acquire([=] { return TryAcquireSRWLockExclusive(pLock) != FALSE; }); };
+    const auto acquireShared = [core](PSRWLOCK pLock)
+    { core->Acquire([=] { return TryAcquireSRWLockShared(pLock) != FALSE; }); };
+    imports.TryReplace<decltype(::EnterCriticalSection)>("EnterCriticalSection", enter);
+    imports.TryReplace<decltype(::AcquireSRWLockExclusive)>("AcquireSRWLockExclusive", acquire);
+    imports.TryReplace<decltype(::AcquireSRWLockShared)>("AcquireSRWLockShared", acquireShared);
 }
 
 HANDLE CreateWorker(const Core& core, LPSECURITY_ATTRIBUTES pSecurity, SIZE_T cbStack, LPTHREAD_START_ROUTINE pfnBody,
                     LPVOID pParameter, DWORD dwFlags, LPDWORD pdwThreadId)
 {
-    const auto starter = [=](LPTHREAD_START_ROUTINE pfnWorker, void* pStart) {
-        return CreateThread(pSecurity, cbStack, pfnWorker, pStart, dwFlags, pdwThreadId);
-    };
+    const auto starter = [=](LPTHREAD_START_ROUTINE pfnWorker, void* pStart)
+    { return CreateThread(pSecurity, cbStack, pfnWorker, pStart, dwFlags, pdwThreadId); };
     return core->StartWorker([=] { return pfnBody(pParameter); }, (dwFlags & CREATE_SUSPENDED) != 0, starter);
 }
 
@@ -120,33 +121,27 @@ using LibraryThreadBody = unsigned(__stdcall*)(void*);
 uintptr_t BeginWorker(const Core& core, void* pSecurity, unsigned cbStack, LibraryThreadBody pfnBody, void* pParameter,
                       unsigned nFlags, unsigned* pnThreadId)
 {
-    const auto starter = [=](LPTHREAD_START_ROUTINE pfnWorker, void* pStart) {
+    const auto starter = [=](LPTHREAD_START_ROUTINE pfnWorker, void* pStart)
+    {
         // The two kinds of thread procedure differ in names only.
         auto pfnLibraryWorker = reinterpret_cast<LibraryThreadBody>(reinterpret_cast<void*>(pfnWorker));
         return reinterpret_cast<HANDLE>(
             _beginthreadex(pSecurity, cbStack, pfnLibraryWorker, pStart, nFlags, pnThreadId));
     };
-    return reinterpret_cast<uintptr_t>(
-        core->StartWorker([=]() -> DWORD { return pfnBody(pParameter); }, (nFlags & CREATE_SUSPENDED) != 0, starter));
+    const auto body = [=]() -> DWORD { return pfnBody(pParameter); };
+    return reinterpret_cast<uintptr_t>(core->StartWorker(body, (nFlags & CREATE_SUSPENDED) != 0, starter));
 }
 
 void ScriptThreads(RestoredImports& imports, const Core& core)
 {
-    imports.TryReplace<decltype(::CreateThread)>(
-        "CreateThread", [core](LPSECURITY_ATTRIBUTES pSecurity, SIZE_T cbStack, LPTHREAD_START_ROUTINE pfnBody,
-                               LPVOID pParameter, DWORD dwFlags, LPDWORD pdwThreadId) {
-            return CreateWorker(core, pSecurity, cbStack, pfnBody, pParameter, dwFlags, pdwThreadId);
-        });
-    imports.TryReplace<decltype(::_beginthreadex)>(
-        "_beginthreadex", [core](void* pSecurity, unsigned cbStack, LibraryThreadBody pfnBody, void* pParameter,
-                                 unsigned nFlags, unsigned* pnThreadId) {
-            return BeginWorker(core, pSecurity, cbStack, pfnBody, pParameter, nFlags, pnThreadId);
-        });
-    imports.TryReplace<decltype(::ResumeThread)>("ResumeThread",
-                                                 [core](HANDLE hThread) { return core->Resume(hThread); });
-    imports.TryReplace<decltype(::TerminateThread)>("TerminateThread", [core](HANDLE hThread, DWORD dwExitCode) {
-        return core->Terminate(hThread, dwExitCode);
-    });
+    const auto create = [core](auto... arguments) { return CreateWorker(core, arguments...); };
+    const auto begin = [core](auto... arguments) { return BeginWorker(core, arguments...); };
+    const auto resume = [core](HANDLE hThread) { return core->Resume(hThread); };
+    const auto terminate = [core](HANDLE hThread, DWORD dwExitCode) { return core->Terminate(hThread, dwExitCode); };
+    imports.TryReplace<decltype(::CreateThread)>("CreateThread", create);
+    imports.TryReplace<decltype(::_beginthreadex)>("_beginthreadex", begin);
+    imports.TryReplace<decltype(::ResumeThread)>("ResumeThread", resume);
+    imports.TryReplace<decltype(::TerminateThread)>("TerminateThread", terminate);
 }
 
 constexpr ULONGLONG SecondsToMs(ULONGLONG ullSeconds)
@@ -156,8 +151,7 @@ constexpr ULONGLONG SecondsToMs(ULONGLONG ullSeconds)
 
 } // namespace
 
-VirtualClock::VirtualClock(ImportRedirector& redirector)
-    : m_core(std::make_shared<ClockCore>()), m_imports(redirector)
+VirtualClock::VirtualClock(ImportRedirector& redirector) : m_core(std::make_shared<ClockCore>()), m_imports(redirector)
 {
     ScriptSleeps(m_imports, m_core);
     ScriptTicks(m_imports, m_core);
@@ -282,7 +276,8 @@ void VirtualClock::AdvanceUntilWorkersEnd(unsigned nMaxSeconds)
 void VirtualClock::RunOnOtherThread(std::function<void()> fn)
 {
     const UnscriptedScope unscripted;
-    const auto body = [fn = std::move(fn)]() -> DWORD {
+    const auto body = [fn = std::move(fn)]() -> DWORD
+    {
         try
         {
             fn();
@@ -293,9 +288,9 @@ void VirtualClock::RunOnOtherThread(std::function<void()> fn)
         }
         return 0;
     };
-    const HANDLE hThread = m_core->StartWorker(body, false, [](LPTHREAD_START_ROUTINE pfnWorker, void* pStart) {
-        return CreateThread(nullptr, 0, pfnWorker, pStart, 0, nullptr);
-    });
+    const auto starter = [](LPTHREAD_START_ROUTINE pfnWorker, void* pStart)
+    { return CreateThread(nullptr, 0, pfnWorker, pStart, 0, nullptr); };
+    const HANDLE hThread = m_core->StartWorker(body, false, starter);
     REQUIRE(hThread != nullptr);
     CloseHandle(hThread);
 }
@@ -303,10 +298,12 @@ void VirtualClock::RunOnOtherThread(std::function<void()> fn)
 void VirtualClock::RunWhileAdvancing(std::function<void()> fn, unsigned nMaxSeconds)
 {
     const auto bDone = std::make_shared<std::atomic<bool>>(false);
-    RunOnOtherThread([fn = std::move(fn), bDone] {
-        fn();
-        *bDone = true;
-    });
+    RunOnOtherThread(
+        [fn = std::move(fn), bDone]
+        {
+            fn();
+            *bDone = true;
+        });
     if (!AdvanceUntil([&] { return bDone->load(); }, nMaxSeconds))
     {
         FAIL("The function still runs after " << nMaxSeconds << " s");

@@ -12,24 +12,12 @@ class VirtualTime
 public:
     VirtualTime();
 
-    ULONGLONG ElapsedMs() const noexcept
-    {
-        return m_ullElapsedMs;
-    }
+    ULONGLONG ElapsedMs() const noexcept { return m_ullElapsedMs; }
     // Only forwards.
-    void MoveTo(ULONGLONG ullElapsedMs) noexcept
-    {
-        m_ullElapsedMs = ullElapsedMs;
-    }
+    void MoveTo(ULONGLONG ullElapsedMs) noexcept { m_ullElapsedMs = ullElapsedMs; }
 
-    ULONGLONG Tick() const noexcept
-    {
-        return m_ullTickAtStart + m_ullElapsedMs;
-    }
-    void SetTick(ULONGLONG ullTick) noexcept
-    {
-        m_ullTickAtStart = ullTick - m_ullElapsedMs;
-    }
+    ULONGLONG Tick() const noexcept { return m_ullTickAtStart + m_ullElapsedMs; }
+    void SetTick(ULONGLONG ullTick) noexcept { m_ullTickAtStart = ullTick - m_ullElapsedMs; }
 
     FILETIME Utc() const noexcept;
     long long UnixSeconds() const noexcept;

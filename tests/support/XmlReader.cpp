@@ -21,9 +21,7 @@ constexpr IID g_domInterface = {0x2933BF81, 0x7B36, 0x11D2, {0xB2, 0x0E, 0x00, 0
 class ComUse
 {
 public:
-    ComUse() noexcept : m_bEntered(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)))
-    {
-    }
+    ComUse() noexcept : m_bEntered(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))) {}
     ~ComUse()
     {
         if (m_bEntered)
@@ -65,9 +63,7 @@ struct XmlReader::Document
     }
 };
 
-XmlReader::XmlReader(std::unique_ptr<Document> document) noexcept : m_document(std::move(document))
-{
-}
+XmlReader::XmlReader(std::unique_ptr<Document> document) noexcept : m_document(std::move(document)) {}
 
 XmlReader::XmlReader(XmlReader&& other) noexcept = default;
 
