@@ -65,9 +65,10 @@ MonitoredModule::ReadyTree::ReadyTree(const ConfigBuilder& config)
 }
 
 MonitoredModule::MonitoredModule(const ConfigBuilder& config)
-    : tree(config), module(tree), imports(module.Handle()), clock(imports), exports(imports), memory(exports),
-      pdh(imports), wmi(imports), interfaces(imports)
+    : tree(config), module(tree, LoadedModule::Start::Later), imports(module.Handle()), mutexes(imports),
+      clock(imports), exports(imports), memory(exports), pdh(imports), wmi(imports), interfaces(imports)
 {
+    REQUIRE(module.Attach());
     clock.Set(BEGINNING);
     imports.CountCalls("CoInitialize");
     imports.CountCalls("CoUninitialize");

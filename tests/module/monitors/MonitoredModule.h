@@ -4,6 +4,7 @@
 #include "support/ImportRedirector.h"
 #include "support/LoadedModule.h"
 #include "support/ModuleTree.h"
+#include "support/PrivateMutexes.h"
 #include "support/ScriptedExports.h"
 #include "support/ScriptedInterfaceTable.h"
 #include "support/ScriptedMemoryStatus.h"
@@ -40,6 +41,7 @@ public:
     ReadyTree tree;
     LoadedModule module;
     ImportRedirector imports;
+    PrivateMutexes mutexes;
     VirtualClock clock;
     ScriptedExports exports;
     ScriptedMemoryStatus memory;
