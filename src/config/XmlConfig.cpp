@@ -53,6 +53,14 @@ bool OpenForNumber(XmlDocument& document)
     return true;
 }
 
+// The integer that a node's text begins with, of which at most 255 characters are looked at.
+int NumberOf(const UniqueBstr& text) noexcept
+{
+    wchar_t wszValue[256];
+    CopyTextW(wszValue, text.Text());
+    return _wtoi(wszValue);
+}
+
 // What the two node operations say when they stop before they have a document.
 struct NodeOperationTexts
 {
@@ -169,9 +177,7 @@ int GetAlertConfValue(int nAlertType, unsigned confType)
     {
         return XML_FAILED;
     }
-    wchar_t wszValue[256];
-    CopyTextW(wszValue, text.Text());
-    return _wtoi(wszValue);
+    return NumberOf(text);
 }
 
 int GetLogLevel(int* pnLevel)
@@ -189,7 +195,7 @@ int GetLogLevel(int* pnLevel)
     {
         return XML_FAILED;
     }
-    *pnLevel = _wtoi(text.Text());
+    *pnLevel = NumberOf(text);
     return 0;
 }
 
