@@ -1,0 +1,106 @@
+#include "ScriptedDom.h"
+
+#include "common/Com.h"
+#include "support/ImportTable.h"
+#include "support/ScriptScope.h"
+
+#include <msxml2.h>
+
+#include <stdexcept>
+
+namespace varnex::test
+{
+
+namespace
+{
+
+void Demand(bool bGood)
+{
+    if (!bGood)
+    {
+        throw std::runtime_error("there is no document object model to script");
+    }
+}
+
+ComPtr<IXMLDOMDocument> MakeDocument()
+{
+    constexpr CLSID classDocument = {0x2933BF90, 0x7B36, 0x11D2, {0xB2, 0x0E, 0x00, 0xC0, 0x4F, 0x98, 0x3E, 0x60}};
+    constexpr IID interfaceDocument = {0x2933BF81, 0x7B36, 0x11D2, {0xB2, 0x0E, 0x00, 0xC0, 0x4F, 0x98, 0x3E, 0x60}};
+    ComPtr<IXMLDOMDocument> document;
+    Demand(SUCCEEDED(CoCreateInstance(classDocument, nullptr, CLSCTX_ALL, interfaceDocument,
+                                      reinterpret_cast<void**>(document.GetAddressOf()))));
+    return document;
+}
+
+ComPtr<IXMLDOMElement> MakeElement(IXMLDOMDocument& document)
+{
+    const UniqueBstr name(L"a");
+    ComPtr<IXMLDOMElement> element;
+    Demand(SUCCEEDED(document.createElement(name.Get(), element.GetAddressOf())));
+    return element;
+}
+
+void** MethodTableOf(IUnknown* pObject)
+{
+    return *reinterpret_cast<void***>(pObject);
+}
+
+} // namespace
+
+ScriptedDom::ScriptedDom()
+{
+    const UnscriptedScope unscripted;
+    const ComPtr<IXMLDOMDocument> document = MakeDocument();
+    const ComPtr<IXMLDOMElement> element = MakeElement(*document.Get());
+    for (std::size_t i = 0; i < DOM_METHODS; ++i)
+    {
+        const DomMethodPlace place = PlaceOf(static_cast<DomMethod>(i));
+        IUnknown* const pObject = place.bOfDocument ? static_cast<IUnknown*>(document.Get()) : element.Get();
+        Slot& slot = m_slots[i];
+        slot.ppMethod = MethodTableOf(pObject) + place.nIndex;
+        slot.pGate = &CallGate::Take(*slot.ppMethod);
+        WriteImportSlot(slot.ppMethod, slot.pGate->Code());
+    }
+}
+
+ScriptedDom::~ScriptedDom()
+{
+    for (const Slot& slot : m_slots)
+    {
+        WriteImportSlot(slot.ppMethod, slot.pGate->Original());
+        slot.pGate->GiveBack();
+    }
+}
+
+const ScriptedDom::Slot& ScriptedDom::SlotOf(DomMethod method) const
+{
+    return m_slots.at(static_cast<std::size_t>(method));
+}
+
+void ScriptedDom::FailCall(DomMethod method, ULONGLONG ullCall, FailMode mode, HRESULT nResult)
+{
+    CallFailure failure;
+    failure.ullResult = static_cast<DWORD>(nResult);
+    failure.bKeepsLastError = true;
+    SlotOf(method).pGate->SetFailure(ullCall, mode, failure);
+}
+
+void ScriptedDom::StopFailing() noexcept
+{
+    for (const Slot& slot : m_slots)
+    {
+        slot.pGate->ClearFailure();
+    }
+}
+
+ULONGLONG ScriptedDom::Calls(DomMethod method) const
+{
+    return SlotOf(method).pGate->Calls();
+}
+
+ULONGLONG ScriptedDom::Failures(DomMethod method) const
+{
+    return SlotOf(method).pGate->Failures();
+}
+
+} // namespace varnex::test
