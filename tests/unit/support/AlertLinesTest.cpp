@@ -42,8 +42,8 @@ TEST_CASE("child: reads an alert with a field too few", "[.]")
 
 TEST_CASE("an alert line of another form fails the test")
 {
-    for (const char* pszChild : {"child: reads an alert that ends in a line feed alone",
-                                 "child: reads an alert with a field too few"})
+    for (const char* pszChild :
+         {"child: reads an alert that ends in a line feed alone", "child: reads an alert with a field too few"})
     {
         const ChildProcess child = ChildProcess::OfTestCase(pszChild);
         REQUIRE(child.WaitForEnd(20000));

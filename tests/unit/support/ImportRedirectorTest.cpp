@@ -1,5 +1,5 @@
-#include "support/ChildProcess.h"
 #include "support/ImportRedirector.h"
+#include "support/ChildProcess.h"
 #include "support/ScriptScope.h"
 
 #include "common/Handles.h"
@@ -60,8 +60,10 @@ TEST_CASE("a script gets every argument, in registers and on the stack")
     ImportRedirector redirector;
     std::string seen;
     redirector.Replace<decltype(::CreateFileW)>(
-        "CreateFileW", [&](LPCWSTR pwszFile, DWORD dwAccess, DWORD dwShare, LPSECURITY_ATTRIBUTES pSecurity,
-                           DWORD dwCreation, DWORD dwFlags, HANDLE hTemplate) {
+        "CreateFileW",
+        [&](LPCWSTR pwszFile, DWORD dwAccess, DWORD dwShare, LPSECURITY_ATTRIBUTES pSecurity, DWORD dwCreation,
+            DWORD dwFlags, HANDLE hTemplate)
+        {
             char szSeen[200];
             std::snprintf(szSeen, sizeof(szSeen), "%ls %lu %lu %d %lu %lu %d", pwszFile, dwAccess, dwShare,
                           pSecurity == nullptr, dwCreation, dwFlags, hTemplate == nullptr);
@@ -95,10 +97,12 @@ TEST_CASE("inside a script the import is the real one")
 {
     ImportRedirector redirector;
     DWORD dwReal = 0;
-    redirector.Replace<decltype(::GetCurrentProcessId)>("GetCurrentProcessId", [&] {
+    const auto noteAndAnswer = [&]
+    {
         dwReal = GetCurrentProcessId();
         return DWORD{1};
-    });
+    };
+    redirector.Replace<decltype(::GetCurrentProcessId)>("GetCurrentProcessId", noteAndAnswer);
     CHECK(GetCurrentProcessId() == 1);
     CHECK(dwReal == redirector.Original<decltype(::GetCurrentProcessId)>("GetCurrentProcessId")());
     CHECK(redirector.Calls("GetCurrentProcessId") == 1);
@@ -108,10 +112,12 @@ TEST_CASE("a script that calls back into the code under test can have the script
 {
     ImportRedirector redirector;
     redirector.Replace<decltype(::GetTickCount)>("GetTickCount", [] { return DWORD{5}; });
-    redirector.Replace<decltype(::GetCurrentProcessId)>("GetCurrentProcessId", [] {
+    const auto callBack = []
+    {
         const ScriptedScope scripted;
         return GetTickCount();
-    });
+    };
+    redirector.Replace<decltype(::GetCurrentProcessId)>("GetCurrentProcessId", callBack);
     CHECK(GetCurrentProcessId() == 5);
 }
 
@@ -138,10 +144,12 @@ TEST_CASE("a plain function can replace an import, and an import of one DLL can 
 TEST_CASE("the last error that a script leaves reaches the caller")
 {
     ImportRedirector redirector;
-    redirector.Replace<decltype(::DeleteFileW)>("DeleteFileW", [](LPCWSTR) {
+    const auto refuse = [](LPCWSTR)
+    {
         SetLastError(ERROR_WRITE_PROTECT);
         return FALSE;
-    });
+    };
+    redirector.Replace<decltype(::DeleteFileW)>("DeleteFileW", refuse);
     DWORD dwError = 0;
     CHECK(DeleteFails(dwError));
     CHECK(dwError == ERROR_WRITE_PROTECT);

@@ -1,5 +1,5 @@
-#include "support/ImportRedirector.h"
 #include "support/LoadedModule.h"
+#include "support/ImportRedirector.h"
 #include "support/ModuleTree.h"
 #include "support/VirtualClock.h"
 
@@ -18,10 +18,7 @@ namespace
 class SampleTree : public ModuleTree
 {
 public:
-    SampleTree()
-    {
-        CopyModule(ProgramDirectory() + L"\\SupportSample.dll");
-    }
+    SampleTree() { CopyModule(ProgramDirectory() + L"\\SupportSample.dll"); }
 };
 
 } // namespace

@@ -49,8 +49,7 @@ TEST_CASE("a utilization in percent is exact in whole megabytes")
     MEMORYSTATUSEX status = ClearedStatus();
     ReadStatus(status);
     CHECK(((status.ullTotalPhys >> 20) - (status.ullAvailPhys >> 20)) * 100 / (status.ullTotalPhys >> 20) == 75);
-    CHECK(((status.ullTotalPageFile >> 20) - (status.ullAvailPageFile >> 20)) * 100 /
-              (status.ullTotalPageFile >> 20) ==
+    CHECK(((status.ullTotalPageFile >> 20) - (status.ullAvailPageFile >> 20)) * 100 / (status.ullTotalPageFile >> 20) ==
           40);
 }
 

@@ -1,5 +1,5 @@
-#include "support/ChildProcess.h"
 #include "support/ScriptedPdh.h"
+#include "support/ChildProcess.h"
 
 #include <catch2/catch.hpp>
 

@@ -14,12 +14,14 @@ TEST_CASE("child: a worker never gets on", "[.]")
     VirtualClock clock(redirector);
     clock.SetGuard(500);
     volatile LONG bStop = 0;
-    clock.RunOnOtherThread([&] {
-        while (bStop == 0)
+    clock.RunOnOtherThread(
+        [&]
         {
-            SwitchToThread();
-        }
-    });
+            while (bStop == 0)
+            {
+                SwitchToThread();
+            }
+        });
     try
     {
         clock.Advance(1);
@@ -36,12 +38,14 @@ TEST_CASE("child: a worker does not end", "[.]")
     ImportRedirector redirector;
     VirtualClock clock(redirector);
     volatile LONG bStop = 0;
-    clock.RunOnOtherThread([&] {
-        while (bStop == 0)
+    clock.RunOnOtherThread(
+        [&]
         {
-            Sleep(1000);
-        }
-    });
+            while (bStop == 0)
+            {
+                Sleep(1000);
+            }
+        });
     try
     {
         clock.AdvanceUntilWorkersEnd(5);

@@ -193,8 +193,8 @@ TEST_CASE("a thread of the run-time library is a worker, and its end does not ho
     Ticker ticker{&journal, "b", 1000};
     ticker.bRunning = 0;
     unsigned nThreadId = 0;
-    const UniqueHandle thread(reinterpret_cast<HANDLE>(
-        _beginthreadex(nullptr, 0, RunTickerForLibrary, &ticker, 0, &nThreadId)));
+    const UniqueHandle thread(
+        reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, RunTickerForLibrary, &ticker, 0, &nThreadId)));
     REQUIRE(thread);
     CHECK(nThreadId == GetThreadId(thread.Get()));
     clock.Advance(10);
@@ -207,10 +207,12 @@ TEST_CASE("a thread that ends by ExitThread does not hold up an advance")
 {
     ImportRedirector redirector;
     VirtualClock clock(redirector);
-    clock.RunOnOtherThread([] {
-        Sleep(1000);
-        ExitThread(0);
-    });
+    clock.RunOnOtherThread(
+        []
+        {
+            Sleep(1000);
+            ExitThread(0);
+        });
     clock.Advance(2);
     CHECK(clock.Workers() == 0);
 }
@@ -220,7 +222,6 @@ TEST_CASE("a thread that the module did not create is a worker from its first sl
     Journal journal;
     Ticker ticker{&journal, "f", 1000};
     ImportRedirector redirector;
-    redirector.CountCalls("CreateThread");
     UniqueHandle thread;
     {
         VirtualClock clock(redirector);
@@ -244,9 +245,8 @@ TEST_CASE("a wait times out in virtual time")
     VirtualClock clock(redirector);
     const UniqueHandle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     Journal journal;
-    clock.RunOnOtherThread([&] {
-        journal.Add(WaitForSingleObject(event.Get(), 4200000) == WAIT_TIMEOUT ? "time-out" : "signal");
-    });
+    clock.RunOnOtherThread(
+        [&] { journal.Add(WaitForSingleObject(event.Get(), 4200000) == WAIT_TIMEOUT ? "time-out" : "signal"); });
     clock.Advance(4199);
     CHECK(journal.Text().empty());
     clock.Advance(1);
@@ -259,14 +259,18 @@ TEST_CASE("a wait sees the signal of another thread at the virtual time at which
     VirtualClock clock(redirector);
     const UniqueHandle event(CreateEventW(nullptr, FALSE, FALSE, nullptr));
     Journal journal;
-    clock.RunOnOtherThread([&] {
-        WaitForSingleObject(event.Get(), INFINITE);
-        journal.Add(std::to_string(clock.ElapsedMs()));
-    });
-    clock.RunOnOtherThread([&] {
-        Sleep(5000);
-        SetEvent(event.Get());
-    });
+    clock.RunOnOtherThread(
+        [&]
+        {
+            WaitForSingleObject(event.Get(), INFINITE);
+            journal.Add(std::to_string(clock.ElapsedMs()));
+        });
+    clock.RunOnOtherThread(
+        [&]
+        {
+            Sleep(5000);
+            SetEvent(event.Get());
+        });
     clock.Advance(60);
     CHECK(journal.Text() == "5000");
     CHECK(clock.Workers() == 0);
@@ -278,10 +282,12 @@ TEST_CASE("a wait sees a signal from outside without any advance")
     VirtualClock clock(redirector);
     const UniqueHandle begin(CreateEventW(nullptr, FALSE, FALSE, nullptr));
     const UniqueHandle finish(CreateEventW(nullptr, FALSE, FALSE, nullptr));
-    clock.RunOnOtherThread([&] {
-        WaitForSingleObject(begin.Get(), 60000);
-        SetEvent(finish.Get());
-    });
+    clock.RunOnOtherThread(
+        [&]
+        {
+            WaitForSingleObject(begin.Get(), 60000);
+            SetEvent(finish.Get());
+        });
     clock.WaitUntilAllAsleep();
     const UnscriptedScope unscripted; // as a test of the DLL waits, whose own imports are not redirected
     SetEvent(begin.Get());
@@ -295,18 +301,22 @@ TEST_CASE("a worker that waits for a critical section lets the owner's sleep end
     CRITICAL_SECTION section;
     InitializeCriticalSection(&section);
     Journal journal;
-    clock.RunOnOtherThread([&] {
-        EnterCriticalSection(&section);
-        Sleep(1000);
-        journal.Add("owner ");
-        LeaveCriticalSection(&section);
-    });
+    clock.RunOnOtherThread(
+        [&]
+        {
+            EnterCriticalSection(&section);
+            Sleep(1000);
+            journal.Add("owner ");
+            LeaveCriticalSection(&section);
+        });
     clock.WaitUntilAllAsleep();
-    clock.RunOnOtherThread([&] {
-        EnterCriticalSection(&section);
-        journal.Add("other at " + std::to_string(clock.ElapsedMs()));
-        LeaveCriticalSection(&section);
-    });
+    clock.RunOnOtherThread(
+        [&]
+        {
+            EnterCriticalSection(&section);
+            journal.Add("other at " + std::to_string(clock.ElapsedMs()));
+            LeaveCriticalSection(&section);
+        });
     clock.WaitUntilAllAsleep();
     CHECK(journal.Text().empty());
     clock.Advance(1);
@@ -320,10 +330,12 @@ TEST_CASE("the test's own thread gets a lock whose owner sleeps by letting the t
     VirtualClock clock(redirector);
     CRITICAL_SECTION section;
     InitializeCriticalSection(&section);
-    clock.RunOnOtherThread([&] {
-        const CriticalSectionHold hold(section);
-        Sleep(1000);
-    });
+    clock.RunOnOtherThread(
+        [&]
+        {
+            const CriticalSectionHold hold(section);
+            Sleep(1000);
+        });
     clock.WaitUntilAllAsleep();
     {
         const CriticalSectionHold hold(section);
@@ -351,12 +363,14 @@ TEST_CASE("a function can be run while time passes for its sleeps")
     ImportRedirector redirector;
     VirtualClock clock(redirector);
     int nSleeps = 0;
-    clock.RunWhileAdvancing([&] {
-        for (nSleeps = 0; nSleeps < 15; ++nSleeps)
+    clock.RunWhileAdvancing(
+        [&]
         {
-            Sleep(1000);
-        }
-    });
+            for (nSleeps = 0; nSleeps < 15; ++nSleeps)
+            {
+                Sleep(1000);
+            }
+        });
     CHECK(nSleeps == 15);
     CHECK(clock.ElapsedMs() == 15000);
     CHECK(clock.SleepCount(1000) == 15);
@@ -399,10 +413,12 @@ TEST_CASE("a worker that is stuck in a scripted call counts as asleep and can be
     ImportRedirector redirector;
     VirtualClock clock(redirector);
     const UniqueHandle never(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    redirector.Replace<decltype(::GetSystemDefaultLangID)>("GetSystemDefaultLangID", [&]() -> LANGID {
+    const auto getStuck = [&]() -> LANGID
+    {
         clock.Block(never.Get());
         return 0;
-    });
+    };
+    redirector.Replace<decltype(::GetSystemDefaultLangID)>("GetSystemDefaultLangID", getStuck);
     const UniqueHandle thread(CreateThread(
         nullptr, 0, [](void*) -> DWORD { return GetSystemDefaultLangID(); }, nullptr, 0, nullptr));
     clock.Advance(15);
