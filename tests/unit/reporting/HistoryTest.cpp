@@ -1,0 +1,189 @@
+#include "ReportingBench.h"
+#include "StoreFilling.h"
+
+#include <catch2/catch.hpp>
+
+#include <numeric>
+
+namespace varnex::test
+{
+
+namespace
+{
+
+std::vector<int> Numbers(int nFirst, int nCount)
+{
+    std::vector<int> numbers(static_cast<std::size_t>(nCount));
+    std::iota(numbers.begin(), numbers.end(), nFirst);
+    return numbers;
+}
+
+} // namespace
+
+TEST_CASE("a history holds a day of samples and then drops the oldest")
+{
+    BoundedHistory<int> history = MakeHistory(Numbers(1, 1440));
+    CHECK(history.Size() == 1440);
+    CHECK(SamplesOf(history) == Numbers(1, 1440));
+    CHECK(history.Oldest() == 1);
+    CHECK(history.Newest() == 1440);
+
+    history.Append(1441);
+    CHECK(history.Size() == 1440);
+    CHECK(SamplesOf(history) == Numbers(2, 1440));
+    CHECK(history.Oldest() == 2);
+    CHECK(history.Newest() == 1441);
+
+    for (const int nSample : Numbers(1442, 3 * 1440))
+    {
+        history.Append(nSample);
+    }
+    CHECK(SamplesOf(history) == Numbers(1442 + 2 * 1440, 1440));
+}
+
+TEST_CASE("cutting a history leaves the newest samples, and it grows to a day again")
+{
+    const int nAppended = GENERATE(1, 30, 1439, 1440, 1441, 2000, 2880);
+    const std::size_t nKept = GENERATE(as<std::size_t>{}, 1, 29, 30, 31, 1439, 1440, 1441, 0xFFFFFFFF);
+    CAPTURE(nAppended, nKept);
+    BoundedHistory<int> history = MakeHistory(Numbers(1, nAppended));
+    history.CutTo(nKept);
+    const int nLeft = static_cast<int>(std::min<std::size_t>({nKept, static_cast<std::size_t>(nAppended), 1440}));
+    CHECK(SamplesOf(history) == Numbers(nAppended - nLeft + 1, nLeft));
+    CHECK(history.Oldest() == nAppended - nLeft + 1);
+
+    for (const int nSample : Numbers(nAppended + 1, 1500))
+    {
+        history.Append(nSample);
+    }
+    CHECK(SamplesOf(history) == Numbers(nAppended + 1500 - 1440 + 1, 1440));
+}
+
+TEST_CASE("a history cut to nothing is empty and grows again")
+{
+    BoundedHistory<int> history = MakeHistory(Numbers(1, 1500));
+    history.CutTo(0);
+    CHECK(history.Size() == 0);
+    history.Append(7);
+    CHECK(SamplesOf(history) == std::vector<int>{7});
+}
+
+TEST_CASE("names and empty histories are published together, in place of the old ones")
+{
+    const ReportingBench bench;
+    auto& store = Stores().cpu;
+    store.Publish(MakeNames({L"0", L"1"}));
+    store.Append(0, 10);
+    store.Append(1, 11);
+
+    const auto names = store.Publish(MakeNames({L"a", L"b", L"c"}));
+    CHECK(names == store.GetNames());
+    REQUIRE(names->size() == 3);
+    CHECK(std::wstring((*names)[2].get()) == L"c");
+    REQUIRE(store.All().size() == 3);
+    for (std::size_t i = 0; i < 3; ++i)
+    {
+        CHECK(store.Of(i).Size() == 0);
+    }
+}
+
+TEST_CASE("a sample for which there is no history is dropped, and a missing history is an empty one")
+{
+    const ReportingBench bench;
+    auto& store = Stores().disk;
+    store.Append(0, 5);
+    CHECK(store.All().empty());
+    CHECK(store.Of(0).Size() == 0);
+
+    store.Publish(MakeNames({L"0 C:"}));
+    store.Append(1, 5);
+    store.Append(0, 6);
+    CHECK(SamplesOf(store.Of(0)) == std::vector<std::int64_t>{6});
+    CHECK(store.Of(1).Size() == 0);
+}
+
+TEST_CASE("names outlive a clean-up for whoever holds them")
+{
+    const ReportingBench bench;
+    const auto names = Stores().cpu.Publish(MakeNames({L"0"}));
+    Stores().cpu.Append(0, 1);
+    CleanUtilizationStores(true);
+    CHECK(Stores().cpu.GetNames()->empty());
+    CHECK(Stores().cpu.All().empty());
+    CHECK(std::wstring((*names)[0].get()) == L"0");
+    Stores().cpu.Append(0, 1);
+    CHECK(Stores().cpu.All().empty());
+}
+
+TEST_CASE("a clean-up empties every store")
+{
+    const ReportingBench bench;
+    FillCpus({{L"0", {1}}});
+    FillDisks({{L"0 C:", {1}}});
+    FillMemoryStore({1}, {2});
+    FillCards({MakeCard(2, L"00", 1, 1)});
+    CleanUtilizationStores(true);
+    CHECK(Stores().cpu.GetNames()->empty());
+    CHECK(Stores().cpu.All().empty());
+    CHECK(Stores().memory.physical.Size() == 0);
+    CHECK(Stores().memory.pagingFile.Size() == 0);
+    CHECK(Stores().disk.GetNames()->empty());
+    CHECK(Stores().disk.All().empty());
+    CHECK(Stores().network.histories.empty());
+    CHECK(Stores().network.collector.CardList().empty());
+}
+
+TEST_CASE("a clean-up that must not wait skips a store in other hands, and only that")
+{
+    ReportingBench bench;
+    FillCpus({{L"0", {1}}});
+    FillMemoryStore({1}, {2});
+    FillDisks({{L"0 C:", {1}}});
+    const UniqueHandle release(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    bench.clock.RunOnOtherThread(
+        [&]
+        {
+            const StoreLockHold hold(Stores().memory.lock);
+            bench.clock.Block(release.Get());
+        });
+    bench.clock.WaitUntilAllAsleep();
+
+    CleanUtilizationStores(false);
+    CHECK(Stores().cpu.All().empty());
+    CHECK(Stores().memory.physical.Size() == 1);
+    CHECK(Stores().disk.All().empty());
+
+    SetEvent(release.Get());
+    bench.clock.AdvanceUntilWorkersEnd(1);
+    CleanUtilizationStores(false);
+    CHECK(Stores().memory.physical.Size() == 0);
+}
+
+TEST_CASE("a store's lock is made anew only when the ended thread owns it")
+{
+    const ReportingBench bench;
+    StoreLock& lock = Stores().disk.lock;
+    lock.Enter();
+    lock.RenewIfOwnedBy(GetCurrentThreadId() + 1);
+    bool bTaken = true;
+    const auto tryOnOtherThread = [&]
+    {
+        const UniqueHandle thread(CreateThread(
+            nullptr, 0,
+            [](LPVOID pTaken) -> DWORD
+            {
+                *static_cast<bool*>(pTaken) = Stores().disk.lock.TryEnter();
+                return 0;
+            },
+            &bTaken, 0, nullptr));
+        WaitForSingleObject(thread.Get(), INFINITE);
+    };
+    tryOnOtherThread();
+    CHECK_FALSE(bTaken);
+    lock.RenewIfOwnedBy(GetCurrentThreadId());
+    tryOnOtherThread();
+    CHECK(bTaken);
+    lock.Initialize();
+}
+
+} // namespace varnex::test
