@@ -94,7 +94,6 @@ TEST_CASE("the disk monitor logs its start, its checks, its alerts and its end i
 
     const Lines wanted = {
         "4 CMonDiskThread construct -- without parameters.",
-        "4 Create Monitor physical disk throughput Thread Successfully!",
         "3 [ID:#]Monitor Disk Usage thread begin: Interval(10)S, Threshold(50MB/Sec), SamplingAmount InADay(1), "
         "MaxAlertNum(5)",
         CheckLine("0 C:", 72, 50, 0, 0, 5, "2026-01-31 12:00:00"),
@@ -269,14 +268,15 @@ TEST_CASE("without disks the monitor is done at once: it keeps its slot and its 
     machine.pfnSet(host.pdh);
     host.LogEverything();
     const ULONGLONG ullLeft = host.imports.Calls("CoUninitialize");
-    const std::string output = CaptureOutput([&] {
-        host.Start(VARNEX_ALERT_DISK);
-        host.clock.AdvanceUntilWorkersEnd(1);
-    });
+    const std::string output = CaptureOutput(
+        [&]
+        {
+            host.Start(VARNEX_ALERT_DISK);
+            host.clock.AdvanceUntilWorkersEnd(1);
+        });
 
     const Lines wanted = {
         "4 CMonDiskThread construct -- without parameters.",
-        "4 Create Monitor physical disk throughput Thread Successfully!",
         "3 [ID:#]Monitor Disk Usage thread begin: Interval(10)S, Threshold(50MB/Sec), SamplingAmount InADay(1), "
         "MaxAlertNum(5)",
         szNoList,
@@ -302,9 +302,11 @@ TEST_CASE("without memory for the histories the monitor is done at once and keep
     host.LogEverything();
     const ULONGLONG ullLeft = host.imports.Calls("CoUninitialize");
     // A history is an array of three pointers; nothing else of the run is as long as so many of them.
-    host.imports.Replace<decltype(::malloc)>("malloc", [](std::size_t cbBlock) -> void* {
-        return cbBlock == 137 * 3 * sizeof(void*) ? nullptr : std::malloc(cbBlock);
-    });
+    host.imports.Replace<decltype(::malloc)>("malloc",
+                                             [](std::size_t cbBlock) -> void* {
+                                                 return cbBlock == 137 * 3 * sizeof(void*) ? nullptr
+                                                                                           : std::malloc(cbBlock);
+                                             });
     host.Start(VARNEX_ALERT_DISK);
     host.clock.AdvanceUntilWorkersEnd(1);
     host.imports.Restore("malloc");
@@ -359,10 +361,12 @@ TEST_CASE("a failed measurement is not stored, and is no failure of the average 
     const auto failed = static_cast<PDH_STATUS>(PDH_MEMORY_ALLOCATION_FAILURE);
     host.pdh.QueueStatus("PdhOpenQueryA", {ERROR_SUCCESS, failed, ERROR_SUCCESS, failed, ERROR_SUCCESS});
     host.LogEverything();
-    (void)CaptureOutput([&] {
-        host.Start(VARNEX_ALERT_DISK);
-        host.clock.Advance(41); // five passes
-    });
+    (void)CaptureOutput(
+        [&]
+        {
+            host.Start(VARNEX_ALERT_DISK);
+            host.clock.Advance(41); // five passes
+        });
     const Lines wanted = {
         MeasurementFailureLine("0 C:"),
         CheckLine("0 C:", 15, 50, 0, 0, 5, "2026-01-31 12:00:20"),
@@ -412,9 +416,8 @@ TEST_CASE("a disk count that cannot be read is said for each disk, and taken as 
     host.clock.Advance(1);
     const std::string unread = "4 MonDiskThread -- Get alert number from CFG file failed, input date(2026-01-31), "
                                "error code(0xffffffff). ";
-    CHECK(host.LogOf("MonDiskThread --") ==
-          Lines{unread, CheckLine("0 C:", 10, 50, 0, 0, 5, "2026-01-31 12:00:00"), unread,
-                CheckLine("1 D:", 20, 50, 0, 0, 5, "2026-01-31 12:00:00")});
+    CHECK(host.LogOf("MonDiskThread --") == Lines{unread, CheckLine("0 C:", 10, 50, 0, 0, 5, "2026-01-31 12:00:00"),
+                                                  unread, CheckLine("1 D:", 20, 50, 0, 0, 5, "2026-01-31 12:00:00")});
     host.StopAndEnd(VARNEX_ALERT_DISK);
 }
 

@@ -62,7 +62,6 @@ TEST_CASE("the memory monitor logs its start, its checks, its alerts and its end
     const Lines log = host.Log();
     const Lines wanted = {
         "4 CMonMemThread construct -- without parameters.",
-        "4 Create Monitor Memory Thread Successfully!",
         "3 [ID:#]Monitor Memory Usage thread begin: Interval(10)S, Threshold(85%), SamplingAmount InADay(1), "
         "MaxAlertNum(5)",
         CheckLine(90, 88, 85, 0, 0, 0, 0, 5),

@@ -22,8 +22,8 @@ namespace varnex::test
 
 using Lines = std::vector<std::string>;
 
-// The shipped DLL with a configuration of the test's, under a virtual clock that begins at 2026-01-31 12:00:00, and with
-// every source of the memory, disk and network monitors scripted.
+// The shipped DLL with a configuration of the test's, under a virtual clock that begins at 2026-01-31 12:00:00, and
+// with every source of the memory, disk and network monitors scripted.
 class MonitoredModule
 {
     class ReadyTree : public ModuleTree
