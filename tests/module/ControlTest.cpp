@@ -71,19 +71,24 @@ public:
     explicit HeldThreads(ModuleAtWork& work) : m_work(work)
     {
         work.redirector.Replace<decltype(::CreateThread)>(
-            "CreateThread", [this](LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE, LPVOID, DWORD, LPDWORD) {
+            "CreateThread",
+            [this](LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE, LPVOID, DWORD, LPDWORD)
+            {
                 m_handles.push_back(CreateEventW(nullptr, TRUE, FALSE, nullptr));
                 return m_handles.back();
             });
-        work.redirector.Replace<decltype(::CloseHandle)>("CloseHandle", [this](HANDLE hObject) {
-            const auto found = std::find(m_handles.begin(), m_handles.end(), hObject);
-            if (found != m_handles.end())
+        work.redirector.Replace<decltype(::CloseHandle)>(
+            "CloseHandle",
+            [this](HANDLE hObject)
             {
-                m_closed.push_back(static_cast<unsigned>(found - m_handles.begin()));
-                *found = nullptr;
-            }
-            return CloseHandle(hObject);
-        });
+                const auto found = std::find(m_handles.begin(), m_handles.end(), hObject);
+                if (found != m_handles.end())
+                {
+                    m_closed.push_back(static_cast<unsigned>(found - m_handles.begin()));
+                    *found = nullptr;
+                }
+                return CloseHandle(hObject);
+            });
     }
     ~HeldThreads()
     {
@@ -94,15 +99,9 @@ public:
             UniqueHandle(hThread).Reset();
         }
     }
-    std::size_t Made() const
-    {
-        return m_handles.size();
-    }
+    std::size_t Made() const { return m_handles.size(); }
     // The numbers of the threads, from 0, in the order in which their handles were closed.
-    const std::vector<unsigned>& Closed() const
-    {
-        return m_closed;
-    }
+    const std::vector<unsigned>& Closed() const { return m_closed; }
 
 private:
     ModuleAtWork& m_work;
@@ -113,10 +112,7 @@ private:
 class WorkAtLevel4 : public ModuleAtWork
 {
 public:
-    WorkAtLevel4()
-    {
-        TakeOverLogLevel4();
-    }
+    WorkAtLevel4() { TakeOverLogLevel4(); }
 };
 
 // The module at log level 4 with stand-ins for threads.
@@ -247,8 +243,8 @@ TEST_CASE("the start of all makes those that are missing")
     Lines expected = {START_ALL};
     for (const MonitorTexts& texts : MONITORS)
     {
-        Append(expected, texts.nType == running.nType ? Lines{texts.pszExists}
-                                                      : Lines{texts.pszConstruct, texts.pszSuccess});
+        Append(expected,
+               texts.nType == running.nType ? Lines{texts.pszExists} : Lines{texts.pszConstruct, texts.pszSuccess});
     }
     CHECK(control.lines == expected);
     CHECK(control.threads.Made() == 4);
@@ -278,10 +274,14 @@ TEST_CASE("a monitor without memory for it is logged, keeps no slot and does not
     const MonitorTexts failing = GENERATE(from_range(MONITORS));
     Control control;
     unsigned nMonitors = 0;
-    control.work.redirector.Replace<void*(std::size_t)>("malloc", [&](std::size_t cbBlock) -> void* {
-        nMonitors += cbBlock == cbMonitor ? 1 : 0;
-        return cbBlock == cbMonitor && nMonitors == failing.nType ? nullptr : std::malloc(cbBlock);
-    });
+    control.work.redirector.Replace<void*(std::size_t)>("malloc",
+                                                        [&](std::size_t cbBlock) -> void*
+                                                        {
+                                                            nMonitors += cbBlock == cbMonitor ? 1 : 0;
+                                                            return cbBlock == cbMonitor && nMonitors == failing.nType
+                                                                       ? nullptr
+                                                                       : std::malloc(cbBlock);
+                                                        });
     CHECK(control.Start(VARNEX_ALERT_ALL) == VARNEX_OK);
     control.work.redirector.Restore("malloc");
     CHECK(nMonitors == 4); // no other block of that size was asked for
@@ -317,15 +317,13 @@ TEST_CASE("any alert type above 4 is refused with a line, and nothing else happe
         unsigned nType;
         const char* pszShown;
     };
-    const auto refused = GENERATE(values<Refused>({{5, "5"},
-                                                   {6, "6"},
-                                                   {0x7FFFFFFF, "2147483647"},
-                                                   {0x80000000, "-2147483648"},
-                                                   {0xFFFFFFFF, "-1"}}));
+    const auto refused = GENERATE(values<Refused>(
+        {{5, "5"}, {6, "6"}, {0x7FFFFFFF, "2147483647"}, {0x80000000, "-2147483648"}, {0xFFFFFFFF, "-1"}}));
     Control control;
     control.Start(VARNEX_ALERT_CPU);
     CHECK(control.Start(refused.nType) == VARNEX_BAD_ALERT_TYPE);
-    CHECK(control.lines == Lines{std::string("1 StartWorkingThread -- bad input alert type(") + refused.pszShown + ")"});
+    CHECK(control.lines ==
+          Lines{std::string("1 StartWorkingThread -- bad input alert type(") + refused.pszShown + ")"});
     CHECK(control.Stop(refused.nType) == VARNEX_BAD_ALERT_TYPE);
     CHECK(control.lines == Lines{std::string("1 StopWorkingThread -- bad input alert type(") + refused.pszShown + ")"});
     CHECK(control.threads.Made() == 1);
@@ -344,11 +342,12 @@ TEST_CASE("a freshly loaded module logs up to level 3")
 TEST_CASE("two hundred starts and stops in a row leave no handle and no thread behind")
 {
     ModuleAtWork work(ConfigBuilder().SetLogLevel(0));
-    const auto startAndStop = [&work] {
+    const auto startAndStop = [&work]
+    {
         work.Start(VARNEX_ALERT_CPU);
         work.StopAndEnd(VARNEX_ALERT_CPU);
     };
-    startAndStop(); // what the first run loads stays loaded
+    startAndStop();           // what the first run loads stays loaded
     work.tree.RemoveConfig(); // from here on nothing is read or logged: only threads come and go
     const ULONGLONG ullCreated = work.redirector.Calls("CreateThread");
     const std::size_t nThreads = CountThreads();
@@ -377,7 +376,8 @@ TEST_CASE("starts and stops hammered in real time from two threads end every mon
         ImportRedirector& redirector;
     } host{module.Export<decltype(::StartWorkingThread)>("StartWorkingThread"),
            module.Export<decltype(::StopWorkingThread)>("StopWorkingThread"), redirector};
-    const auto waitForThreads = [](std::size_t nWanted) {
+    const auto waitForThreads = [](std::size_t nWanted)
+    {
         for (int i = 0; i < 1000 && CountThreads() > nWanted; ++i)
         {
             Sleep(10);
@@ -390,7 +390,8 @@ TEST_CASE("starts and stops hammered in real time from two threads end every mon
     const std::size_t nThreads = waitForThreads(nThreadsAtFirst);
     tree.RemoveConfig();
     const std::size_t nHandles = CountHandles();
-    const LPTHREAD_START_ROUTINE pfnHammer = [](void* pHost) -> DWORD {
+    const LPTHREAD_START_ROUTINE pfnHammer = [](void* pHost) -> DWORD
+    {
         const auto& of = *static_cast<const Host*>(pHost);
         while (of.redirector.Calls("CreateThread") < WANTED)
         {

@@ -1,11 +1,13 @@
 #include "ModuleAtWork.h"
 
+#include <catch2/catch.hpp>
+
 namespace varnex::test
 {
 
-ModuleAtWork::ModuleAtWork(const ConfigBuilder& config)
-    : tree(config), module(tree), redirector(module.Handle()), clock(redirector), exports(redirector), cpu(exports)
+ModuleAtWork::ModuleAtWork(const ConfigBuilder& config) : tree(config)
 {
+    REQUIRE(bAttached);
     cpu.Restart(); // the module has taken no reading yet
 }
 

@@ -5,6 +5,7 @@
 #include "support/LoadedModule.h"
 #include "support/LogFile.h"
 #include "support/ModuleTree.h"
+#include "support/PrivateMutexes.h"
 #include "support/ScriptedExports.h"
 #include "support/ScriptedSystemTimes.h"
 #include "support/VirtualClock.h"
@@ -43,19 +44,18 @@ public:
     // does not count as news.
     void TakeOverLogLevel4();
 
-    LogFile ReadLog() const
-    {
-        return LogFile(tree);
-    }
+    LogFile ReadLog() const { return LogFile(tree); }
     // The messages since the last call, each as "2 text".
     std::vector<std::string> News();
 
     ShippedTree tree;
-    LoadedModule module;
-    ImportRedirector redirector;
-    VirtualClock clock;
-    ScriptedExports exports;
-    ScriptedSystemTimes cpu;
+    LoadedModule module{tree, LoadedModule::Start::Later};
+    ImportRedirector redirector{module.Handle()};
+    PrivateMutexes mutexes{redirector};
+    bool bAttached{module.Attach()};
+    VirtualClock clock{redirector};
+    ScriptedExports exports{redirector};
+    ScriptedSystemTimes cpu{exports};
 
 private:
     std::size_t m_nLinesSeen = 0;

@@ -29,8 +29,10 @@ struct ThreadCalls
     explicit ThreadCalls(ImportRedirector& redirector)
     {
         redirector.Replace<decltype(::CreateThread)>(
-            "CreateThread", [this](LPSECURITY_ATTRIBUTES pSecurity, SIZE_T cbStack, LPTHREAD_START_ROUTINE pfnBody,
-                                   LPVOID pParameter, DWORD dwFlags, LPDWORD pdwThreadId) {
+            "CreateThread",
+            [this](LPSECURITY_ATTRIBUTES pSecurity, SIZE_T cbStack, LPTHREAD_START_ROUTINE pfnBody, LPVOID pParameter,
+                   DWORD dwFlags, LPDWORD pdwThreadId)
+            {
                 names += "create ";
                 bPlain = pSecurity == nullptr && cbStack == 0 && pdwThreadId != nullptr;
                 pfnProcedure = pfnBody;
@@ -39,15 +41,19 @@ struct ThreadCalls
                 hThread = CreateThread(pSecurity, cbStack, pfnBody, pParameter, dwFlags, pdwThreadId);
                 return hThread;
             });
-        redirector.Replace<decltype(::SetThreadPriority)>("SetThreadPriority", [this](HANDLE hOf, int nLevel) {
-            names += hOf == hThread ? "priority " : "other-priority ";
-            nPriority = nLevel;
-            return SetThreadPriority(hOf, nLevel);
-        });
-        redirector.Replace<decltype(::ResumeThread)>("ResumeThread", [this](HANDLE hOf) {
-            names += hOf == hThread ? "resume" : "other-resume";
-            return ResumeThread(hOf);
-        });
+        redirector.Replace<decltype(::SetThreadPriority)>("SetThreadPriority",
+                                                          [this](HANDLE hOf, int nLevel)
+                                                          {
+                                                              names += hOf == hThread ? "priority " : "other-priority ";
+                                                              nPriority = nLevel;
+                                                              return SetThreadPriority(hOf, nLevel);
+                                                          });
+        redirector.Replace<decltype(::ResumeThread)>("ResumeThread",
+                                                     [this](HANDLE hOf)
+                                                     {
+                                                         names += hOf == hThread ? "resume" : "other-resume";
+                                                         return ResumeThread(hOf);
+                                                     });
     }
 
     std::string names;
@@ -65,19 +71,15 @@ class CloseCount
 public:
     explicit CloseCount(ImportRedirector& redirector)
     {
-        redirector.Replace<decltype(::CloseHandle)>("CloseHandle", [this](HANDLE hObject) {
-            m_nCount += hObject == m_hWatched.load() ? 1 : 0;
-            return CloseHandle(hObject);
-        });
+        redirector.Replace<decltype(::CloseHandle)>("CloseHandle",
+                                                    [this](HANDLE hObject)
+                                                    {
+                                                        m_nCount += hObject == m_hWatched.load() ? 1 : 0;
+                                                        return CloseHandle(hObject);
+                                                    });
     }
-    void Watch(HANDLE hObject)
-    {
-        m_hWatched = hObject;
-    }
-    int Count() const
-    {
-        return m_nCount;
-    }
+    void Watch(HANDLE hObject) { m_hWatched = hObject; }
+    int Count() const { return m_nCount; }
 
 private:
     std::atomic<HANDLE> m_hWatched{nullptr};
@@ -127,7 +129,8 @@ TEST_CASE("every access to the flag or a policy value takes and releases the wor
     redirector.CountCalls("EnterCriticalSection");
     redirector.CountCalls("LeaveCriticalSection");
     TestWorker worker;
-    const auto countLocks = [&redirector](const std::function<void()>& access) {
+    const auto countLocks = [&redirector](const std::function<void()>& access)
+    {
         const ULONGLONG ullEntered = redirector.Calls("EnterCriticalSection");
         const ULONGLONG ullLeft = redirector.Calls("LeaveCriticalSection");
         access();
@@ -230,10 +233,12 @@ TEST_CASE("an exception out of a worker's body ends its thread with 1 and a line
 TEST_CASE("a cleared flag leaves the running thread and its handle alone, for the body to notice")
 {
     const UniqueHandle mayEnd(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    TestWorker::Begin([&mayEnd](TestWorker& worker) -> DWORD {
-        WaitForSingleObject(mayEnd.Get(), WAIT_MS);
-        return worker.IsRunning() ? 1 : 2;
-    });
+    TestWorker::Begin(
+        [&mayEnd](TestWorker& worker) -> DWORD
+        {
+            WaitForSingleObject(mayEnd.Get(), WAIT_MS);
+            return worker.IsRunning() ? 1 : 2;
+        });
     ImportRedirector redirector;
     ThreadCalls calls(redirector);
     CloseCount closings(redirector);
@@ -291,12 +296,14 @@ TEST_CASE("a creation puts the worker into its slot, runs it and says so")
     const UnitLog log;
     WorkerSlot slot;
     const UniqueHandle ended(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    TestWorker::Begin([&](TestWorker& worker) -> DWORD {
-        slot.Withdraw(&worker);
-        delete &worker;
-        SetEvent(ended.Get());
-        return 1;
-    });
+    TestWorker::Begin(
+        [&](TestWorker& worker) -> DWORD
+        {
+            slot.Withdraw(&worker);
+            delete &worker;
+            SetEvent(ended.Get());
+            return 1;
+        });
     CHECK(CreateRunningThread<TestWorker>(slot, "no thread", "a thread") == WORKER_CREATED);
     REQUIRE(WaitForSingleObject(ended.Get(), WAIT_MS) == WAIT_OBJECT_0);
     CHECK_FALSE(slot.IsSet());
@@ -347,8 +354,8 @@ TEST_CASE("a creation without memory for the worker throws and leaves the slot e
     TestWorker::Begin({});
     ImportRedirector redirector;
     redirector.CountCalls("CreateThread");
-    redirector.Replace<void*(std::size_t)>(
-        "malloc", [](std::size_t cbBlock) { return cbBlock == sizeof(TestWorker) ? nullptr : std::malloc(cbBlock); });
+    redirector.Replace<void*(std::size_t)>("malloc", [](std::size_t cbBlock)
+                                           { return cbBlock == sizeof(TestWorker) ? nullptr : std::malloc(cbBlock); });
     CHECK_THROWS_AS(CreateRunningThread<TestWorker>(slot, "no thread", "a thread"), std::bad_alloc);
     redirector.Restore("malloc");
     CHECK_FALSE(slot.IsSet());

@@ -51,72 +51,54 @@ public:
         m_steps.clear();
         return DllMain(MODULE, dwReason, bProcessEnds ? this : nullptr);
     }
-    ImportRedirector& Imports()
-    {
-        return m_redirector;
-    }
-    ModulePathScript& Path()
-    {
-        return m_path;
-    }
-    void AnswerCoInitialize(HRESULT nResult)
-    {
-        m_nComResult = nResult;
-    }
-    void KeepLogFilesClosed()
-    {
-        m_bLogOpens = false;
-    }
+    ImportRedirector& Imports() { return m_redirector; }
+    ModulePathScript& Path() { return m_path; }
+    void AnswerCoInitialize(HRESULT nResult) { m_nComResult = nResult; }
+    void KeepLogFilesClosed() { m_bLogOpens = false; }
 
     // The calls that count, of the latest call: "log", "com", "mutex", "uninit", "lock" (a
     // history lock that is deleted), "close" (the store's mutex).
-    const std::vector<std::string>& Steps() const
-    {
-        return m_steps;
-    }
-    const std::vector<std::string>& LogFiles() const
-    {
-        return m_logFiles;
-    }
-    bool IsStoreMutexForEveryone() const
-    {
-        return m_bForEveryone;
-    }
-    int StoreMutexesMade() const
-    {
-        return m_nMutexes;
-    }
+    const std::vector<std::string>& Steps() const { return m_steps; }
+    const std::vector<std::string>& LogFiles() const { return m_logFiles; }
+    bool IsStoreMutexForEveryone() const { return m_bForEveryone; }
+    int StoreMutexesMade() const { return m_nMutexes; }
 
 private:
     void ScriptCom()
     {
-        m_redirector.Replace<decltype(::CoInitialize)>("CoInitialize", [this](LPVOID pReserved) {
-            m_steps.emplace_back(pReserved == nullptr ? "com" : "com with an argument");
-            return m_nComResult;
-        });
+        m_redirector.Replace<decltype(::CoInitialize)>("CoInitialize",
+                                                       [this](LPVOID pReserved)
+                                                       {
+                                                           m_steps.emplace_back(
+                                                               pReserved == nullptr ? "com" : "com with an argument");
+                                                           return m_nComResult;
+                                                       });
         m_redirector.Replace<decltype(::CoUninitialize)>("CoUninitialize", [this] { m_steps.emplace_back("uninit"); });
     }
 
     void ScriptLogFile()
     {
         m_redirector.Replace<decltype(::CreateFileA)>(
-            "CreateFileA", [this](LPCSTR pszName, DWORD dwAccess, DWORD dwShare, LPSECURITY_ATTRIBUTES pSecurity,
-                                  DWORD dwCreation, DWORD dwFlags, HANDLE hTemplate) {
+            "CreateFileA",
+            [this](LPCSTR pszName, DWORD dwAccess, DWORD dwShare, LPSECURITY_ATTRIBUTES pSecurity, DWORD dwCreation,
+                   DWORD dwFlags, HANDLE hTemplate)
+            {
                 m_steps.emplace_back("log");
                 m_logFiles.emplace_back(pszName);
                 return m_bLogOpens ? CreateFileA(pszName, dwAccess, dwShare, pSecurity, dwCreation, dwFlags, hTemplate)
                                    : INVALID_HANDLE_VALUE;
             });
         m_redirector.Replace<decltype(::CreateDirectoryA)>(
-            "CreateDirectoryA", [this](LPCSTR pszName, LPSECURITY_ATTRIBUTES pSecurity) {
-                return m_bLogOpens ? CreateDirectoryA(pszName, pSecurity) : FALSE;
-            });
+            "CreateDirectoryA", [this](LPCSTR pszName, LPSECURITY_ATTRIBUTES pSecurity)
+            { return m_bLogOpens ? CreateDirectoryA(pszName, pSecurity) : FALSE; });
     }
 
     void ScriptStoreMutex()
     {
         m_redirector.Replace<decltype(::CreateMutexA)>(
-            "CreateMutexA", [this](LPSECURITY_ATTRIBUTES pSecurity, BOOL bInitialOwner, LPCSTR pszName) {
+            "CreateMutexA",
+            [this](LPSECURITY_ATTRIBUTES pSecurity, BOOL bInitialOwner, LPCSTR pszName)
+            {
                 const HANDLE hMutex = CreateMutexA(pSecurity, bInitialOwner, pszName);
                 if (std::string(pszName) == STORE_MUTEX)
                 {
@@ -127,19 +109,22 @@ private:
                 }
                 return hMutex;
             });
-        m_redirector.Replace<decltype(::CloseHandle)>("CloseHandle", [this](HANDLE hObject) {
-            if (hObject == m_hMutex)
-            {
-                m_steps.emplace_back("close");
-            }
-            return CloseHandle(hObject);
-        });
+        m_redirector.Replace<decltype(::CloseHandle)>("CloseHandle",
+                                                      [this](HANDLE hObject)
+                                                      {
+                                                          if (hObject == m_hMutex)
+                                                          {
+                                                              m_steps.emplace_back("close");
+                                                          }
+                                                          return CloseHandle(hObject);
+                                                      });
     }
 
     void ScriptHistoryLocks()
     {
         m_redirector.Replace<decltype(::DeleteCriticalSection)>("DeleteCriticalSection",
-                                                                [this](LPCRITICAL_SECTION pSection) {
+                                                                [this](LPCRITICAL_SECTION pSection)
+                                                                {
                                                                     m_steps.emplace_back("lock");
                                                                     DeleteCriticalSection(pSection);
                                                                 });

@@ -19,19 +19,10 @@ public:
         ++s_nMade;
         s_pNewest = this;
     }
-    ~TestWorker()
-    {
-        ++s_nFreed;
-    }
+    ~TestWorker() { ++s_nFreed; }
 
-    DWORD Run() override
-    {
-        return s_body(*this);
-    }
-    int UpdateAlertPolicy() override
-    {
-        return 0;
-    }
+    DWORD Run() override { return s_body(*this); }
+    int UpdateAlertPolicy() override { return 0; }
 
     // Called at the start of each test that uses the class.
     static void Begin(Body body)

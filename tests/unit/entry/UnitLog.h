@@ -17,10 +17,7 @@ public:
         Log()->Configure(AnsiFromWide(m_tree.LogsPath()).c_str(), "Varnex");
         Log()->Level = 4;
     }
-    LogFile Read() const
-    {
-        return LogFile(m_tree);
-    }
+    LogFile Read() const { return LogFile(m_tree); }
 
 private:
     ModuleTree m_tree;

@@ -25,10 +25,7 @@ public:
         : m_slot(slot), m_thread(CreateThread(nullptr, 0, &StopRequester::Run, this, 0, nullptr))
     {
     }
-    ~StopRequester()
-    {
-        WaitForSingleObject(m_thread.Get(), WAIT_MS);
-    }
+    ~StopRequester() { WaitForSingleObject(m_thread.Get(), WAIT_MS); }
     // Whether the request has come back within that time.
     bool IsDone(DWORD dwMilliseconds) const
     {
@@ -49,7 +46,8 @@ private:
 // A worker that runs until it is asked to stop, then leaves its slot and frees itself, as the monitors do.
 TestWorker::Body RunUntilStopped(WorkerSlot& slot, std::atomic<int>& nEnded)
 {
-    return [&slot, &nEnded](TestWorker& worker) -> DWORD {
+    return [&slot, &nEnded](TestWorker& worker) -> DWORD
+    {
         while (worker.IsRunning())
         {
             SwitchToThread();
@@ -137,10 +135,12 @@ TEST_CASE("a stop request that is watched keeps the thread's handle and gives an
     std::atomic<int> nEnded{0};
     const UniqueHandle mayEnd(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     const TestWorker::Body end = RunUntilStopped(slot, nEnded);
-    TestWorker::Begin([&](TestWorker& worker) {
-        WaitForSingleObject(mayEnd.Get(), WAIT_MS);
-        return end(worker);
-    });
+    TestWorker::Begin(
+        [&](TestWorker& worker)
+        {
+            WaitForSingleObject(mayEnd.Get(), WAIT_MS);
+            return end(worker);
+        });
     const UnitLog log;
     REQUIRE(CreateRunningThread<TestWorker>(slot, "", "") == WORKER_CREATED);
     const UniqueHandle thread = slot.RequestStopAndWatch();
@@ -171,10 +171,12 @@ TEST_CASE("a worker that was asked to stop keeps its slot until it has ended")
     const UniqueHandle mayEnd(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     std::atomic<int> nEnded{0};
     const TestWorker::Body end = RunUntilStopped(slot, nEnded);
-    TestWorker::Begin([&](TestWorker& worker) {
-        WaitForSingleObject(mayEnd.Get(), WAIT_MS);
-        return end(worker);
-    });
+    TestWorker::Begin(
+        [&](TestWorker& worker)
+        {
+            WaitForSingleObject(mayEnd.Get(), WAIT_MS);
+            return end(worker);
+        });
     const UnitLog log;
     REQUIRE(CreateRunningThread<TestWorker>(slot, "", "") == WORKER_CREATED);
     slot.RequestStop();
@@ -213,17 +215,21 @@ TEST_CASE("a stop request between a thread's creation and its resume waits for t
     bool bCameBackEarly = false;
     std::atomic<bool> bResumed{false};
     std::atomic<int> nClosedBefore{0};
-    redirector.Replace<decltype(::CloseHandle)>("CloseHandle", [&](HANDLE hObject) {
-        nClosedBefore += bResumed ? 0 : 1;
-        return CloseHandle(hObject);
-    });
-    redirector.Replace<decltype(::ResumeThread)>("ResumeThread", [&](HANDLE hThread) {
-        requester = std::make_unique<StopRequester>(slot);
-        bCameBackEarly = requester->IsDone(50);
-        const DWORD dwResult = ResumeThread(hThread);
-        bResumed = true;
-        return dwResult;
-    });
+    redirector.Replace<decltype(::CloseHandle)>("CloseHandle",
+                                                [&](HANDLE hObject)
+                                                {
+                                                    nClosedBefore += bResumed ? 0 : 1;
+                                                    return CloseHandle(hObject);
+                                                });
+    redirector.Replace<decltype(::ResumeThread)>("ResumeThread",
+                                                 [&](HANDLE hThread)
+                                                 {
+                                                     requester = std::make_unique<StopRequester>(slot);
+                                                     bCameBackEarly = requester->IsDone(50);
+                                                     const DWORD dwResult = ResumeThread(hThread);
+                                                     bResumed = true;
+                                                     return dwResult;
+                                                 });
     auto* const pWorker = new TestWorker;
     REQUIRE(slot.Publish(pWorker));
     REQUIRE(slot.Start(pWorker));
@@ -249,7 +255,8 @@ TEST_CASE("stop requests from several threads meet workers at every point of the
             WorkerSlot& slot;
             std::atomic<bool>& bGoOn;
         } requests{slot, bGoOn};
-        const LPTHREAD_START_ROUTINE pfnRequest = [](void* pRequests) -> DWORD {
+        const LPTHREAD_START_ROUTINE pfnRequest = [](void* pRequests) -> DWORD
+        {
             const auto& of = *static_cast<const Requests*>(pRequests);
             while (of.bGoOn)
             {
