@@ -12,7 +12,7 @@ namespace varnex::test
 namespace
 {
 
-constexpr std::size_t g_nFields = 6;
+constexpr std::size_t FIELDS = 6;
 
 std::vector<std::string> SplitFields(const std::string& line)
 {
@@ -42,7 +42,7 @@ AlertLine ParseAlertLine(const std::string& line)
 {
     INFO("alert line: " << line);
     const std::vector<std::string> fields = SplitFields(line);
-    REQUIRE(fields.size() == g_nFields);
+    REQUIRE(fields.size() == FIELDS);
     const std::string& moment = fields[3];
     const std::size_t nOpen = moment.find('(');
     REQUIRE(nOpen != std::string::npos);

@@ -39,7 +39,7 @@ namespace
 // Saves the argument registers, asks CallRouter::Route, restores them and jumps to its answer: the stack is then as the
 // caller left it, so any number of arguments passes.
 // clang-format off
-constexpr std::uint8_t g_codeTemplate[] = {
+constexpr std::uint8_t CODE_TEMPLATE[] = {
     0x51,                                     // push rcx
     0x52,                                     // push rdx
     0x41, 0x50,                               // push r8
@@ -64,20 +64,20 @@ constexpr std::uint8_t g_codeTemplate[] = {
     0xFF, 0xE0,                               // jmp rax
 };
 // clang-format on
-constexpr std::size_t g_nGateOffset = 36;
-constexpr std::size_t g_nRouteOffset = 46;
-constexpr std::size_t g_cbCode = 128;
-static_assert(sizeof(g_codeTemplate) <= g_cbCode);
-static_assert(g_codeTemplate[g_nGateOffset - 1] == 0xB9 && g_codeTemplate[g_nRouteOffset - 1] == 0xB8);
+constexpr std::size_t GATE_OFFSET = 36;
+constexpr std::size_t ROUTE_OFFSET = 46;
+constexpr std::size_t CODE_BYTES = 128;
+static_assert(sizeof(CODE_TEMPLATE) <= CODE_BYTES);
+static_assert(CODE_TEMPLATE[GATE_OFFSET - 1] == 0xB9 && CODE_TEMPLATE[ROUTE_OFFSET - 1] == 0xB8);
 
 void WriteCode(void* pCode, CallGate* pGate) noexcept
 {
     void* (*const pfnRoute)(CallGate*) noexcept = &CallRouter::Route;
     auto* pBytes = static_cast<std::uint8_t*>(pCode);
-    std::memcpy(pBytes, g_codeTemplate, sizeof(g_codeTemplate));
-    std::memcpy(pBytes + g_nGateOffset, &pGate, sizeof(pGate));
-    std::memcpy(pBytes + g_nRouteOffset, &pfnRoute, sizeof(pfnRoute));
-    FlushInstructionCache(GetCurrentProcess(), pCode, g_cbCode);
+    std::memcpy(pBytes, CODE_TEMPLATE, sizeof(CODE_TEMPLATE));
+    std::memcpy(pBytes + GATE_OFFSET, &pGate, sizeof(pGate));
+    std::memcpy(pBytes + ROUTE_OFFSET, &pfnRoute, sizeof(pfnRoute));
+    FlushInstructionCache(GetCurrentProcess(), pCode, CODE_BYTES);
 }
 
 // All gates ever made. Never destroyed: code may be reached until the last thread is gone.
@@ -90,20 +90,20 @@ struct GatePool
 
     void* NewCode()
     {
-        constexpr std::size_t cbChunk = 64 * 1024;
-        if (cbCodeLeft < g_cbCode)
+        constexpr std::size_t CHUNK_BYTES = 64 * 1024;
+        if (cbCodeLeft < CODE_BYTES)
         {
             pNextCode = static_cast<std::uint8_t*>(
-                VirtualAlloc(nullptr, cbChunk, MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
+                VirtualAlloc(nullptr, CHUNK_BYTES, MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
             if (pNextCode == nullptr)
             {
                 throw std::bad_alloc();
             }
-            cbCodeLeft = cbChunk;
+            cbCodeLeft = CHUNK_BYTES;
         }
         void* pCode = pNextCode;
-        pNextCode += g_cbCode;
-        cbCodeLeft -= g_cbCode;
+        pNextCode += CODE_BYTES;
+        cbCodeLeft -= CODE_BYTES;
         return pCode;
     }
 };

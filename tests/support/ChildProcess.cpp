@@ -12,7 +12,7 @@ namespace varnex::test
 namespace
 {
 
-constexpr DWORD g_dwKilledExitCode = 0xDEAD;
+constexpr DWORD KILLED_EXIT_CODE = 0xDEAD;
 
 // One argument as the C library's start-up code takes the command line apart.
 std::wstring Quoted(const std::wstring& argument)
@@ -172,7 +172,7 @@ std::string ChildProcess::Output() const
 void ChildProcess::Kill()
 {
     const UnscriptedScope unscripted;
-    TerminateProcess(m_process.Get(), g_dwKilledExitCode);
+    TerminateProcess(m_process.Get(), KILLED_EXIT_CODE);
     WaitForSingleObject(m_process.Get(), INFINITE);
 }
 

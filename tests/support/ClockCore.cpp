@@ -11,12 +11,12 @@ namespace varnex::test
 namespace
 {
 
-constexpr DWORD g_dwLookAgainMs = 2; // real time between two looks of a worker that waits while nobody runs
-constexpr DWORD g_dwWatchMs = 50;    // real time between two looks at whether the workers get on
+constexpr DWORD LOOK_AGAIN_MS = 2; // real time between two looks of a worker that waits while nobody runs
+constexpr DWORD WATCH_MS = 50;     // real time between two looks at whether the workers get on
 
 ULONGLONG DueFrom(ULONGLONG ullNowMs, DWORD dwMilliseconds)
 {
-    return dwMilliseconds == INFINITE ? ClockCore::ullNever : ullNowMs + dwMilliseconds;
+    return dwMilliseconds == INFINITE ? ClockCore::NEVER : ullNowMs + dwMilliseconds;
 }
 
 } // namespace
@@ -52,7 +52,7 @@ void ClockCore::Sleep(DWORD dwMilliseconds)
     }
     else if (!SleepAsWorker(dwMilliseconds))
     {
-        ::Sleep(std::min(dwMilliseconds, g_dwWatchMs)); // the clock gave up: on to the end of the test, without haste
+        ::Sleep(std::min(dwMilliseconds, WATCH_MS)); // the clock gave up: on to the end of the test, without haste
     }
 }
 
@@ -152,7 +152,7 @@ void ClockCore::AwaitTurnOrTick(Worker& worker)
 {
     while (!m_queue.HasTurn(worker) && !m_bClosed && !worker.bDoomed)
     {
-        const BOOL bWoken = SleepConditionVariableSRW(&worker.wake, &m_lock, g_dwLookAgainMs, 0);
+        const BOOL bWoken = SleepConditionVariableSRW(&worker.wake, &m_lock, LOOK_AGAIN_MS, 0);
         if (bWoken == FALSE && m_queue.IsTurnFree())
         {
             m_queue.TakeFreeTurn(worker);
@@ -307,7 +307,7 @@ void ClockCore::WaitUntilIdle()
     ULONGLONG ullSince = GetTickCount64();
     while (!m_queue.IsTurnFree() && !m_bClosed)
     {
-        if (SleepConditionVariableSRW(&m_queue.Idle(), &m_lock, g_dwWatchMs, 0) != FALSE)
+        if (SleepConditionVariableSRW(&m_queue.Idle(), &m_lock, WATCH_MS, 0) != FALSE)
         {
             continue;
         }
@@ -357,7 +357,7 @@ bool ClockCore::WaitOnTestThread(const std::function<bool()>& tryTake, DWORD dwM
             return false;
         }
         const ULONGLONG ullNextMs = std::min(NextDueMs(), ullEndMs);
-        if (ullNextMs == ullNever)
+        if (ullNextMs == NEVER)
         {
             ::Sleep(1); // nobody's sleep can bring it: it comes from outside, if at all
             continue;

@@ -17,7 +17,7 @@ namespace varnex::test
 class ClockCore : public std::enable_shared_from_this<ClockCore>
 {
 public:
-    static constexpr ULONGLONG ullNever = TurnQueue::ullNever;
+    static constexpr ULONGLONG NEVER = TurnQueue::NEVER;
 
     ClockCore();
     ClockCore(const ClockCore&) = delete;
@@ -41,7 +41,7 @@ public:
     // --- for the test's own thread ---
     // Lets workers run, and time pass up to ullElapsedMs; returns when all sleep, wait or have ended.
     void DriveTo(ULONGLONG ullElapsedMs);
-    // When the next sleep or wait ends; ullNever when none does.
+    // When the next sleep or wait ends; NEVER when none does.
     ULONGLONG NextDueMs() const;
     std::size_t Workers() const;
     void SetGuard(DWORD dwRealMilliseconds);

@@ -19,8 +19,8 @@ const IMAGE_DATA_DIRECTORY& ImportDirectory(const BYTE* pBase)
 bool IsFunction(const void* pAddress)
 {
     MEMORY_BASIC_INFORMATION info;
-    constexpr DWORD dwCode = PAGE_EXECUTE | PAGE_EXECUTE_READ | PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
-    return VirtualQuery(pAddress, &info, sizeof(info)) != 0 && (info.Protect & dwCode) != 0;
+    constexpr DWORD CODE_PAGES = PAGE_EXECUTE | PAGE_EXECUTE_READ | PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
+    return VirtualQuery(pAddress, &info, sizeof(info)) != 0 && (info.Protect & CODE_PAGES) != 0;
 }
 
 void ReadImportsOfDll(BYTE* pBase, const IMAGE_IMPORT_DESCRIPTOR& descriptor, std::vector<Import>& imports)

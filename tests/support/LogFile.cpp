@@ -11,18 +11,18 @@ namespace varnex::test
 namespace
 {
 
-constexpr char g_szHeaderForm[] = "dddd-dd-dd dd:dd:dd [d] - "; // d is a digit
-constexpr std::size_t g_cchHeader = sizeof(g_szHeaderForm) - 1;
-constexpr std::size_t g_cchStamp = 19;
-constexpr std::size_t g_nLevelAt = 21;
+constexpr char HEADER_FORM[] = "dddd-dd-dd dd:dd:dd [d] - "; // d is a digit
+constexpr std::size_t HEADER_LENGTH = sizeof(HEADER_FORM) - 1;
+constexpr std::size_t STAMP_LENGTH = 19;
+constexpr std::size_t LEVEL_AT = 21;
 
 bool HasHeader(const std::string& line)
 {
-    if (line.size() < g_cchHeader)
+    if (line.size() < HEADER_LENGTH)
     {
         return false;
     }
-    return std::equal(g_szHeaderForm, g_szHeaderForm + g_cchHeader, line.begin(),
+    return std::equal(HEADER_FORM, HEADER_FORM + HEADER_LENGTH, line.begin(),
                       [](char chForm, char chLine) {
                           return chForm == 'd' ? std::isdigit(static_cast<unsigned char>(chLine)) != 0
                                                : chForm == chLine;
@@ -69,7 +69,7 @@ void LogFile::Parse()
     {
         if (HasHeader(line))
         {
-            m_lines.push_back({line.substr(0, g_cchStamp), line[g_nLevelAt] - '0', line.substr(g_cchHeader)});
+            m_lines.push_back({line.substr(0, STAMP_LENGTH), line[LEVEL_AT] - '0', line.substr(HEADER_LENGTH)});
         }
     }
 }

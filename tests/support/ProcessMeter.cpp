@@ -18,8 +18,8 @@ namespace
 {
 
 // The system's table of all open handles, as NtQuerySystemInformation gives it.
-constexpr int g_nExtendedHandleInformation = 64;
-constexpr LONG g_nLengthMismatch = static_cast<LONG>(0xC0000004);
+constexpr int EXTENDED_HANDLE_INFORMATION = 64;
+constexpr LONG LENGTH_MISMATCH = static_cast<LONG>(0xC0000004);
 
 struct HandleEntry
 {
@@ -56,8 +56,8 @@ std::vector<char> ReadHandleTable()
     for (;;)
     {
         const LONG nStatus =
-            pfnQuery(g_nExtendedHandleInformation, buffer.data(), static_cast<ULONG>(buffer.size()), nullptr);
-        if (nStatus != g_nLengthMismatch)
+            pfnQuery(EXTENDED_HANDLE_INFORMATION, buffer.data(), static_cast<ULONG>(buffer.size()), nullptr);
+        if (nStatus != LENGTH_MISMATCH)
         {
             REQUIRE(nStatus == 0);
             return buffer;

@@ -10,8 +10,8 @@ namespace varnex::test
 namespace
 {
 
-constexpr unsigned g_nBitsOfMB = 20;
-constexpr ULONGLONG g_ullMBOfUtilization = 10000;
+constexpr unsigned MB_BITS = 20;
+constexpr ULONGLONG UTILIZATION_MB = 10000;
 
 bool IsCleared(const MEMORYSTATUSEX& status)
 {
@@ -26,10 +26,10 @@ bool IsCleared(const MEMORYSTATUSEX& status)
 struct ScriptedMemoryStatus::State
 {
     SRWLOCK lock = SRWLOCK_INIT;
-    ULONGLONG ullTotalPhysical = g_ullMBOfUtilization << g_nBitsOfMB;
-    ULONGLONG ullAvailablePhysical = g_ullMBOfUtilization << g_nBitsOfMB;
-    ULONGLONG ullTotalPaging = g_ullMBOfUtilization << g_nBitsOfMB;
-    ULONGLONG ullAvailablePaging = g_ullMBOfUtilization << g_nBitsOfMB;
+    ULONGLONG ullTotalPhysical = UTILIZATION_MB << MB_BITS;
+    ULONGLONG ullAvailablePhysical = UTILIZATION_MB << MB_BITS;
+    ULONGLONG ullTotalPaging = UTILIZATION_MB << MB_BITS;
+    ULONGLONG ullAvailablePaging = UTILIZATION_MB << MB_BITS;
     bool bFails = false;
     DWORD dwLastError = 0;
     ULONGLONG ullReads = 0;
@@ -74,19 +74,19 @@ ScriptedMemoryStatus::~ScriptedMemoryStatus()
 
 void ScriptedMemoryStatus::SetUtilization(unsigned nPhysicalPercent, unsigned nPagingPercent)
 {
-    constexpr ULONGLONG ullMBOfPercent = g_ullMBOfUtilization / 100;
-    SetPhysicalMB(g_ullMBOfUtilization, g_ullMBOfUtilization - nPhysicalPercent * ullMBOfPercent);
-    SetPagingMB(g_ullMBOfUtilization, g_ullMBOfUtilization - nPagingPercent * ullMBOfPercent);
+    constexpr ULONGLONG MB_OF_PERCENT = UTILIZATION_MB / 100;
+    SetPhysicalMB(UTILIZATION_MB, UTILIZATION_MB - nPhysicalPercent * MB_OF_PERCENT);
+    SetPagingMB(UTILIZATION_MB, UTILIZATION_MB - nPagingPercent * MB_OF_PERCENT);
 }
 
 void ScriptedMemoryStatus::SetPhysicalMB(ULONGLONG ullTotal, ULONGLONG ullAvailable)
 {
-    SetPhysicalBytes(ullTotal << g_nBitsOfMB, ullAvailable << g_nBitsOfMB);
+    SetPhysicalBytes(ullTotal << MB_BITS, ullAvailable << MB_BITS);
 }
 
 void ScriptedMemoryStatus::SetPagingMB(ULONGLONG ullTotal, ULONGLONG ullAvailable)
 {
-    SetPagingBytes(ullTotal << g_nBitsOfMB, ullAvailable << g_nBitsOfMB);
+    SetPagingBytes(ullTotal << MB_BITS, ullAvailable << MB_BITS);
 }
 
 void ScriptedMemoryStatus::SetPhysicalBytes(ULONGLONG ullTotal, ULONGLONG ullAvailable)

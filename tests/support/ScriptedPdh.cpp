@@ -74,7 +74,7 @@ struct ScriptedPdh::State
     struct Reading
     {
         PDH_STATUS status;
-        double fValue;
+        double dValue;
     };
     struct Counter
     {
@@ -208,7 +208,7 @@ struct ScriptedPdh::State
         if (reading.status == ERROR_SUCCESS)
         {
             pValue->CStatus = PDH_CSTATUS_VALID_DATA;
-            pValue->doubleValue = reading.fValue;
+            pValue->doubleValue = reading.dValue;
         }
         return reading.status;
     }
@@ -333,20 +333,20 @@ void ScriptedPdh::SetInstances(const std::wstring& object, const std::vector<std
     m_state->objects[object] = instances;
 }
 
-void ScriptedPdh::SetValue(const std::wstring& path, double fValue)
+void ScriptedPdh::SetValue(const std::wstring& path, double dValue)
 {
     const UnscriptedScope unscripted;
     const SlimLockHold hold(m_state->lock);
-    m_state->sources[path].value = fValue;
+    m_state->sources[path].value = dValue;
 }
 
 void ScriptedPdh::QueueValues(const std::wstring& path, const std::vector<double>& values)
 {
     const UnscriptedScope unscripted;
     const SlimLockHold hold(m_state->lock);
-    for (const double fValue : values)
+    for (const double dValue : values)
     {
-        m_state->sources[path].queue.push_back({ERROR_SUCCESS, fValue});
+        m_state->sources[path].queue.push_back({ERROR_SUCCESS, dValue});
     }
 }
 

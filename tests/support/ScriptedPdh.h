@@ -43,7 +43,7 @@ public:
     // The instances of an object, in the order of the enumeration. An empty list is a success without instances.
     void SetInstances(const std::wstring& object, const std::vector<std::wstring>& instances);
     // What a counter reads, for ever and before that.
-    void SetValue(const std::wstring& path, double fValue);
+    void SetValue(const std::wstring& path, double dValue);
     void QueueValues(const std::wstring& path, const std::vector<double>& values);
     // The next reading of that counter fails with this status; takes its place in the queue of values.
     void QueueReadStatus(const std::wstring& path, PDH_STATUS status);

@@ -10,7 +10,7 @@ namespace varnex::test
 namespace
 {
 
-constexpr ULONGLONG g_ullStep = 10000000; // one second of one processor's time for each read
+constexpr ULONGLONG STEP = 10000000; // one second of one processor's time for each read
 
 struct Times
 {
@@ -40,10 +40,10 @@ struct ScriptedSystemTimes::State
 
     void Step()
     {
-        const auto ullBusy = static_cast<ULONGLONG>(percents.front()) * (g_ullStep / 100);
+        const auto ullBusy = static_cast<ULONGLONG>(percents.front()) * (STEP / 100);
         g_times.ullUser += ullBusy / 2;
-        g_times.ullKernel += g_ullStep - ullBusy / 2;
-        g_times.ullIdle += g_ullStep - ullBusy;
+        g_times.ullKernel += STEP - ullBusy / 2;
+        g_times.ullIdle += STEP - ullBusy;
         if (percents.size() > 1)
         {
             percents.pop_front();

@@ -210,7 +210,7 @@ void TurnQueue::Stir()
 
 ULONGLONG TurnQueue::NextDue() const
 {
-    ULONGLONG ullDueMs = ullNever;
+    ULONGLONG ullDueMs = NEVER;
     for (const WorkerPointer& worker : m_workers)
     {
         if (IsInTime(*worker))
@@ -225,7 +225,7 @@ ULONGLONG TurnQueue::NextDue() const
 bool TurnQueue::MoveTime()
 {
     const ULONGLONG ullNextMs = std::min(NextDue(), m_ullAllowedMs);
-    if (ullNextMs <= NowMs() || ullNextMs == ullNever)
+    if (ullNextMs <= NowMs() || ullNextMs == NEVER)
     {
         return false;
     }

@@ -45,7 +45,7 @@ using WorkerPointer = std::shared_ptr<Worker>;
 class TurnQueue
 {
 public:
-    static constexpr ULONGLONG ullNever = static_cast<ULONGLONG>(-1);
+    static constexpr ULONGLONG NEVER = static_cast<ULONGLONG>(-1);
 
     VirtualTime& Time() noexcept { return m_time; }
     const VirtualTime& Time() const noexcept { return m_time; }
@@ -81,7 +81,7 @@ public:
     void Allow(ULONGLONG ullElapsedMs);
     // Something may have changed outside: everybody looks again.
     void Stir();
-    // When the next sleep or wait ends; ullNever when none does.
+    // When the next sleep or wait ends; NEVER when none does.
     ULONGLONG NextDue() const;
     // Grows whenever something may have changed for those who wait.
     ULONGLONG Activity() const noexcept { return m_ullActivity; }

@@ -6,9 +6,9 @@ namespace varnex::test
 namespace
 {
 
-constexpr ULONGLONG g_ullUnitsPerMs = 10000;
-constexpr ULONGLONG g_ullUnitsPerSecond = 10000000;
-constexpr ULONGLONG g_ullUnix1970 = 116444736000000000; // 1970-01-01 as a FILETIME
+constexpr ULONGLONG UNITS_PER_MS = 10000;
+constexpr ULONGLONG UNITS_PER_SECOND = 10000000;
+constexpr ULONGLONG YEAR_1970 = 116444736000000000; // 1970-01-01 as a FILETIME
 
 FILETIME ToFileTime(ULONGLONG ullUnits) noexcept
 {
@@ -34,12 +34,12 @@ VirtualTime::VirtualTime() : m_ullTickAtStart(24 * 60 * 60 * 1000)
 
 FILETIME VirtualTime::Utc() const noexcept
 {
-    return ToFileTime(m_ullUtcAtStart + m_ullElapsedMs * g_ullUnitsPerMs);
+    return ToFileTime(m_ullUtcAtStart + m_ullElapsedMs * UNITS_PER_MS);
 }
 
 long long VirtualTime::UnixSeconds() const noexcept
 {
-    return static_cast<long long>((FromFileTime(Utc()) - g_ullUnix1970) / g_ullUnitsPerSecond);
+    return static_cast<long long>((FromFileTime(Utc()) - YEAR_1970) / UNITS_PER_SECOND);
 }
 
 SYSTEMTIME VirtualTime::Local() const noexcept
@@ -58,7 +58,7 @@ void VirtualTime::SetLocal(const SYSTEMTIME& local) noexcept
     FILETIME utc{};
     TzSpecificLocalTimeToSystemTime(nullptr, &local, &system);
     SystemTimeToFileTime(&system, &utc);
-    m_ullUtcAtStart = FromFileTime(utc) - m_ullElapsedMs * g_ullUnitsPerMs;
+    m_ullUtcAtStart = FromFileTime(utc) - m_ullElapsedMs * UNITS_PER_MS;
 }
 
 } // namespace varnex::test

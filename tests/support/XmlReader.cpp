@@ -14,8 +14,8 @@ namespace varnex::test
 namespace
 {
 
-constexpr CLSID g_domClass = {0x2933BF90, 0x7B36, 0x11D2, {0xB2, 0x0E, 0x00, 0xC0, 0x4F, 0x98, 0x3E, 0x60}};
-constexpr IID g_domInterface = {0x2933BF81, 0x7B36, 0x11D2, {0xB2, 0x0E, 0x00, 0xC0, 0x4F, 0x98, 0x3E, 0x60}};
+constexpr CLSID DOM_CLASS = {0x2933BF90, 0x7B36, 0x11D2, {0xB2, 0x0E, 0x00, 0xC0, 0x4F, 0x98, 0x3E, 0x60}};
+constexpr IID DOM_INTERFACE = {0x2933BF81, 0x7B36, 0x11D2, {0xB2, 0x0E, 0x00, 0xC0, 0x4F, 0x98, 0x3E, 0x60}};
 
 // COM on this thread for as long as the document lives, in whatever model it is already there.
 class ComUse
@@ -45,7 +45,7 @@ struct XmlReader::Document
 
     Document()
     {
-        const HRESULT nResult = CoCreateInstance(g_domClass, nullptr, CLSCTX_INPROC_SERVER, g_domInterface,
+        const HRESULT nResult = CoCreateInstance(DOM_CLASS, nullptr, CLSCTX_INPROC_SERVER, DOM_INTERFACE,
                                                  reinterpret_cast<void**>(dom.GetAddressOf()));
         REQUIRE(nResult == S_OK);
         dom->put_async(VARIANT_FALSE);

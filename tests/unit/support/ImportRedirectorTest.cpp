@@ -88,8 +88,8 @@ TEST_CASE("a floating-point argument and result pass through a gate")
 {
     ImportRedirector redirector;
     redirector.CountCalls("_scalb");
-    volatile double fHalf = 0.5;
-    CHECK(_scalb(fHalf, 3) == 4.0);
+    volatile double dHalf = 0.5;
+    CHECK(_scalb(dHalf, 3) == 4.0);
     CHECK(redirector.Calls("_scalb") == 1);
 }
 

@@ -35,15 +35,15 @@ TEST_CASE("a thread is counted while it lives")
 
 TEST_CASE("private memory grows by what is allocated")
 {
-    constexpr std::size_t cbBlock = 64 * 1024 * 1024;
+    constexpr std::size_t BLOCK_BYTES = 64 * 1024 * 1024;
     const std::size_t cbBefore = PrivateBytes();
-    void* pBlock = VirtualAlloc(nullptr, cbBlock, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+    void* pBlock = VirtualAlloc(nullptr, BLOCK_BYTES, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
     REQUIRE(pBlock != nullptr);
     const std::size_t cbAfter = PrivateBytes();
-    CHECK(cbAfter >= cbBefore + cbBlock * 9 / 10);
-    CHECK(cbAfter <= cbBefore + cbBlock * 11 / 10);
+    CHECK(cbAfter >= cbBefore + BLOCK_BYTES * 9 / 10);
+    CHECK(cbAfter <= cbBefore + BLOCK_BYTES * 11 / 10);
     VirtualFree(pBlock, 0, MEM_RELEASE);
-    CHECK(PrivateBytes() < cbAfter - cbBlock / 2);
+    CHECK(PrivateBytes() < cbAfter - BLOCK_BYTES / 2);
 }
 
 } // namespace varnex::test

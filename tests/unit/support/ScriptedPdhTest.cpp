@@ -20,11 +20,11 @@ PDH_STATUS Status(unsigned nCode)
     return static_cast<PDH_STATUS>(nCode);
 }
 
-PDH_STATUS ReadDouble(PDH_HCOUNTER hCounter, double& fValue)
+PDH_STATUS ReadDouble(PDH_HCOUNTER hCounter, double& dValue)
 {
     PDH_FMT_COUNTERVALUE value{};
     const PDH_STATUS status = PdhGetFormattedCounterValue(hCounter, PDH_FMT_DOUBLE, nullptr, &value);
-    fValue = value.doubleValue;
+    dValue = value.doubleValue;
     return status;
 }
 
@@ -94,14 +94,14 @@ TEST_CASE("a counter reads its queue first and its value afterwards")
     REQUIRE(PdhOpenQueryA(nullptr, 0, &hQuery) == ERROR_SUCCESS);
     REQUIRE(PdhAddCounterA(hQuery, "\\P(0 C:)\\B", 0, &hCounter) == ERROR_SUCCESS);
     CHECK(PdhCollectQueryData(hQuery) == ERROR_SUCCESS);
-    double fValue = -1.0;
-    CHECK(ReadDouble(hCounter, fValue) == ERROR_SUCCESS);
-    CHECK(fValue == 0.0);
-    CHECK(ReadDouble(hCounter, fValue) == ERROR_SUCCESS);
-    CHECK(fValue == 7.5);
-    CHECK(ReadDouble(hCounter, fValue) == Status(PDH_INVALID_DATA));
-    CHECK(ReadDouble(hCounter, fValue) == ERROR_SUCCESS);
-    CHECK(fValue == 42.0);
+    double dValue = -1.0;
+    CHECK(ReadDouble(hCounter, dValue) == ERROR_SUCCESS);
+    CHECK(dValue == 0.0);
+    CHECK(ReadDouble(hCounter, dValue) == ERROR_SUCCESS);
+    CHECK(dValue == 7.5);
+    CHECK(ReadDouble(hCounter, dValue) == Status(PDH_INVALID_DATA));
+    CHECK(ReadDouble(hCounter, dValue) == ERROR_SUCCESS);
+    CHECK(dValue == 42.0);
     CHECK(pdh.CountCalls("PdhGetFormattedCounterValue") == 4);
     CHECK(pdh.OpenQueries() == 1);
     CHECK(pdh.OpenCounters() == 1);

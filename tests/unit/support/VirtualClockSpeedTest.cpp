@@ -13,8 +13,8 @@ namespace varnex::test
 namespace
 {
 
-constexpr int g_nWorkers = 5;
-constexpr int g_nMinutes = 1441;
+constexpr int WORKERS = 5;
+constexpr int MINUTES = 1441;
 
 // A sampler as the module has five of them: a sample a minute, its flag looked at every second.
 struct Sampler
@@ -56,18 +56,18 @@ TEST_CASE("a day of five samplers takes seconds")
     const ULONGLONG ullStart = GetTickCount64();
     ImportRedirector redirector;
     VirtualClock clock(redirector);
-    Sampler samplers[g_nWorkers];
-    UniqueHandle threads[g_nWorkers];
-    for (int nSampler = 0; nSampler < g_nWorkers; ++nSampler)
+    Sampler samplers[WORKERS];
+    UniqueHandle threads[WORKERS];
+    for (int nSampler = 0; nSampler < WORKERS; ++nSampler)
     {
         InitializeCriticalSection(&samplers[nSampler].section);
         threads[nSampler].Reset(CreateThread(nullptr, 0, RunSampler, &samplers[nSampler], 0, nullptr));
     }
     clock.WaitUntilAllAsleep();
-    clock.Advance(60 * (g_nMinutes - 1));
+    clock.Advance(60 * (MINUTES - 1));
     for (Sampler& sampler : samplers)
     {
-        CHECK(sampler.nSamples == g_nMinutes);
+        CHECK(sampler.nSamples == MINUTES);
         sampler.Stop();
     }
     clock.AdvanceUntilWorkersEnd(1);
