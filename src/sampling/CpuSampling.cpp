@@ -10,7 +10,6 @@
 
 #include <cmath>
 #include <cstdint>
-#include <limits>
 
 namespace varnex
 {
@@ -77,7 +76,8 @@ void TakeReading() noexcept
 // The value truncated towards zero, or -1 for one that no 32-bit percentage can hold.
 int WholePercent(double dValue) noexcept
 {
-    if (std::isnan(dValue) || dValue <= std::numeric_limits<int>::min() || dValue >= std::numeric_limits<int>::max())
+    constexpr double LIMIT = 2147483648.0; // 2 to the 31st
+    if (std::isnan(dValue) || dValue <= -LIMIT - 1 || dValue >= LIMIT)
     {
         return -1;
     }

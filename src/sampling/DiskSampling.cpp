@@ -34,7 +34,7 @@ void PrintToStandardOutput(const char* pszFormat, Arguments... arguments) noexce
 std::int64_t WholeBytes(double dValue) noexcept
 {
     constexpr double LIMIT = 9223372036854775808.0; // 2 to the 63rd
-    return std::isnan(dValue) || dValue <= -LIMIT || dValue >= LIMIT ? 0 : static_cast<std::int64_t>(dValue);
+    return std::isnan(dValue) || dValue < -LIMIT || dValue >= LIMIT ? 0 : static_cast<std::int64_t>(dValue);
 }
 
 // The counter's value as asked for once; false for a failed reading and for a missing value.
