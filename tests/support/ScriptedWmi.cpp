@@ -60,6 +60,7 @@ struct WmiScript
     std::map<ScriptedWmi::Step, HRESULT> failures;
     std::optional<std::size_t> nEnd;
     HRESULT nEndStatus = WBEM_S_FALSE;
+    bool bEndHasObject = false;
     std::vector<std::string> calls;
     WmiRequest request;
     std::set<const void*> liveTexts;
@@ -178,14 +179,14 @@ public:
         m_script->request.nCount = nCount;
         *ppObject = nullptr;
         *pnReturned = 0;
-        if (m_nNext >= m_script->nEnd.value_or(m_script->objects.size()))
+        const bool bEnd = m_nNext >= m_script->nEnd.value_or(m_script->objects.size());
+        if (!bEnd || m_script->bEndHasObject)
         {
-            return m_script->nEndStatus;
+            *ppObject = new ScriptedObject(m_script, m_script->objects.at(m_nNext));
+            *pnReturned = 1;
+            ++m_nNext;
         }
-        *ppObject = new ScriptedObject(m_script, m_script->objects.at(m_nNext));
-        *pnReturned = 1;
-        ++m_nNext;
-        return WBEM_S_NO_ERROR;
+        return bEnd ? m_script->nEndStatus : S_OK;
     }
 
 private:
@@ -367,6 +368,15 @@ void ScriptedWmi::EndAfter(std::size_t nObjects, HRESULT nStatus)
     const SlimLockHold hold(m_script->lock);
     m_script->nEnd = nObjects;
     m_script->nEndStatus = nStatus;
+    m_script->bEndHasObject = false;
+}
+
+void ScriptedWmi::EndWithObject(std::size_t nObjects, HRESULT nStatus)
+{
+    EndAfter(nObjects, nStatus);
+    const UnscriptedScope unscripted;
+    const SlimLockHold hold(m_script->lock);
+    m_script->bEndHasObject = true;
 }
 
 std::vector<std::string> ScriptedWmi::Calls() const

@@ -89,6 +89,8 @@ public:
     // What an enumeration answers after so many objects, without an object: WBEM_S_FALSE after all of them unless this
     // says otherwise.
     void EndAfter(std::size_t nObjects, HRESULT nStatus);
+    // The same, but the status comes with the next object.
+    void EndWithObject(std::size_t nObjects, HRESULT nStatus);
 
     // The calls in order: "ConnectServer", "Next", "Get(Speed)".
     std::vector<std::string> Calls() const;
