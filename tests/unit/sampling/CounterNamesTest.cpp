@@ -124,7 +124,7 @@ TEST_CASE_METHOD(CounterNamesTest, "an unknown role gives 0 and leaves the buffe
         CAPTURE(nRole);
         CHECK(Fetch(nRole) == PREFILLED);
     }
-    CHECK(ReadLog().Bytes().empty());
+    CheckNoLog();
 }
 
 TEST_CASE_METHOD(CounterNamesTest, "a null buffer gives -1 without a look at the system language")
@@ -135,7 +135,7 @@ TEST_CASE_METHOD(CounterNamesTest, "a null buffer gives -1 without a look at the
     CHECK(GetCounterResourceString(IDS_PROCESSOR_OBJECT, nullptr, &cchBuffer) == -1);
     CHECK(GetCounterResourceString(0, nullptr, nullptr) == -1);
     CHECK(m_redirector.Calls("GetSystemDefaultLangID") == ullBefore);
-    CHECK(ReadLog().Bytes().empty());
+    CheckNoLog();
 }
 
 TEST_CASE_METHOD(CounterNamesTest, "a name is cut to the buffer without a report")
@@ -153,7 +153,7 @@ TEST_CASE_METHOD(CounterNamesTest, "a name is cut to the buffer without a report
                                            {18, "% Processor Time"}}));
     CAPTURE(cut.cchBuffer);
     CHECK(Fetch(IDS_PROCESSOR_TIME, cut.cchBuffer) == cut.name);
-    CHECK(ReadLog().Bytes().empty());
+    CheckNoLog();
 }
 
 TEST_CASE_METHOD(CounterNamesTest, "nothing is written behind a name that was cut")
@@ -211,7 +211,7 @@ TEST_CASE_METHOD(CounterNamesTest, "the wide name of an unknown role is empty")
     wchar_t wszName[] = L"as it was";
     CHECK(VNXGetStringW(110, wszName, 10));
     CHECK(std::wstring(wszName).empty());
-    CHECK(ReadLog().Bytes().empty());
+    CheckNoLog();
 }
 
 TEST_CASE_METHOD(CounterNamesTest, "a failed conversion is logged with the error and the name and the limit")
@@ -219,10 +219,7 @@ TEST_CASE_METHOD(CounterNamesTest, "a failed conversion is logged with the error
     FailConversion(1);
     wchar_t wszName[64];
     CHECK_FALSE(VNXGetStringW(IDS_TOTAL_INSTANCE, wszName, 64));
-    const LogFile log = ReadLog();
-    REQUIRE(log.Lines().size() == 1);
-    CHECK_THAT(log, HasLine(1, "VNXGetStringW -- MultiByteToWideChar fail, return error(1113), szAnsiString[Total], "
-                               "limit(64)."));
+    CheckLog({{1, "VNXGetStringW -- MultiByteToWideChar fail, return error(1113), szAnsiString[Total], limit(64)."}});
 }
 
 TEST_CASE_METHOD(CounterNamesTest, "a name that does not fit its wide buffer is a failed conversion")

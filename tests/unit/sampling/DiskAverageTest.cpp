@@ -1,9 +1,8 @@
 #include "sampling/DiskSampling.h"
 
 #include "support/CapturedOutput.h"
-#include "support/ScriptedPdh.h"
 #include "support/VirtualClock.h"
-#include "unit/sampling/SamplingTest.h"
+#include "unit/sampling/PdhTest.h"
 
 #include <climits>
 #include <cstdint>
@@ -37,7 +36,7 @@ std::ostream& operator<<(std::ostream& stream, const Pass& pass)
     return stream << '{' << pass.nStatus << ", " << pass.nAverage << '}';
 }
 
-class DiskAverageTest : public SamplingTest
+class DiskAverageTest : public PdhTest
 {
 protected:
     DiskAverageTest() { m_pdh.SetValue(PATH, 0.0); }
@@ -54,7 +53,6 @@ protected:
     }
     Pass AverageOfMB(double fMegabytes, int nSamplingAmount) { return AverageAfter(fMegabytes * MB, nSamplingAmount); }
 
-    ScriptedPdh m_pdh{m_redirector};
     VirtualClock m_clock{m_redirector};
     SampleHistory m_history;
 };
@@ -98,7 +96,7 @@ TEST_CASE_METHOD(DiskAverageTest, "there is no average before the history holds 
     CHECK(AverageOfMB(50, 5) == Pass{0, 30});
     CHECK(AverageOfMB(110, 5) == Pass{0, 50}); // the five newest: 20, 30, 40, 50, 110
     CHECK(m_history.Samples() == Samples{20, 30, 40, 50, 110});
-    CHECK(ReadLog().Bytes().empty());
+    CheckNoLog();
 }
 
 TEST_CASE_METHOD(DiskAverageTest, "an average is truncated")
@@ -155,8 +153,7 @@ TEST_CASE_METHOD(DiskAverageTest, "a failed measurement is logged with a 0 and l
     CHECK(pass == Pass{-2, UNTOUCHED});
     CHECK(output == "GetSingleDiskThroughput -- Open PDH failed(0x000005aa), exit!\n");
     CHECK(m_history.Samples() == Samples{10});
-    CHECK(ReadLog().Lines().size() == 1);
-    CHECK_THAT(ReadLog(), HasLine(1, "GetDiskAverageThroughput -- get disk(0 C:) Throughput fail(0)"));
+    CheckLog({{1, "GetDiskAverageThroughput -- get disk(0 C:) Throughput fail(0)"}});
 }
 
 TEST_CASE_METHOD(DiskAverageTest, "a bad argument is logged and nothing is measured")
@@ -183,11 +180,9 @@ TEST_CASE_METHOD(DiskAverageTest, "a bad argument is logged and nothing is measu
     CHECK(nAverage == UNTOUCHED);
     CHECK(m_history.Samples().empty());
     CHECK(m_pdh.Calls().empty());
-    CHECK(ReadLog().Lines().size() == 1);
-    CHECK_THAT(ReadLog(), HasLine(1, "GetDiskAverageThroughput -- checking parameters fail, pszDiskName(" +
-                                         PointerText(pszName) + "), pvnDiskThroughputList(" + PointerText(pHistory) +
-                                         "), nSamplingAmount(" + std::to_string(arguments.nAmount) +
-                                         "), pnAveragevalue(" + PointerText(pnAverage) + "), exit!"));
+    CheckLog({{1, "GetDiskAverageThroughput -- checking parameters fail, pszDiskName(" + PointerText(pszName) +
+                      "), pvnDiskThroughputList(" + PointerText(pHistory) + "), nSamplingAmount(" +
+                      std::to_string(arguments.nAmount) + "), pnAveragevalue(" + PointerText(pnAverage) + "), exit!"}});
 }
 
 } // namespace varnex::test

@@ -1,9 +1,8 @@
 #include "sampling/DiskSampling.h"
 
 #include "support/CapturedOutput.h"
-#include "support/ScriptedPdh.h"
 #include "support/TestText.h"
-#include "unit/sampling/SamplingTest.h"
+#include "unit/sampling/PdhTest.h"
 
 #include <string>
 #include <vector>
@@ -30,7 +29,7 @@ struct Enumeration
     std::string output;
 };
 
-class DiskNameListTest : public SamplingTest
+class DiskNameListTest : public PdhTest
 {
 protected:
     template <class Operation>
@@ -54,50 +53,7 @@ protected:
         CHECK(enumeration.names.empty());
         CHECK(enumeration.output == output);
     }
-    void CheckOnlyLine(int nLevel, const std::string& text) const
-    {
-        CHECK(ReadLog().Lines().size() == 1);
-        CHECK_THAT(ReadLog(), HasLine(nLevel, text));
-    }
-    void CheckNoLog() const { CHECK(ReadLog().Bytes().empty()); }
-
-    ScriptedPdh m_pdh{m_redirector};
 };
-
-// What an enumeration of either width was asked.
-struct Asked
-{
-    bool bLocal = false;
-    DWORD cchCounters = 0;
-    DWORD cchInstances = 0;
-    DWORD dwDetail = 0;
-    DWORD dwFlags = 1;
-};
-
-template <class Character>
-void ScriptEnumeration(ImportRedirector& redirector, const char* pszFunction, Asked& asked)
-{
-    using Text = const Character*;
-    redirector.Replace<PDH_STATUS(Text, Text, Text, Character*, LPDWORD, Character*, LPDWORD, DWORD, DWORD)>(
-        pszFunction,
-        [&](Text pszSource, Text pszMachine, Text, Character*, LPDWORD pcchCounters, Character* pszInstances,
-            LPDWORD pcchInstances, DWORD dwDetail, DWORD dwFlags)
-        {
-            asked = {pszSource == nullptr && pszMachine == nullptr, *pcchCounters, *pcchInstances, dwDetail, dwFlags};
-            pszInstances[0] = '0';
-            pszInstances[1] = pszInstances[2] = Character{};
-            return PDH_STATUS{ERROR_SUCCESS};
-        });
-}
-
-void CheckAsked(const Asked& asked)
-{
-    CHECK(asked.bLocal);
-    CHECK(asked.cchCounters == 2048);
-    CHECK(asked.cchInstances == 2048);
-    CHECK(asked.dwDetail == 200);
-    CHECK(asked.dwFlags == 0);
-}
 
 } // namespace
 
@@ -129,14 +85,18 @@ TEST_CASE_METHOD(DiskNameListTest, "disks are looked for under the name in the s
 
 TEST_CASE_METHOD(DiskNameListTest, "disks are enumerated on this machine at the advanced level of detail")
 {
-    Asked asked;
-    ScriptEnumeration<char>(m_redirector, "PdhEnumObjectItemsA", asked);
-    CHECK(EnumerateA().names == std::vector<std::wstring>{L"0"});
-    CheckAsked(asked);
-    asked = {};
-    ScriptEnumeration<wchar_t>(m_redirector, "PdhEnumObjectItemsW", asked);
-    CHECK(EnumerateW().names == std::vector<std::wstring>{L"0"});
-    CheckAsked(asked);
+    SECTION("in narrow text")
+    {
+        const EnumerationScript<char> script(m_redirector, "PdhEnumObjectItemsA");
+        CHECK(EnumerateA().names == std::vector<std::wstring>{L"0"});
+        script.CheckAsked();
+    }
+    SECTION("in wide text")
+    {
+        const EnumerationScript<wchar_t> script(m_redirector, "PdhEnumObjectItemsW");
+        CHECK(EnumerateW().names == std::vector<std::wstring>{L"0"});
+        script.CheckAsked();
+    }
 }
 
 TEST_CASE_METHOD(DiskNameListTest, "a failed narrow enumeration is printed and not logged")
@@ -162,15 +122,15 @@ TEST_CASE_METHOD(DiskNameListTest, "a failed wide enumeration is logged and not 
     {
         m_pdh.SetStatus("PdhEnumObjectItemsW", PdhStatus(0xC0000BB8));
         CheckFailed(EnumerateW());
-        CheckOnlyLine(1, "GetDiskNameListW -- ERROR to get physical disk interface[1],"
-                         "PdhEnumObjectItemsHA(0xc0000bb8).");
+        CheckLog({{1, "GetDiskNameListW -- ERROR to get physical disk interface[1],"
+                      "PdhEnumObjectItemsHA(0xc0000bb8)."}});
     }
     SECTION("as an error of 0 when there is no instance")
     {
         m_pdh.SetInstances(L"PhysicalDisk", {});
         CheckFailed(EnumerateW());
-        CheckOnlyLine(1, "GetDiskNameListW -- ERROR to get physical disk interface[2],"
-                         "PdhEnumObjectItemsHA(0x00000000).");
+        CheckLog({{1, "GetDiskNameListW -- ERROR to get physical disk interface[2],"
+                      "PdhEnumObjectItemsHA(0x00000000)."}});
     }
     CHECK_THAT(ReadLog().Bytes(), !Catch::Contains("\r\n\r\n")); // no line end of its own in the message
 }
@@ -180,12 +140,9 @@ TEST_CASE_METHOD(DiskNameListTest, "without the disk object name nothing is enum
     FailConversion(1);
     CheckFailed(EnumerateW());
     CHECK(m_pdh.Calls().empty());
-    CHECK(ReadLog().Lines().size() == 2);
-    CHECK_THAT(ReadLog(),
-               HasLinesInOrder(
-                   {{1, "VNXGetStringW -- MultiByteToWideChar fail, return error(1113), szAnsiString[PhysicalDisk], "
-                        "limit(256)."},
-                    {2, "GetDiskNameList -- fail to get physical disk interface name from resource[-1], exit...."}}));
+    CheckLog({{1, "VNXGetStringW -- MultiByteToWideChar fail, return error(1113), szAnsiString[PhysicalDisk], "
+                  "limit(256)."},
+              {2, "GetDiskNameList -- fail to get physical disk interface name from resource[-1], exit...."}});
 }
 
 TEST_CASE_METHOD(DiskNameListTest, "without the name of the aggregate disk nothing is enumerated")
@@ -193,12 +150,9 @@ TEST_CASE_METHOD(DiskNameListTest, "without the name of the aggregate disk nothi
     FailConversion(2);
     CheckFailed(EnumerateW());
     CHECK(m_pdh.Calls().empty());
-    CHECK(ReadLog().Lines().size() == 2);
-    CHECK_THAT(
-        ReadLog(),
-        HasLinesInOrder({{1, "VNXGetStringW -- MultiByteToWideChar fail, return error(1113), szAnsiString[Total], "
-                             "limit(64)."},
-                         {2, "GetDiskNameList -- fail to get physical disk total resource string[-1], exit...."}}));
+    CheckLog({{1, "VNXGetStringW -- MultiByteToWideChar fail, return error(1113), szAnsiString[Total], "
+                  "limit(64)."},
+              {2, "GetDiskNameList -- fail to get physical disk total resource string[-1], exit...."}});
 }
 
 TEST_CASE_METHOD(DiskNameListTest, "the narrow enumeration converts nothing")

@@ -35,11 +35,6 @@ protected:
         result.nStatus = pfnOperation(&result.nPhysical, &result.nPagingFile);
         return result;
     }
-    void CheckOnlyLine(const std::string& text) const
-    {
-        CHECK(ReadLog().Lines().size() == 1);
-        CHECK_THAT(ReadLog(), HasLine(1, text));
-    }
 
     ScriptedExports m_exports{m_redirector};
     ScriptedMemoryStatus m_memory{m_exports};
@@ -62,7 +57,7 @@ TEST_CASE_METHOD(MemorySamplingTest, "8 GiB with 2 GiB available are 75 percent"
     CHECK(result.nPagingFile == 10);
     CHECK(m_memory.Reads() == 1);
     CHECK(m_memory.BadReads() == 0);
-    CHECK(ReadLog().Bytes().empty());
+    CheckNoLog();
 }
 
 TEST_CASE_METHOD(MemorySamplingTest, "percentages are truncated from whole megabytes in 32 bits")
@@ -124,7 +119,7 @@ TEST_CASE_METHOD(MemorySamplingTest, "a status call that fails gives percentages
     CHECK(size.nPhysical == UNTOUCHED);
     CHECK(size.nPagingFile == UNTOUCHED);
     CHECK(m_memory.Reads() == 2);
-    CHECK(ReadLog().Bytes().empty());
+    CheckNoLog();
 }
 
 TEST_CASE_METHOD(MemorySamplingTest, "a null result pointer gives -1 without loading anything")
@@ -137,7 +132,7 @@ TEST_CASE_METHOD(MemorySamplingTest, "a null result pointer gives -1 without loa
     CHECK(pfnOperation(nullptr, nullptr) == -1);
     CHECK(nValue == UNTOUCHED);
     CHECK(m_redirector.Calls("LoadLibraryA") == 0);
-    CHECK(ReadLog().Bytes().empty());
+    CheckNoLog();
 }
 
 TEST_CASE_METHOD(MemorySamplingTest, "the status function is looked up in kernel32 which is freed again")
@@ -171,7 +166,7 @@ TEST_CASE_METHOD(MemorySamplingTest, "a library that does not load is logged and
     CHECK(Run(pfnOperation).nStatus == ERROR_MOD_NOT_FOUND);
     CHECK(m_memory.Reads() == 0);
     CHECK(m_redirector.Calls("FreeLibrary") == 0);
-    CheckOnlyLine("GetAvaMemoryUtilization -- LoadLibrary kernel32.dll failed(126).");
+    CheckLog({{1, "GetAvaMemoryUtilization -- LoadLibrary kernel32.dll failed(126)."}});
 }
 
 TEST_CASE_METHOD(MemorySamplingTest, "a function that is not found is logged and its library stays loaded")
@@ -181,7 +176,7 @@ TEST_CASE_METHOD(MemorySamplingTest, "a function that is not found is logged and
     m_redirector.CountCalls("FreeLibrary");
     CHECK(Run(pfnOperation).nStatus == ERROR_PROC_NOT_FOUND);
     CHECK(m_redirector.Calls("FreeLibrary") == 0);
-    CheckOnlyLine("GetAvaMemoryUtilization -- GetProcAddress GlobalMemoryStatusEx failed(127).");
+    CheckLog({{1, "GetAvaMemoryUtilization -- GetProcAddress GlobalMemoryStatusEx failed(127)."}});
 }
 
 TEST_CASE_METHOD(MemorySamplingTest, "a failure without an error number is still a failure")
@@ -189,7 +184,7 @@ TEST_CASE_METHOD(MemorySamplingTest, "a failure without an error number is still
     const MemoryOperation pfnOperation = EitherOperation();
     m_redirector.FailCall("LoadLibraryA", 1, FailMode::Once, ERROR_SUCCESS);
     CHECK(Run(pfnOperation).nStatus != 0);
-    CheckOnlyLine("GetAvaMemoryUtilization -- LoadLibrary kernel32.dll failed(0).");
+    CheckLog({{1, "GetAvaMemoryUtilization -- LoadLibrary kernel32.dll failed(0)."}});
 }
 
 TEST_CASE("the memory of this very machine is in use")

@@ -3,6 +3,8 @@
 #include "diag/SPLogger.h"
 #include "support/TestText.h"
 
+#include <utility>
+
 namespace varnex::test
 {
 
@@ -11,6 +13,23 @@ SamplingTest::SamplingTest()
     varnex::Log()->Configure(AnsiFromWide(m_tree.LogsPath()).c_str(), "Varnex");
     varnex::Log()->Level = 4;
     SetSystemLanguage(MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US));
+}
+
+void SamplingTest::CheckLog(const std::vector<Message>& messages) const
+{
+    const LogFile log = ReadLog();
+    CHECK(log.Lines().size() == messages.size());
+    std::vector<HasLinesInOrder::Wanted> wanted;
+    for (const Message& message : messages)
+    {
+        wanted.push_back({message.nLevel, message.text});
+    }
+    CHECK_THAT(log, HasLinesInOrder(std::move(wanted)));
+}
+
+void SamplingTest::CheckNoLog() const
+{
+    CHECK(ReadLog().Bytes().empty());
 }
 
 void SamplingTest::SetSystemLanguage(LANGID nLanguage)

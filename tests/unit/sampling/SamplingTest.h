@@ -9,6 +9,9 @@
 
 #include <windows.h>
 
+#include <string>
+#include <vector>
+
 namespace varnex::test
 {
 
@@ -20,6 +23,15 @@ protected:
     SamplingTest();
 
     LogFile ReadLog() const { return LogFile(m_tree); }
+    // The log holds these messages in this order and no others.
+    struct Message
+    {
+        int nLevel;
+        std::string text;
+    };
+    void CheckLog(const std::vector<Message>& messages) const;
+    void CheckNoLog() const;
+
     void SetSystemLanguage(LANGID nLanguage);
     // The ullCall-th conversion of a name to wide text from here on fails with ERROR_NO_UNICODE_TRANSLATION.
     void FailConversion(ULONGLONG ullCall);
@@ -27,11 +39,5 @@ protected:
     ModuleTree m_tree;
     ImportRedirector m_redirector;
 };
-
-// The number of a PDH status as it is scripted and logged.
-constexpr LONG PdhStatus(unsigned nCode)
-{
-    return static_cast<LONG>(nCode);
-}
 
 } // namespace varnex::test

@@ -1,12 +1,10 @@
 #include "sampling/CpuSampling.h"
 
-#include "support/ScriptedPdh.h"
 #include "support/TestText.h"
 #include "support/VirtualClock.h"
-#include "unit/sampling/SamplingTest.h"
+#include "unit/sampling/PdhTest.h"
 
-#include <algorithm>
-#include <cmath>
+#include <climits>
 #include <limits>
 #include <string>
 #include <vector>
@@ -24,7 +22,7 @@ constexpr char READ_FAILED[] = "GetCPUUtilization -- PdhGetFormattedCounterValue
 constexpr char TOO_MANY_FAILED[] =
     "GetCPUUtilization -- PdhGetFormattedCounterValue fail too many times(0xc0000bc6), exit...";
 
-class SpecialCpuTest : public SamplingTest
+class SpecialCpuTest : public PdhTest
 {
 protected:
     SpecialCpuTest() { m_pdh.SetValue(PATH, 0.0); }
@@ -37,24 +35,7 @@ protected:
     }
     std::size_t Readings() const { return m_pdh.CountCalls("PdhGetFormattedCounterValue") / 2; }
     std::size_t LaterCollections() const { return m_pdh.CountCalls("PdhCollectQueryData") - 2; }
-    // The counter is removed before the query is closed, each once, as the last calls of all.
-    void CheckCleanedUp() const
-    {
-        const std::vector<PdhCall> calls = m_pdh.Calls();
-        REQUIRE(calls.size() >= 2);
-        CHECK(calls[calls.size() - 2].function == "PdhRemoveCounter");
-        CHECK(calls.back().function == "PdhCloseQuery");
-        CheckNothingOpen();
-    }
-    void CheckNothingOpen() const
-    {
-        CHECK(m_pdh.OpenQueries() == 0);
-        CHECK(m_pdh.OpenCounters() == 0);
-        CHECK(m_pdh.WrongHandles() == 0);
-    }
-    void CheckNoLog() const { CHECK(ReadLog().Bytes().empty()); }
 
-    ScriptedPdh m_pdh{m_redirector};
     VirtualClock m_clock{m_redirector};
 };
 
@@ -72,7 +53,9 @@ TEST_CASE_METHOD(SpecialCpuTest, "a processor's time is its counter truncated to
                                                    {100.0, 100},
                                                    {0.4, 0}, // not exactly zero
                                                    {-5.7, -5},
-                                                   {101.5, 101}}));
+                                                   {101.5, 101},
+                                                   {2147483647.9, 2147483647},
+                                                   {-2147483648.9, INT_MIN}}));
     CAPTURE(reading.fValue);
     QueueReading(reading.fValue);
     CHECK(GetSpecialCPUUtilization(L"0") == reading.nPercent);
@@ -86,7 +69,7 @@ TEST_CASE_METHOD(SpecialCpuTest, "a processor's time is its counter truncated to
 TEST_CASE_METHOD(SpecialCpuTest, "a counter that is no number or no 32-bit one is a failed sample")
 {
     const double fValue = GENERATE(std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(),
-                                   -std::numeric_limits<double>::infinity(), 1e300, 4294967296.0, -4294967296.0);
+                                   -std::numeric_limits<double>::infinity(), 1e300, 2147483648.0, -2147483649.0);
     CAPTURE(fValue);
     QueueReading(fValue);
     CHECK(GetSpecialCPUUtilization(L"0") == -1);
@@ -98,14 +81,10 @@ TEST_CASE_METHOD(SpecialCpuTest, "a processor's query is opened and filled and c
 {
     QueueReading(42.0);
     GetSpecialCPUUtilization(L"0");
-    std::vector<std::string> functions;
-    for (const PdhCall& call : m_pdh.Calls())
-    {
-        functions.push_back(call.function);
-    }
-    CHECK(functions == std::vector<std::string>{"PdhOpenQueryW", "PdhAddCounterW", "PdhCollectQueryData",
-                                                "PdhCollectQueryData", "PdhGetFormattedCounterValue",
-                                                "PdhGetFormattedCounterValue", "PdhRemoveCounter", "PdhCloseQuery"});
+    CHECK(PdhFunctions() == std::vector<std::string>{"PdhOpenQueryW", "PdhAddCounterW", "PdhCollectQueryData",
+                                                     "PdhCollectQueryData", "PdhGetFormattedCounterValue",
+                                                     "PdhGetFormattedCounterValue", "PdhRemoveCounter",
+                                                     "PdhCloseQuery"});
     CHECK(m_pdh.Calls()[1].subject == PATH);
 }
 
@@ -172,12 +151,9 @@ TEST_CASE_METHOD(SpecialCpuTest, "without the processor object name no query is 
     FailConversion(1);
     CHECK(GetSpecialCPUUtilization(L"0") == -1);
     CHECK(m_pdh.Calls().empty());
-    CHECK(ReadLog().Lines().size() == 2);
-    CHECK_THAT(
-        ReadLog(),
-        HasLinesInOrder(
-            {{1, "VNXGetStringW -- MultiByteToWideChar fail, return error(1113), szAnsiString[Processor], limit(256)."},
-             {2, "GetSpecialCPUUtilization -- fail to get processor interface name from resource[-1], exit...."}}));
+    CheckLog(
+        {{1, "VNXGetStringW -- MultiByteToWideChar fail, return error(1113), szAnsiString[Processor], limit(256)."},
+         {2, "GetSpecialCPUUtilization -- fail to get processor interface name from resource[-1], exit...."}});
 }
 
 TEST_CASE_METHOD(SpecialCpuTest, "without the processor time counter name no query is opened")
@@ -185,13 +161,9 @@ TEST_CASE_METHOD(SpecialCpuTest, "without the processor time counter name no que
     FailConversion(2);
     CHECK(GetSpecialCPUUtilization(L"0") == -1);
     CHECK(m_pdh.Calls().empty());
-    CHECK(ReadLog().Lines().size() == 2);
-    CHECK_THAT(
-        ReadLog(),
-        HasLinesInOrder(
-            {{1, "VNXGetStringW -- MultiByteToWideChar fail, return error(1113), szAnsiString[% Processor Time], "
-                 "limit(64)."},
-             {2, "GetSpecialCPUUtilization -- fail to get processor time resource string[-1], exit...."}}));
+    CheckLog({{1, "VNXGetStringW -- MultiByteToWideChar fail, return error(1113), szAnsiString[% Processor Time], "
+                  "limit(64)."},
+              {2, "GetSpecialCPUUtilization -- fail to get processor time resource string[-1], exit...."}});
 }
 
 TEST_CASE_METHOD(SpecialCpuTest, "a processor query that does not open is logged with the last error")
@@ -199,8 +171,7 @@ TEST_CASE_METHOD(SpecialCpuTest, "a processor query that does not open is logged
     m_redirector.FailCall("PdhOpenQueryW", 1, FailMode::Once, ERROR_NO_SYSTEM_RESOURCES, 0xC0000BBB);
     CHECK(GetSpecialCPUUtilization(L"0") == PdhStatus(0xC0000BBB));
     CHECK(m_pdh.Calls().empty());
-    CHECK(ReadLog().Lines().size() == 1);
-    CHECK_THAT(ReadLog(), HasLine(2, "GetCPUUtilization -- Open PDH failed(0x000005aa), exit..."));
+    CheckLog({{2, "GetCPUUtilization -- Open PDH failed(0x000005aa), exit..."}});
     CHECK_THAT(ReadLog().Bytes(), Catch::EndsWith("exit...\r\n\r\n"));
 }
 
@@ -211,9 +182,8 @@ TEST_CASE_METHOD(SpecialCpuTest, "a processor counter that cannot be added is lo
     CHECK(m_pdh.CountCalls("PdhRemoveCounter") == 0);
     CHECK(m_pdh.CountCalls("PdhCollectQueryData") == 0);
     CheckNothingOpen();
-    CHECK(ReadLog().Lines().size() == 1);
-    CHECK_THAT(ReadLog(), HasLine(2, "GetSpecialCPUUtilization -- PdhAddCounterW(\\Processor(0)\\% Processor Time) "
-                                     "failed[0xc0000bb9], exit...."));
+    CheckLog({{2, "GetSpecialCPUUtilization -- PdhAddCounterW(\\Processor(0)\\% Processor Time) "
+                  "failed[0xc0000bb9], exit...."}});
 }
 
 TEST_CASE_METHOD(SpecialCpuTest, "the result of the first collection does not count")
@@ -230,8 +200,7 @@ TEST_CASE_METHOD(SpecialCpuTest, "a failed second collection is logged and retur
     CHECK(GetSpecialCPUUtilization(L"0") == PdhStatus(0x800007D5));
     CHECK(Readings() == 0);
     CheckCleanedUp();
-    CHECK(ReadLog().Lines().size() == 1);
-    CHECK_THAT(ReadLog(), HasLine(2, "GetSpecialCPUUtilization -- PdhCollectQueryData failed[0x800007d5], exit...."));
+    CheckLog({{2, "GetSpecialCPUUtilization -- PdhCollectQueryData failed[0x800007d5], exit...."}});
 }
 
 TEST_CASE_METHOD(SpecialCpuTest, "a zero is read again after a second and one more collection")
@@ -286,8 +255,7 @@ TEST_CASE_METHOD(SpecialCpuTest, "a failed reading is tried again at once")
     CHECK(m_clock.ElapsedMs() == 0);
     CHECK(LaterCollections() == 1);
     CheckCleanedUp();
-    CHECK(ReadLog().Lines().size() == 1);
-    CHECK_THAT(ReadLog(), HasLine(4, READ_FAILED));
+    CheckLog({{4, READ_FAILED}});
 }
 
 TEST_CASE_METHOD(SpecialCpuTest, "failed readings and zeros share the six tries")

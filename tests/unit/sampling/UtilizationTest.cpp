@@ -79,7 +79,7 @@ TEST_CASE_METHOD(UtilizationTest, "the bits moved between two collections are a 
     const NetworkCard& card = Collect(1000 + traffic.dwIn, 2000 + traffic.dwOut);
     CHECK(card.Utilization == traffic.nPercent);
     CHECK(card.DeltaBytes == std::uint64_t{traffic.dwIn} + traffic.dwOut);
-    CHECK(ReadLog().Bytes().empty());
+    CheckNoLog();
 }
 
 TEST_CASE_METHOD(UtilizationTest, "an adapter with a speed too large to tell has a utilization of 0")
@@ -267,7 +267,7 @@ TEST_CASE_METHOD(UtilizationTest, "an interface table that cannot be read change
     CHECK(m_redirector.Calls("GetIfTable") - ullBefore == failure.nCalls);
     CHECK(Card().Utilization == 10);
     CHECK(Card().LastInOctets == 1000 + 12'500'000);
-    CHECK(ReadLog().Bytes().empty());
+    CheckNoLog();
     CHECK(Collect(1000 + 25'000'000, 1000).Utilization == 10); // counted from the last one that was read
 }
 
@@ -289,7 +289,7 @@ TEST_CASE_METHOD(UtilizationTest, "no memory for the first 8 bytes is the only f
         CHECK(noMemory.IsMet());
     }
     CHECK(Card().LastInOctets == 1000);
-    CHECK(ReadLog().Bytes().empty());
+    CheckNoLog();
 }
 
 } // namespace varnex::test
