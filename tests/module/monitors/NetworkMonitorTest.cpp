@@ -365,6 +365,35 @@ TEST_CASE("a full history loses its oldest value behind the wait, a shorter one 
     host.StopAndEnd(VARNEX_ALERT_NETWORK);
 }
 
+TEST_CASE("a sampling amount that grows by one takes two more passes, for the oldest value is gone")
+{
+    MonitoredModule host(EachPassJudged().Set("NetworkSamplingAmount", 2));
+    SetOneAdapter(host, 40);
+    host.LogEverything();
+    StartAndMeasure(host);
+    RunPasses(host, 1);
+    host.tree.WriteConfig(EachPassJudged().Set("NetworkSamplingAmount", 3));
+    RunPasses(host, 2);
+    CHECK(host.LogOf("Before Checking") == Lines{CheckLine("Eth A", 40, 60, 0, 0, 5, "2026-01-31 12:00:12"),
+                                                 CheckLine("Eth A", 40, 60, 0, 0, 5, "2026-01-31 12:00:34")});
+    host.StopAndEnd(VARNEX_ALERT_NETWORK);
+}
+
+TEST_CASE("a sampling amount that shrinks averages the newest values at once")
+{
+    MonitoredModule host(EachPassJudged().Set("NetworkSamplingAmount", 3));
+    SetOneAdapter(host, 20);
+    host.LogEverything();
+    StartAndMeasure(host);
+    RunPasses(host, 2); // 20, 20, 20; one of them goes
+    host.tree.WriteConfig(EachPassJudged());
+    SetPercent(host, 2, 10);
+    RunPasses(host, 1);
+    CHECK(host.LogOf("Before Checking") == Lines{CheckLine("Eth A", 20, 60, 0, 0, 5, "2026-01-31 12:00:23"),
+                                                 CheckLine("Eth A", 10, 60, 0, 0, 5, "2026-01-31 12:00:34")});
+    host.StopAndEnd(VARNEX_ALERT_NETWORK);
+}
+
 TEST_CASE("a network sampling amount of -2 measures nothing, but waits and lists the adapters anew")
 {
     MonitoredModule host(EachPassJudged().Set("NetworkSamplingAmount", -2));
