@@ -24,8 +24,8 @@ struct LocalTime
 };
 
 // Time that passes only when the test says so, for a module whose imports are redirected. It answers for Sleep,
-// SleepEx, the system's and the C library's clocks, GetTickCount and the waits with a time-out, and it knows the threads
-// that the module starts.
+// SleepEx, the system's and the C library's clocks, GetTickCount and the waits with a time-out, and it knows the
+// threads that the module starts.
 //
 //     ImportRedirector redirector;
 //     VirtualClock clock(redirector);
