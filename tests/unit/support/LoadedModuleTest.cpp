@@ -115,7 +115,9 @@ TEST_CASE("a module that cannot be attached says so, and is detached at once")
     LoadedModule module(tree, LoadedModule::Start::Later);
     ImportRedirector redirector(module.Handle());
     redirector.FailCall("CreateMutexW", 1, FailMode::FromThereOn, ERROR_ACCESS_DENIED);
+    redirector.CountCalls("OutputDebugStringW");
     CHECK_FALSE(module.Attach());
+    CHECK(redirector.Calls("OutputDebugStringW") == 1);
     redirector.StopFailing("CreateMutexW");
     CHECK(module.Attach());
 }

@@ -1,5 +1,7 @@
 #include "support/ProcessMeter.h"
 
+#include "support/ChildProcess.h"
+
 #include "common/Handles.h"
 
 #include <catch2/catch.hpp>
@@ -19,6 +21,15 @@ TEST_CASE("a handle that is opened and one that is closed are counted")
         CHECK(CountHandles() == nBefore + 2);
     }
     CHECK(CountHandles() == nBefore);
+}
+
+TEST_CASE("the handles of another process are not counted")
+{
+    CountHandles();
+    const std::size_t nBefore = CountHandles();
+    const ChildProcess child = ChildProcess::OfTestCase("child: never ends");
+    REQUIRE_FALSE(child.WaitForEnd(500)); // by now it has dozens
+    CHECK(CountHandles() == nBefore + 1);
 }
 
 TEST_CASE("a thread is counted while it lives")

@@ -76,9 +76,13 @@ BOOL WINAPI DllMain(HINSTANCE, DWORD dwReason, LPVOID)
         g_hMutex = CreateMutexW(nullptr, FALSE, nullptr);
         return g_hMutex != nullptr;
     }
-    if (dwReason == DLL_PROCESS_DETACH && g_hMutex != nullptr)
+    if (dwReason == DLL_PROCESS_DETACH)
     {
-        CloseHandle(g_hMutex);
+        OutputDebugStringW(L"detached");
+        if (g_hMutex != nullptr)
+        {
+            CloseHandle(g_hMutex);
+        }
     }
     return TRUE;
 }

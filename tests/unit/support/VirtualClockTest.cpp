@@ -408,6 +408,27 @@ TEST_CASE("a sleeping worker can be ended by force")
     CHECK(dwExitCode == 3);
 }
 
+TEST_CASE("a sleeping worker that is ended by force leaves its sleep by itself")
+{
+    static DWORD dwIndex = 0;
+    static bool bLeft = false;
+    dwIndex = FlsAlloc([](void*) { bLeft = true; }); // for a thread that exits, not for one that is killed
+    const auto sleepForEver = [](void* pValue) -> DWORD
+    {
+        FlsSetValue(dwIndex, pValue);
+        Sleep(INFINITE);
+        return 0;
+    };
+    ImportRedirector redirector;
+    VirtualClock clock(redirector);
+    const UniqueHandle thread(CreateThread(nullptr, 0, sleepForEver, &clock, 0, nullptr));
+    clock.Advance(1);
+    CHECK_FALSE(bLeft);
+    CHECK(TerminateThread(thread.Get(), 0) != FALSE);
+    CHECK(bLeft);
+    FlsFree(dwIndex);
+}
+
 TEST_CASE("a worker that is stuck in a scripted call counts as asleep and can be ended by force")
 {
     ImportRedirector redirector;
