@@ -339,6 +339,9 @@ TEST_CASE("the header of the adapters has room for 1024 characters")
             header += "\t" + std::string(196, 'n') + "-" + std::to_string(dwCard);
         }
     }
+    // One that would fit again is left out with all behind the first that does not.
+    FillCards({TracedCard(30, L"s", 30)});
+    line += "\t30";
     OutputNetwork(TIME);
     CHECK(header.size() == 1005);
     CHECK(Bytes(bench, L"NetworkUtil.log") == header + "\r\n" + line + "\r\n");
