@@ -20,10 +20,10 @@ using Names = NamedHistories<int>::Names;
 // Null (logged) when there is nothing to sample.
 std::shared_ptr<const Names> BeginHistories()
 {
-    Names names = GetCPUNameListW();
-    const bool bEmpty = names.empty();
     try
     {
+        Names names = GetCPUNameListW();
+        const bool bEmpty = names.empty();
         auto published = Stores().cpu.Publish(std::move(names));
         if (!bEmpty)
         {

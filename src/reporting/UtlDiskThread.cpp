@@ -21,10 +21,10 @@ constexpr std::size_t ANSI_NAME_CHARS = 128;
 // Null (logged) when there is nothing to sample.
 std::shared_ptr<const Names> BeginHistories()
 {
-    Names names = GetDiskNameListW();
-    const bool bEmpty = names.empty();
     try
     {
+        Names names = GetDiskNameListW();
+        const bool bEmpty = names.empty();
         auto published = Stores().disk.Publish(std::move(names));
         if (!bEmpty)
         {

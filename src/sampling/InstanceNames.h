@@ -45,13 +45,13 @@ InstanceNames<Character> CopyInstanceNames(const Character* pszList, const Chara
         if (ContainsText(name.get(), pszTotalMarker))
         {
             // The copy of a skipped name stays allocated: a known cost of each enumeration.
-            (void)name.release(); // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks)
+            (void)name.release();
         }
         else
         {
             names.push_back(std::move(name));
         }
-        pszList += cchName;
+        pszList += cchName; // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): of the skipped name's copy, above
     }
     return names;
 }
