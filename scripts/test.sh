@@ -15,11 +15,18 @@ export WINEPREFIX="${WINEPREFIX:-$PWD/build/wine-prefix}"
 export WINEDEBUG="${WINEDEBUG:--all}"
 # A display of the caller's would only make Wine slower to start.
 unset DISPLAY
-scripts/wine-run.sh cmd /c exit
 
-# One server for the whole run, ended with it.
-wineserver -p
-trap 'wineserver -k || true' EXIT
+# One server for the whole run, ended with it: without one, programs wait for the last one's server to go. A server that
+# is there already, and stays, belongs to another run.
+mkdir -p "$WINEPREFIX"
+for _ in 1 2 3 4 5 6 7 8; do
+  if wineserver -p 2>/dev/null; then
+    trap 'wineserver -k || true' EXIT
+    break
+  fi
+  sleep 1
+done
+scripts/wine-run.sh cmd /c exit
 
 scripts/build.sh "$preset"
 ctest --preset "$preset" -j "$(nproc)" --no-tests=error "$@"
