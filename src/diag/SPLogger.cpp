@@ -221,11 +221,16 @@ void SPLogger::WriteLeveledW(int nLevel, const wchar_t* pwszFormat, std::va_list
     }
 }
 
-SPLogger::WritersHeldOff::WritersHeldOff(DWORD dwWaitMs) noexcept
+SPLogger::WritersHeldOff::WritersHeldOff(DWORD dwWaitMs) noexcept : m_bHeldOff(true)
 {
     const HANDLE hMutex = Instance()->Mutex;
+    if (hMutex == nullptr)
+    {
+        return; // without a mutex no line is ever written
+    }
     const DWORD dwResult = WaitForSingleObject(hMutex, dwWaitMs);
-    if (dwResult == WAIT_OBJECT_0 || dwResult == WAIT_ABANDONED)
+    m_bHeldOff = dwResult == WAIT_OBJECT_0 || dwResult == WAIT_ABANDONED;
+    if (m_bHeldOff)
     {
         m_hold.Reset(hMutex);
     }

@@ -54,11 +54,12 @@ public:
         // False when the writers could not be held off in that time.
         explicit operator bool() const noexcept
         {
-            return static_cast<bool>(m_hold);
+            return m_bHeldOff;
         }
 
     private:
         MutexHold m_hold;
+        bool m_bHeldOff;
     };
 
     // Read without a lock by every entry; 0 silences the log.
