@@ -10,6 +10,9 @@
 #include "common/Handles.h"
 #include "support/LogMatchers.h"
 #include "support/ProcessMeter.h"
+#include "support/ScriptedMemoryStatus.h"
+#include "support/ScriptedPdh.h"
+#include "support/ScriptedWmi.h"
 
 #include <catch2/catch.hpp>
 
@@ -64,7 +67,7 @@ constexpr char STOP_BEGIN[] = "2 StopWorkingThread -- Stop working alert thread.
 constexpr char STOP_ALL[] = "2 StopWorkingThread -- should stop all of monitor thread...";
 constexpr char STOP_END[] = "2 StopWorkingThread -- Stop working alert thread finish...";
 
-// Instead of threads the module gets events, and never runs a monitor's body.
+// Instead of threads the module gets events, which it closes, and never runs a monitor's body.
 class HeldThreads
 {
 public:
@@ -94,10 +97,6 @@ public:
     {
         m_work.redirector.Restore("CreateThread");
         m_work.redirector.Restore("CloseHandle");
-        for (const HANDLE hThread : m_handles)
-        {
-            UniqueHandle(hThread).Reset();
-        }
     }
     std::size_t Made() const { return m_handles.size(); }
     // The numbers of the threads, from 0, in the order in which their handles were closed.
@@ -337,6 +336,37 @@ TEST_CASE("a freshly loaded module logs up to level 3")
     CHECK(work.Start(VARNEX_ALERT_CPU) == VARNEX_OK);
     CHECK(work.Start(5) == VARNEX_BAD_ALERT_TYPE);
     CHECK(work.News() == Lines{MONITORS[0].pszStart, "1 StartWorkingThread -- bad input alert type(5)"});
+}
+
+TEST_CASE("all four monitors run side by side, end on the stop of all, and start again")
+{
+    ModuleAtWork work(ConfigBuilder().SetLogLevel(4));
+    ScriptedMemoryStatus memory(work.exports);
+    memory.SetUtilization(50, 40);
+    ScriptedPdh pdh(work.redirector);
+    pdh.SetInstances(L"PhysicalDisk", {L"0 C:", L"_Total"});
+    pdh.SetValue(L"\\PhysicalDisk(0 C:)\\Disk Bytes/sec", 1000.0);
+    const ScriptedWmi wmi(work.redirector);
+    work.TakeOverLogLevel4();
+    for (int i = 0; i < 2; ++i)
+    {
+        work.Start(VARNEX_ALERT_ALL);
+        work.clock.WaitUntilAllAsleep();
+        CHECK(work.clock.Workers() == 4);
+        work.StopAndEnd(VARNEX_ALERT_ALL);
+        const Lines news = work.News();
+        for (const char* pszEnd :
+             {"4 Monitor CPU Utilization thread end...", "4 Monitor Memory Utilization thread end working...",
+              "4 Monitor Disk throughput thread end working...", "4 Monitor Network throughput thread end working..."})
+        {
+            CHECK(std::count(news.begin(), news.end(), pszEnd) == 1);
+        }
+        for (const MonitorTexts& texts : MONITORS)
+        {
+            CHECK(std::count(news.begin(), news.end(), texts.pszSuccess) == 1);
+            CHECK(std::count(news.begin(), news.end(), texts.pszExists) == 0);
+        }
+    }
 }
 
 TEST_CASE("two hundred starts and stops in a row leave no handle and no thread behind")

@@ -70,7 +70,7 @@ TEST_CASE("a threshold above 100 never fires")
 TEST_CASE("a negative threshold is taken as it is, and an idle machine has reached it")
 {
     CpuMonitor monitor(CpuConfig(INTERVAL, -3, 1, 5));
-    CHECK(monitor.StartWith(0).back() == AlertText(0, -3, 0, 5));
+    CHECK(Last(monitor.StartWith(0)) == Lines{AlertText(0, -3, 0, 5)});
     CHECK(monitor.CycleWith(0) == Lines{CheckLine(0, -3, 1, 1, 5)});
     monitor.End();
 }
@@ -99,7 +99,7 @@ TEST_CASE("a negative maximum lets nothing fire")
 TEST_CASE("the maximum is reached one alert at a time")
 {
     CpuMonitor monitor(CpuConfig(INTERVAL, 85, 1, 2));
-    CHECK(monitor.StartWith(90).back() == AlertText(90, 85, 0, 2));
+    CHECK(Last(monitor.StartWith(90)) == Lines{AlertText(90, 85, 0, 2)});
     CHECK(monitor.CycleWith(10) == Lines{CheckLine(10, 85, 1, 1, 2)});
     CHECK(monitor.CycleWith(90) == Lines{CheckLine(90, 85, 0, 1, 2), AlertText(90, 85, 1, 2)});
     CHECK(monitor.CycleWith(10) == Lines{CheckLine(10, 85, 1, 2, 2)});
@@ -134,8 +134,8 @@ TEST_CASE("a load that stays high over midnight is not reported again: the flag 
 {
     CpuMonitor monitor(CpuConfig(INTERVAL, 85, 1, 5));
     monitor.clock.Set(LocalTime{2026, 1, 31, 23, 59, 30});
-    CHECK(monitor.StartWith(90).back() == AlertText(90, 85, 0, 5));
-    CHECK(monitor.Cycle().back() == CheckLine(90, 85, 1, 0, 5, "2026-02-01"));
+    CHECK(Last(monitor.StartWith(90)) == Lines{AlertText(90, 85, 0, 5)});
+    CHECK(Last(monitor.Cycle()) == Lines{CheckLine(90, 85, 1, 0, 5, "2026-02-01")});
     monitor.End();
     CHECK(ReadAlertLines(monitor.tree).size() == 1);
     CHECK(monitor.StoredDate() == L"2026-01-31");
@@ -145,7 +145,7 @@ TEST_CASE("a restarted monitor has forgotten its samples and its flag, but the d
 {
     CpuMonitor monitor(CpuConfig(INTERVAL, 85, 2, 5));
     monitor.StartWith(90);
-    CHECK(monitor.Cycle().back() == AlertText(90, 85, 0, 5));
+    CHECK(Last(monitor.Cycle()) == Lines{AlertText(90, 85, 0, 5)});
     monitor.End();
     CHECK(monitor.StartWith(90).size() == 1); // the begin line: one sample is too few
     CHECK(monitor.Cycle() == Lines{CheckLine(90, 85, 0, 1, 5), AlertText(90, 85, 1, 5)});

@@ -63,7 +63,7 @@ TEST_CASE("a sample above 100 is logged and not stored, and the flag and the cou
     monitor.StartWith(90);
     // Too few samples so far: nothing more is said.
     CHECK(monitor.CycleWith(150) == Lines{SampleFailure(150)});
-    CHECK(monitor.CycleWith(90).back() == AlertText(90, 85, 0, 5));
+    CHECK(Last(monitor.CycleWith(90)) == Lines{AlertText(90, 85, 0, 5)});
     // With enough of them the cycle says that it judges nothing.
     CHECK(monitor.CycleWith(101) == Lines{SampleFailure(101), NOTHING_TO_JUDGE});
     CHECK(monitor.CycleWith(96) == Lines{CheckLine(93, 85, 1, 1, 5)});  // 90 96
@@ -98,7 +98,7 @@ TEST_CASE("without the system's times the load reads as 0")
 {
     CpuMonitor monitor(CpuConfig(INTERVAL, 85, 1, 5));
     monitor.exports.Hide("GetSystemTimes");
-    CHECK(monitor.StartWith(90).back() == CheckLine(0, 85, 0, 0, 5));
+    CHECK(Last(monitor.StartWith(90)) == Lines{CheckLine(0, 85, 0, 0, 5)});
     monitor.End();
 }
 
@@ -117,7 +117,7 @@ TEST_CASE("without COM the monitor ends with a line, and its object keeps the sl
     for (int i = 0; i < 2; ++i)
     {
         monitor.Start(VARNEX_ALERT_CPU);
-        CHECK(monitor.News().back() == "1 StartWorkingThread -- CPU Monitor thread has exist. exist...");
+        CHECK(Last(monitor.News()) == Lines{"1 StartWorkingThread -- CPU Monitor thread has exist. exist..."});
         monitor.Stop(VARNEX_ALERT_CPU);
         monitor.News();
     }
@@ -133,7 +133,7 @@ TEST_CASE("a thread whose COM model is another one monitors all the same, and le
                                                              return RPC_E_CHANGED_MODE;
                                                          });
     monitor.redirector.CountCalls("CoUninitialize");
-    CHECK(monitor.StartWith(90).back() == AlertText(90, 85, 0, 5));
+    CHECK(Last(monitor.StartWith(90)) == Lines{AlertText(90, 85, 0, 5)});
     CHECK(monitor.End() == Lines{END_LINE});
     CHECK(monitor.redirector.Calls("CoUninitialize") == 1);
 }
@@ -175,10 +175,10 @@ TEST_CASE("an unreadable configuration means the defaults, and a count of 0 with
         REQUIRE(high.size() == 7);
         CHECK(Lines(high.begin() + 4, high.end()) ==
               Lines{CountFailure(broken.pszStatus), CheckLine(100, 85, 0, 0, 5), AlertText(100, 85, 0, 5)});
-        CHECK(cycleWith(0).back() == CheckLine(80, 85, 1, 0, 5));
+        CHECK(Last(cycleWith(0)) == Lines{CheckLine(80, 85, 1, 0, 5)});
         for (int k = 0; k < 4; ++k)
         {
-            CHECK(cycleWith(100).back() == CheckLine(80, 85, 0, 0, 5));
+            CHECK(Last(cycleWith(100)) == Lines{CheckLine(80, 85, 0, 0, 5)});
         }
     }
     monitor.End();
@@ -204,8 +204,7 @@ TEST_CASE("an alert without memory for its record is logged, counted and not rai
     monitor.redirector.FailCall("LocalAlloc", 1, FailMode::Once, ERROR_NOT_ENOUGH_MEMORY);
     const Lines lines = monitor.StartWith(90);
     CHECK(monitor.redirector.Failures("LocalAlloc") == 1);
-    CHECK(Lines(lines.end() - 2, lines.end()) ==
-          Lines{AlertText(90, 85, 0, 5), "1 SendAlertToAllServer -- Failed to allocate TSL memory!"});
+    CHECK(Last(lines, 2) == Lines{AlertText(90, 85, 0, 5), "1 SendAlertToAllServer -- Failed to allocate TSL memory!"});
     CHECK(monitor.StoredCount() == L"1");
     CHECK(monitor.Cycle() == Lines{CheckLine(90, 85, 1, 1, 5)});
     monitor.End();
@@ -219,7 +218,7 @@ TEST_CASE("an alert without a thread for its record is logged, counted and not r
     monitor.redirector.CountCalls("LocalAlloc");
     monitor.redirector.CountCalls("LocalFree");
     const Lines lines = monitor.StartWith(90);
-    CHECK(Lines(lines.end() - 2, lines.end()) ==
+    CHECK(Last(lines, 2) ==
           Lines{AlertText(90, 85, 0, 5), "4 SendAlertToAllServer -- Start SendAlert_Tread thread failed(8)!"});
     CHECK(monitor.redirector.Calls("LocalAlloc") == 1);
     CHECK(monitor.redirector.Calls("LocalFree") == 1);
@@ -234,7 +233,7 @@ TEST_CASE("a record that cannot be stored is logged, counted and not raised agai
     CpuMonitor monitor(CpuConfig(INTERVAL, 85, 1, 5));
     REQUIRE(CreateDirectoryW(monitor.tree.InBin(L"LocalAlt.dat").c_str(), nullptr)); // a file of that name cannot open
     const Lines lines = monitor.StartWith(90);
-    CHECK(lines.back() == "4 WriteAlertRecord_Thread -- save alert to local fail(-1)");
+    CHECK(Last(lines) == Lines{"4 WriteAlertRecord_Thread -- save alert to local fail(-1)"});
     CHECK(monitor.StoredCount() == L"1");
     CHECK(monitor.Cycle() == Lines{CheckLine(90, 85, 1, 1, 5)});
     monitor.End();
@@ -244,7 +243,7 @@ TEST_CASE("a count that cannot be written does not hold the alert back")
 {
     CpuMonitor monitor(CpuConfig(INTERVAL, 85, 1, 5));
     monitor.redirector.FailCall("MoveFileExW", 1, FailMode::Once, ERROR_DISK_FULL);
-    CHECK(monitor.StartWith(90).back() == AlertText(90, 85, 0, 5));
+    CHECK(Last(monitor.StartWith(90)) == Lines{AlertText(90, 85, 0, 5)});
     CHECK(monitor.redirector.Failures("MoveFileExW") == 1);
     CHECK(monitor.StoredCount() == L"0");
     CHECK(ReadAlertLines(monitor.tree).size() == 1);
@@ -256,7 +255,7 @@ TEST_CASE("memory that runs out while the count is read is logged, and the monit
 {
     CpuMonitor monitor(CpuConfig(INTERVAL, 85, 1, 5));
     const RefusedCopy refused(monitor, 1);
-    CHECK(monitor.StartWith(90).back() == "1 CMonCPUThread -- exception stopped(std::bad_alloc).");
+    CHECK(Last(monitor.StartWith(90)) == Lines{"1 CMonCPUThread -- exception stopped(std::bad_alloc)."});
     CHECK(refused.Count() == 1);
     monitor.clock.Advance(CpuMonitor::SECONDS - 1);
     CHECK(monitor.OwnNews().empty());
@@ -269,7 +268,7 @@ TEST_CASE("memory that runs out while the count is written does not hold the ale
 {
     CpuMonitor monitor(CpuConfig(INTERVAL, 85, 1, 5));
     const RefusedCopy refused(monitor, 2);
-    CHECK(monitor.StartWith(90).back() == AlertText(90, 85, 0, 5));
+    CHECK(Last(monitor.StartWith(90)) == Lines{AlertText(90, 85, 0, 5)});
     CHECK(refused.Count() == 1);
     CHECK(monitor.ReadLog().Has(1, "SaveAlertNumIntoLocal -- exception stopped(std::bad_alloc)."));
     CHECK(ReadAlertLines(monitor.tree).size() == 1);

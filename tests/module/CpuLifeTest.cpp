@@ -72,7 +72,7 @@ TEST_CASE("a waiting monitor notices a stop within one second, says that it ends
     CHECK(monitor.clock.Workers() == 1);
     CHECK(monitor.OwnNews().empty());
     monitor.Start(VARNEX_ALERT_CPU);
-    CHECK(monitor.News().back() == EXISTS);
+    CHECK(Last(monitor.News()) == Lines{EXISTS});
     monitor.clock.AdvanceMs(1);
     CHECK(monitor.clock.Workers() == 0);
     CHECK(monitor.OwnNews() == Lines{END_LINE});

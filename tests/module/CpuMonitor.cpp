@@ -30,6 +30,11 @@ std::string Number(int nValue)
 
 } // namespace
 
+Lines Last(const Lines& lines, std::size_t nCount)
+{
+    return Lines(lines.end() - static_cast<std::ptrdiff_t>(std::min(nCount, lines.size())), lines.end());
+}
+
 ConfigBuilder CpuConfig(int nInterval, int nThreshold, int nSamplingAmount, int nMaxAlertNum, int nSentToday)
 {
     return ConfigBuilder()

@@ -10,6 +10,9 @@ namespace varnex::test
 
 using Lines = std::vector<std::string>;
 
+// The last lines, or as many as there are.
+Lines Last(const Lines& lines, std::size_t nCount = 1);
+
 // A configuration for the CPU monitor at log level 4, with today's counts begun.
 ConfigBuilder CpuConfig(int nInterval, int nThreshold, int nSamplingAmount, int nMaxAlertNum, int nSentToday = 0);
 

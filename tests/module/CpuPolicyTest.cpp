@@ -167,7 +167,7 @@ TEST_CASE("an interval of -5 means no pause at all between two samples")
     monitor.Stop(VARNEX_ALERT_CPU);
     treadmill.LetGo();
     monitor.clock.AdvanceUntilWorkersEnd(1);
-    CHECK(monitor.OwnNews().back() == END_LINE);
+    CHECK(Last(monitor.OwnNews()) == Lines{END_LINE});
 }
 
 TEST_CASE("a sampling amount of -1 means the default of 5")

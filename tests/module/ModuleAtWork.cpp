@@ -11,6 +11,12 @@ ModuleAtWork::ModuleAtWork(const ConfigBuilder& config) : tree(config)
     cpu.Restart(); // the module has taken no reading yet
 }
 
+ModuleAtWork::~ModuleAtWork()
+{
+    Stop(VARNEX_ALERT_ALL);
+    (void)clock.AdvanceUntil([this] { return clock.Workers() == 0; }, 60);
+}
+
 int ModuleAtWork::Start(unsigned nAlertType)
 {
     return module.Export<decltype(::StartWorkingThread)>("StartWorkingThread")(nAlertType);

@@ -34,6 +34,10 @@ class ModuleAtWork
 {
 public:
     explicit ModuleAtWork(const ConfigBuilder& config = {});
+    // Ends what a test that failed half-way has left running: nothing may outlive the module's code.
+    ~ModuleAtWork();
+    ModuleAtWork(const ModuleAtWork&) = delete;
+    ModuleAtWork& operator=(const ModuleAtWork&) = delete;
 
     // Start and stop as the host calls them.
     int Start(unsigned nAlertType);

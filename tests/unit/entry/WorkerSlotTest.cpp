@@ -165,7 +165,7 @@ TEST_CASE("a stop request on an empty slot does nothing")
     CHECK(redirector.Calls("EnterCriticalSection") == 0);
 }
 
-TEST_CASE("a worker that was asked to stop keeps its slot until it has ended")
+TEST_CASE("a stop request closes the thread's handle at once, and the worker keeps its slot until it has ended")
 {
     WorkerSlot slot;
     const UniqueHandle mayEnd(CreateEventW(nullptr, TRUE, FALSE, nullptr));
@@ -179,7 +179,11 @@ TEST_CASE("a worker that was asked to stop keeps its slot until it has ended")
         });
     const UnitLog log;
     REQUIRE(CreateRunningThread<TestWorker>(slot, "", "") == WORKER_CREATED);
+    const TestWorker& worker = *TestWorker::s_pNewest.load();
+    CHECK(worker.DuplicateThreadHandle());
     slot.RequestStop();
+    CHECK_FALSE(worker.IsRunning());
+    CHECK_FALSE(worker.DuplicateThreadHandle());
     CHECK(slot.IsSet());
     CHECK(CreateRunningThread<TestWorker>(slot, "", "") == WORKER_EXISTS);
     SetEvent(mayEnd.Get());
