@@ -17,6 +17,7 @@ struct CommandChoice
 
 // Each command is one file that adds itself to the command line.
 void AddWatchCommand(CLI::App& app, CommandChoice& choice);
+void AddReportCommand(CLI::App& app, CommandChoice& choice);
 void AddBurnCommand(CLI::App& app, CommandChoice& choice);
 
 void AddCommands(CLI::App& app, CommandChoice& choice);

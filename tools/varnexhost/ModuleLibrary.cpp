@@ -2,6 +2,7 @@
 
 #include "HostError.h"
 #include "LoadError.h"
+#include "ReportClient.h"
 
 namespace varnex::host
 {
@@ -14,6 +15,12 @@ UniqueModule LoadModule(const ModuleFiles& files)
     if (!FileExists(files.module))
     {
         throw HostError(L"There is no " + files.module.wstring() + L". Name the module's folder with --module-dir.");
+    }
+    if (IsReportServed())
+    {
+        // Loading clears the report section, under the feet of whoever uses it.
+        throw HostError(L"Another process on this machine has Varnex.dll loaded, and there may be only one at a time. "
+                        L"End it first; varnexhost report asks it for a report meanwhile.");
     }
     UniqueModule module(LoadLibraryW(files.module.c_str()));
     if (!module)
@@ -28,7 +35,9 @@ UniqueModule LoadModule(const ModuleFiles& files)
 ModuleLibrary::ModuleLibrary(const ModuleFiles& files)
     : m_path(files.module), m_module(LoadModule(files)), m_pfnStart(Export<decltype(m_pfnStart)>("StartWorkingThread")),
       m_pfnStop(Export<decltype(m_pfnStop)>("StopWorkingThread")),
-      m_pfnFetch(Export<decltype(m_pfnFetch)>("GetAlertRecord"))
+      m_pfnFetch(Export<decltype(m_pfnFetch)>("GetAlertRecord")),
+      m_pfnStartReporting(Export<decltype(m_pfnStartReporting)>("StartPKIUtlThread")),
+      m_pfnStopReporting(Export<decltype(m_pfnStopReporting)>("StopPKIUtlThread"))
 {
 }
 

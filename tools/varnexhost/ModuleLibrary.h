@@ -18,6 +18,8 @@ public:
     int StartMonitors(unsigned nSelector) const { return m_pfnStart(nSelector); }
     int StopMonitors(unsigned nSelector) const { return m_pfnStop(nSelector); }
     decltype(&GetAlertRecord) Fetch() const noexcept { return m_pfnFetch; }
+    void StartReporting() const { m_pfnStartReporting(); }
+    void StopReporting() const { m_pfnStopReporting(); }
     HMODULE Handle() const noexcept { return m_module.Get(); }
 
     // Unloads; true when the module has really left the process. No thread may run its code any more.
@@ -39,6 +41,8 @@ private:
     decltype(&StartWorkingThread) m_pfnStart = nullptr;
     decltype(&StopWorkingThread) m_pfnStop = nullptr;
     decltype(&GetAlertRecord) m_pfnFetch = nullptr;
+    decltype(&StartPKIUtlThread) m_pfnStartReporting = nullptr;
+    decltype(&StopPKIUtlThread) m_pfnStopReporting = nullptr;
 };
 
 static_assert(!std::is_copy_constructible_v<ModuleLibrary>);

@@ -8,6 +8,7 @@
 #include "ModuleLibrary.h"
 #include "ModuleThreads.h"
 #include "MonitorRun.h"
+#include "ReportingRun.h"
 #include "StopSignal.h"
 
 #include <algorithm>
@@ -23,6 +24,7 @@ namespace
 {
 
 constexpr std::uint64_t FETCH_INTERVAL_MS = 1000;
+constexpr unsigned REPORTING_THREADS = 5; // four samplers and the one that answers requests
 
 struct WatchOptions
 {
@@ -30,6 +32,7 @@ struct WatchOptions
     std::vector<std::string> monitors = {"cpu"};
     unsigned nSeconds = 0; // 0: until Ctrl-C
     bool bBurn = false;
+    bool bReport = false;
 };
 
 // The store is a text file that others can write to: nothing in it may steer the terminal.
@@ -76,6 +79,7 @@ private:
     ModuleLibrary m_library;
     AlertFetcher m_fetcher;
     MonitorRun m_monitors;
+    std::optional<ReportingRun> m_reporting;
     std::optional<LoadProcess> m_load;
     ConsoleStatus m_status;
     std::map<unsigned, unsigned> m_countByType;
@@ -100,6 +104,11 @@ ExitCode Watch::Run()
     }
     m_monitors.Start(m_selectors);
     m_nRunning = MonitorCount(m_selectors);
+    if (m_options.bReport)
+    {
+        m_reporting.emplace(m_library);
+        m_nRunning += REPORTING_THREADS;
+    }
     m_nBegin = GetTickCount64();
     ShowState(); // before the first fetch: an output that cannot be written costs no alert
     WatchUntilEnd();
@@ -165,9 +174,8 @@ void Watch::WarnOfEndedMonitors(unsigned nRunning)
 {
     if (nRunning < m_nRunning)
     {
-        m_status.PrintLine(L"warning: " + std::to_wstring(nRunning) + L" of " +
-                           std::to_wstring(MonitorCount(m_selectors)) + L" monitors run. The log tells more: " +
-                           m_files.log.wstring());
+        m_status.PrintLine(L"warning: " + std::to_wstring(nRunning) + L" of the module's " +
+                           std::to_wstring(m_nRunning) + L" threads run. The log tells more: " + m_files.log.wstring());
     }
     m_nRunning = std::min(m_nRunning, nRunning);
 }
@@ -179,6 +187,7 @@ ExitCode Watch::Finish()
     m_status.Clear();
     m_status.PrintLine(L"Watched " + SelectorNames(m_selectors) + L" for " + DurationText(nWatched) + L".");
     m_status.PrintLine(L"Waiting for the monitors to end; Ctrl-C cuts the wait short.");
+    m_reporting.reset(); // its threads count as the module's
     const bool bEnded = m_monitors.StopAndWait();
     PrintAlerts(); // what was raised since the last look
     PrintSummary();
@@ -228,6 +237,8 @@ void AddWatchCommand(CLI::App& app, CommandChoice& choice)
         ->check(CLI::Range(1, 31536000).description(""))
         ->type_name("N");
     pWatch->add_flag("--burn", options->bBurn, "Keep every processor busy meanwhile, in a process of its own");
+    pWatch->add_flag("--report", options->bReport,
+                     "Record utilization too, so that varnexhost report in another console has an answer");
     pWatch->callback([&choice, options] { choice.run = [options] { return RunWatch(*options); }; });
 }
 

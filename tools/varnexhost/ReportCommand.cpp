@@ -1,0 +1,51 @@
+#include "Commands.h"
+#include "ConsoleStream.h"
+#include "ReportClient.h"
+#include "ReportText.h"
+
+#include <memory>
+
+namespace varnex::host
+{
+
+namespace
+{
+
+struct ReportOptions
+{
+    ReportRequest request;
+    bool bXml = false;
+    bool bJson = false;
+};
+
+ExitCode RunReport(const ReportOptions& options)
+{
+    const std::wstring xml = AskForReport(options.request);
+    StandardOutput().Write(options.bXml ? xml + L"\n" : options.bJson ? ReportAsJson(xml) : ReportAsTable(xml));
+    return ExitCode::Done;
+}
+
+} // namespace
+
+void AddReportCommand(CLI::App& app, CommandChoice& choice)
+{
+    const auto options = std::make_shared<ReportOptions>();
+    CLI::App* pReport =
+        app.add_subcommand("report", "Ask the process that has the module loaded for its utilization report");
+    pReport->add_option("--span", options->request.nSpan, "Minutes that each average covers (default: 60)")
+        ->check(CLI::Range(1, 1440).description(""))
+        ->type_name("N");
+    pReport
+        ->add_option("--min", options->request.nMinimum,
+                     "Valid samples that an average needs, else it is 0 (default: 1)")
+        ->check(CLI::Range(1, 1440).description(""))
+        ->type_name("M");
+    pReport->add_option("--timeout", options->request.nTimeoutSeconds, "Seconds to wait for the answer (default: 30)")
+        ->check(CLI::Range(1, 3600).description(""))
+        ->type_name("S");
+    CLI::Option* pXml = pReport->add_flag("--xml", options->bXml, "The report as the module wrote it");
+    pReport->add_flag("--json", options->bJson, "The report as JSON")->excludes(pXml);
+    pReport->callback([&choice, options] { choice.run = [options] { return RunReport(*options); }; });
+}
+
+} // namespace varnex::host
