@@ -6,7 +6,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 readonly demo="$PWD/build/demo"
 readonly bin="$demo/A/B/bin" logs="$demo/A/B/Logs" shown="$demo/watch.txt"
-readonly watch_seconds=60
+readonly watch_seconds=80
+readonly report_after=65 # the samplers take one sample a minute, so each has two by then
 background=()
 
 fail() {
@@ -86,9 +87,20 @@ echo "Each line with a time is one alert, fetched by GetAlertRecord and gone fro
 echo
 write_to_disk &
 background+=($!)
-varnexhost watch --alerts all --burn --seconds "$watch_seconds" > >(tee "$shown") 2>&1 &
+varnexhost watch --alerts all --report --burn --seconds "$watch_seconds" > >(tee "$shown") 2>&1 &
 watch=$!
 background+=("$watch")
+
+sleep "$report_after" &
+background+=($!)
+wait -n "$!" "$watch" && kill -0 "$watch" 2>/dev/null || fail "the watch ended early; see its words above"
+say "The management side's part: a second process asks for a utilization report"
+varnexhost report --span 60 --min 1 --timeout 20 | tee "$demo/report.txt" || fail "no report came"
+varnexhost report --span 60 --min 1 --timeout 20 --xml >"$demo/report.xml" || fail "no report came as XML"
+for part in Processor "Physical memory" "Paging file" Disk; do
+  grep -q "^$part.* [0-9]" "$demo/report.txt" || fail "the report lacks: $part"
+done
+say "The watch ends"
 wait "$watch" || fail "the watch ended early; see its words above"
 sleep 0.2 # the last words on their way through the pipe
 
@@ -100,3 +112,5 @@ say "For inspection"
 echo "log             $logs/Varnex.log"
 echo "configuration   $bin/KpmCfg.xml   (the day's alert counts are under PkiAlertNum)"
 echo "alert file      $bin/LocalAlt.dat   (alerts not yet fetched; empty or absent when all were)"
+echo "report          $demo/report.txt, report.xml"
+echo "alerts shown    $shown"
