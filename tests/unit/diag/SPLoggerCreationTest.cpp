@@ -150,7 +150,7 @@ TEST_CASE("the debugger hears nothing of a logger that is made in peace")
 
 TEST_CASE("child: many threads ask for the logger at once", "[.]")
 {
-    constexpr DWORD dwThreads = 8;
+    constexpr DWORD THREADS = 8;
     ImportRedirector redirector;
     // Long enough for the others to come while the first one still makes it.
     redirector.Replace<decltype(::CreateMutexA)>("CreateMutexA",
@@ -161,7 +161,7 @@ TEST_CASE("child: many threads ask for the logger at once", "[.]")
                                                  });
     const UniqueHandle begin(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     std::vector<UniqueHandle> threads;
-    for (DWORD i = 0; i < dwThreads; ++i)
+    for (DWORD i = 0; i < THREADS; ++i)
     {
         threads.emplace_back(CreateThread(
             nullptr, 0,

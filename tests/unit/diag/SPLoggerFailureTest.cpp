@@ -13,19 +13,19 @@ namespace varnex::test
 namespace
 {
 
-constexpr DWORD g_dwCallersError = 4711;
+constexpr DWORD CALLERS_ERROR = 4711;
 
-// The last error that one narrow line leaves of g_dwCallersError, and one wide line.
+// The last error that one narrow line leaves of CALLERS_ERROR, and one wide line.
 void CheckThatErrorIsKept(SPLogger& logger)
 {
-    SetLastError(g_dwCallersError);
+    SetLastError(CALLERS_ERROR);
     logger.Level1A("dropped %s", "narrow");
     const DWORD dwAfterNarrow = GetLastError();
-    SetLastError(g_dwCallersError);
+    SetLastError(CALLERS_ERROR);
     logger.Level1W(L"dropped %s", L"wide");
     const DWORD dwAfterWide = GetLastError();
-    CHECK(dwAfterNarrow == g_dwCallersError);
-    CHECK(dwAfterWide == g_dwCallersError);
+    CHECK(dwAfterNarrow == CALLERS_ERROR);
+    CHECK(dwAfterWide == CALLERS_ERROR);
 }
 
 } // namespace
@@ -35,12 +35,12 @@ TEST_CASE("a line that is written leaves the thread's last error alone")
     LogFixture fixture;
     for (std::size_t i = 0; i < 4; ++i)
     {
-        SetLastError(g_dwCallersError);
+        SetLastError(CALLERS_ERROR);
         (fixture.logger.*NarrowEntries()[i].pfnLog)("text");
-        CHECK(GetLastError() == g_dwCallersError);
-        SetLastError(g_dwCallersError);
+        CHECK(GetLastError() == CALLERS_ERROR);
+        SetLastError(CALLERS_ERROR);
         (fixture.logger.*WideEntries()[i].pfnLog)(L"text");
-        CHECK(GetLastError() == g_dwCallersError);
+        CHECK(GetLastError() == CALLERS_ERROR);
     }
     CHECK(LogFile(fixture.tree).Lines().size() == 8);
 }
@@ -65,17 +65,17 @@ TEST_CASE("a failing call costs one line, and neither a handle nor the caller's 
     // Long enough for a block of memory; nothing but the logger may run while there is none.
     constexpr char szLong[] = "a text that is too long to stand inside a string object %s";
     constexpr wchar_t wszLong[] = L"a text that is too long to stand inside a string object %s";
-    SetLastError(g_dwCallersError);
+    SetLastError(CALLERS_ERROR);
     fixture.logger.Level1A(szLong, "narrow");
     const DWORD dwAfterNarrow = GetLastError();
-    SetLastError(g_dwCallersError);
+    SetLastError(CALLERS_ERROR);
     fixture.logger.Level1W(wszLong, L"wide");
     const DWORD dwAfterWide = GetLastError();
     fixture.redirector.StopFailing(failing.pszImport);
 
     CHECK(fixture.redirector.Failures(failing.pszImport) >= 2);
-    CHECK(dwAfterNarrow == g_dwCallersError);
-    CHECK(dwAfterWide == g_dwCallersError);
+    CHECK(dwAfterNarrow == CALLERS_ERROR);
+    CHECK(dwAfterWide == CALLERS_ERROR);
     CHECK(CountHandles() == nHandles);
     CHECK(fixture.IsMutexFree());
     fixture.logger.Level1A("next");

@@ -11,8 +11,8 @@ namespace varnex::test
 namespace
 {
 
-constexpr DWORD g_dwCallersError = 4711;
-constexpr char g_szNextLine[] = "2024-01-31 23:59:59 [1] - next\r\n";
+constexpr DWORD CALLERS_ERROR = 4711;
+constexpr char NEXT_LINE[] = "2024-01-31 23:59:59 [1] - next\r\n";
 
 // A worker takes the logger's mutex and keeps it that long.
 void HoldMutex(LogFixture& fixture, DWORD dwMilliseconds)
@@ -100,24 +100,26 @@ TEST_CASE("a line that waits longer than five seconds is dropped")
     LogFixture fixture;
     HoldMutex(fixture, 60'000);
     const ULONGLONG ullStart = fixture.clock.ElapsedMs();
-    SetLastError(g_dwCallersError);
+    DWORD dwError = 0; // read before Catch closes the section
+    SetLastError(CALLERS_ERROR);
     SECTION("narrow")
     {
         fixture.logger.Level1A("dropped");
+        dwError = GetLastError();
     }
     SECTION("wide")
     {
         fixture.logger.Level1W(L"dropped");
+        dwError = GetLastError();
     }
-    const DWORD dwError = GetLastError();
     CHECK(fixture.clock.ElapsedMs() - ullStart == 5000);
-    CHECK(dwError == g_dwCallersError);
+    CHECK(dwError == CALLERS_ERROR);
     CHECK(fixture.tree.FilesInLogs().empty());
 
     fixture.clock.AdvanceUntilWorkersEnd(60);
     fixture.clock.Set(LocalTime{2024, 1, 31, 23, 59, 59});
     fixture.logger.Level1A("next");
-    CHECK(fixture.tree.Log() == g_szNextLine);
+    CHECK(fixture.tree.Log() == NEXT_LINE);
 }
 
 TEST_CASE("a line whose mutex comes free after 4999 ms is written, with the time of that moment")
@@ -139,11 +141,11 @@ TEST_CASE("a wait that ends in anything but success drops the line and gives not
     {
         fixture.redirector.CountCalls(pszImport);
     }
-    SetLastError(g_dwCallersError);
+    SetLastError(CALLERS_ERROR);
     LogThroughEveryEntry(fixture.logger);
     const DWORD dwError = GetLastError();
     CHECK(fixture.redirector.Failures("WaitForSingleObject") == 8);
-    CHECK(dwError == g_dwCallersError);
+    CHECK(dwError == CALLERS_ERROR);
     CHECK(fixture.redirector.Calls("ReleaseMutex") == 0);
     CHECK(fixture.redirector.Calls("CreateDirectoryA") == 0);
     CHECK(fixture.redirector.Calls("CreateFileA") == 0);
@@ -159,7 +161,7 @@ TEST_CASE("a mutex that was abandoned costs the line, and stays with the thread 
 
     // It is this thread's now, so its next line is written, and takes and gives once.
     fixture.logger.Level1A("next");
-    CHECK(fixture.tree.Log() == g_szNextLine);
+    CHECK(fixture.tree.Log() == NEXT_LINE);
     CHECK_FALSE(fixture.IsMutexFree());
     CHECK(ReleaseMutex(fixture.logger.Mutex));
     CHECK(fixture.IsMutexFree());
@@ -169,10 +171,10 @@ TEST_CASE("without a mutex no line is ever written")
 {
     LogFixture fixture;
     fixture.logger.Mutex = nullptr;
-    SetLastError(g_dwCallersError);
+    SetLastError(CALLERS_ERROR);
     LogThroughEveryEntry(fixture.logger);
     const DWORD dwError = GetLastError();
-    CHECK(dwError == g_dwCallersError);
+    CHECK(dwError == CALLERS_ERROR);
     CHECK(fixture.tree.FilesInLogs().empty());
 }
 
@@ -200,7 +202,7 @@ TEST_CASE("writers that are held off wait until they may go on")
         CHECK(fixture.tree.FilesInLogs().empty());
     }
     fixture.clock.AdvanceUntilWorkersEnd(1);
-    CHECK(fixture.tree.Log() == g_szNextLine);
+    CHECK(fixture.tree.Log() == NEXT_LINE);
 }
 
 TEST_CASE("holding the writers off gives up after its time and then gives nothing back")

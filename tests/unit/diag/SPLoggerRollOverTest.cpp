@@ -10,9 +10,9 @@ namespace varnex::test
 namespace
 {
 
-constexpr LONGLONG g_llMaxLogBytes = 8'388'608;
+constexpr LONGLONG MAX_LOG_BYTES = 8'388'608;
 
-const std::wstring g_rolledName = L"Varnex_20240131235959.log";
+const std::wstring ROLLED_NAME = L"Varnex_20240131235959.log";
 
 // A log of that many bytes, all zero.
 void MakeLog(const LogFixture& fixture, LONGLONG llBytes)
@@ -52,23 +52,23 @@ void ScriptLogSize(ImportRedirector& redirector, DWORD dwHigh, DWORD dwLow)
                                                          });
 }
 
-constexpr char g_szLine[] = "2024-01-31 23:59:59 [1] - next\r\n";
+constexpr char NEXT_LINE[] = "2024-01-31 23:59:59 [1] - next\r\n";
 
 } // namespace
 
 TEST_CASE("a log of exactly 8388608 bytes is not rolled")
 {
     LogFixture fixture;
-    MakeLog(fixture, g_llMaxLogBytes);
+    MakeLog(fixture, MAX_LOG_BYTES);
     fixture.logger.Level1A("next");
     CHECK(fixture.tree.FilesInLogs() == std::vector<std::wstring>{L"Varnex.log"});
-    CHECK(BytesIn(fixture.tree.InLogs(L"Varnex.log")) == g_llMaxLogBytes + static_cast<LONGLONG>(strlen(g_szLine)));
+    CHECK(BytesIn(fixture.tree.InLogs(L"Varnex.log")) == MAX_LOG_BYTES + static_cast<LONGLONG>(strlen(NEXT_LINE)));
 }
 
 TEST_CASE("a log of 8388609 bytes is rolled before the next line")
 {
     LogFixture fixture;
-    MakeLog(fixture, g_llMaxLogBytes + 1);
+    MakeLog(fixture, MAX_LOG_BYTES + 1);
     SECTION("narrow")
     {
         fixture.logger.Level1A("next");
@@ -77,17 +77,17 @@ TEST_CASE("a log of 8388609 bytes is rolled before the next line")
     {
         fixture.logger.Level1W(L"next");
     }
-    CHECK(fixture.tree.FilesInLogs() == std::vector<std::wstring>{L"Varnex.log", g_rolledName});
-    CHECK(BytesIn(fixture.tree.InLogs(g_rolledName)) == g_llMaxLogBytes + 1);
-    CHECK(fixture.tree.Log() == g_szLine);
+    CHECK(fixture.tree.FilesInLogs() == std::vector<std::wstring>{L"Varnex.log", ROLLED_NAME});
+    CHECK(BytesIn(fixture.tree.InLogs(ROLLED_NAME)) == MAX_LOG_BYTES + 1);
+    CHECK(fixture.tree.Log() == NEXT_LINE);
 }
 
 TEST_CASE("the check alone rolls the log and writes no line")
 {
     LogFixture fixture;
-    MakeLog(fixture, g_llMaxLogBytes + 1);
+    MakeLog(fixture, MAX_LOG_BYTES + 1);
     fixture.logger.RollOverIfNeeded();
-    CHECK(fixture.tree.FilesInLogs() == std::vector<std::wstring>{g_rolledName});
+    CHECK(fixture.tree.FilesInLogs() == std::vector<std::wstring>{ROLLED_NAME});
 }
 
 TEST_CASE("the check makes the directory even when there is no log")
@@ -121,7 +121,7 @@ TEST_CASE("the rolled log has the local time in its name, each number with its z
 {
     LogFixture fixture;
     fixture.clock.Set(LocalTime{2026, 2, 3, 4, 5, 6});
-    MakeLog(fixture, g_llMaxLogBytes + 1);
+    MakeLog(fixture, MAX_LOG_BYTES + 1);
     fixture.logger.RollOverIfNeeded();
     CHECK(fixture.tree.FilesInLogs() == std::vector<std::wstring>{L"Varnex_20260203040506.log"});
 }
@@ -129,7 +129,7 @@ TEST_CASE("the rolled log has the local time in its name, each number with its z
 TEST_CASE("the rename replaces, and is on the disk before it returns")
 {
     LogFixture fixture;
-    MakeLog(fixture, g_llMaxLogBytes + 1);
+    MakeLog(fixture, MAX_LOG_BYTES + 1);
     DWORD dwFlags = 0;
     fixture.redirector.Replace<decltype(::MoveFileExA)>("MoveFileExA",
                                                         [&](LPCSTR pszOld, LPCSTR pszNew, DWORD dwGiven)
@@ -144,44 +144,44 @@ TEST_CASE("the rename replaces, and is on the disk before it returns")
 TEST_CASE("a second roll-over within one second replaces the first one's file")
 {
     LogFixture fixture;
-    MakeLog(fixture, g_llMaxLogBytes + 1);
+    MakeLog(fixture, MAX_LOG_BYTES + 1);
     fixture.logger.Level1A("next");
-    MakeLog(fixture, g_llMaxLogBytes + 2);
+    MakeLog(fixture, MAX_LOG_BYTES + 2);
     fixture.logger.Level1A("next");
-    CHECK(fixture.tree.FilesInLogs() == std::vector<std::wstring>{L"Varnex.log", g_rolledName});
-    CHECK(BytesIn(fixture.tree.InLogs(g_rolledName)) == g_llMaxLogBytes + 2);
-    CHECK(fixture.tree.Log() == g_szLine);
+    CHECK(fixture.tree.FilesInLogs() == std::vector<std::wstring>{L"Varnex.log", ROLLED_NAME});
+    CHECK(BytesIn(fixture.tree.InLogs(ROLLED_NAME)) == MAX_LOG_BYTES + 2);
+    CHECK(fixture.tree.Log() == NEXT_LINE);
 }
 
 TEST_CASE("a roll-over one second later leaves the first one's file alone")
 {
     LogFixture fixture;
-    MakeLog(fixture, g_llMaxLogBytes + 1);
+    MakeLog(fixture, MAX_LOG_BYTES + 1);
     fixture.logger.RollOverIfNeeded();
-    MakeLog(fixture, g_llMaxLogBytes + 2);
+    MakeLog(fixture, MAX_LOG_BYTES + 2);
     fixture.clock.Advance(1);
     fixture.logger.RollOverIfNeeded();
-    CHECK(fixture.tree.FilesInLogs() == std::vector<std::wstring>{g_rolledName, L"Varnex_20240201000000.log"});
-    CHECK(BytesIn(fixture.tree.InLogs(g_rolledName)) == g_llMaxLogBytes + 1);
+    CHECK(fixture.tree.FilesInLogs() == std::vector<std::wstring>{ROLLED_NAME, L"Varnex_20240201000000.log"});
+    CHECK(BytesIn(fixture.tree.InLogs(ROLLED_NAME)) == MAX_LOG_BYTES + 1);
 }
 
 TEST_CASE("a rename that fails costs no line: the old log goes on")
 {
     LogFixture fixture;
-    MakeLog(fixture, g_llMaxLogBytes + 1);
+    MakeLog(fixture, MAX_LOG_BYTES + 1);
     fixture.redirector.FailCall("MoveFileExA", 1, FailMode::FromThereOn, ERROR_ACCESS_DENIED);
     fixture.logger.Level1A("next");
     fixture.logger.Level1A("next");
     CHECK(fixture.redirector.Failures("MoveFileExA") == 2);
     CHECK(fixture.tree.FilesInLogs() == std::vector<std::wstring>{L"Varnex.log"});
     CHECK(BytesIn(fixture.tree.InLogs(L"Varnex.log")) ==
-          g_llMaxLogBytes + 1 + 2 * static_cast<LONGLONG>(strlen(g_szLine)));
+          MAX_LOG_BYTES + 1 + 2 * static_cast<LONGLONG>(strlen(NEXT_LINE)));
 }
 
 TEST_CASE("a log whose size cannot be read is not rolled")
 {
     LogFixture fixture;
-    MakeLog(fixture, g_llMaxLogBytes + 1);
+    MakeLog(fixture, MAX_LOG_BYTES + 1);
     fixture.redirector.FailCall("GetFileAttributesExA", 1, FailMode::FromThereOn, ERROR_ACCESS_DENIED);
     fixture.logger.Level1A("next");
     CHECK(fixture.redirector.Failures("GetFileAttributesExA") == 1);

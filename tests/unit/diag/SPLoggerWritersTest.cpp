@@ -13,8 +13,8 @@ namespace varnex::test
 namespace
 {
 
-constexpr int g_nThreads = 4;
-constexpr int g_nLinesOfEach = 150;
+constexpr int THREADS = 4;
+constexpr int LINES_OF_EACH = 150;
 
 // Long enough that two writers in one line would be seen.
 std::string PayloadOf(int nWriter)
@@ -26,7 +26,7 @@ DWORD WINAPI WriteLines(void* pWriter)
 {
     const int nWriter = *static_cast<const int*>(pWriter);
     const std::string payload = PayloadOf(nWriter);
-    for (int nLine = 0; nLine < g_nLinesOfEach; ++nLine)
+    for (int nLine = 0; nLine < LINES_OF_EACH; ++nLine)
     {
         if (nLine % 2 == 0)
         {
@@ -47,9 +47,9 @@ TEST_CASE("threads that log at once lose no line, tear none, and each one's line
     ModuleTree tree;
     const PrivateLogMutex mutex;
     Log()->Configure(AnsiFromWide(tree.LogsPath()).c_str(), "Varnex");
-    std::vector<int> writers(g_nThreads);
+    std::vector<int> writers(THREADS);
     std::vector<UniqueHandle> threads;
-    for (int nWriter = 0; nWriter < g_nThreads; ++nWriter)
+    for (int nWriter = 0; nWriter < THREADS; ++nWriter)
     {
         writers[nWriter] = nWriter;
         threads.emplace_back(CreateThread(nullptr, 0, &WriteLines, &writers[nWriter], 0, nullptr));
@@ -60,7 +60,7 @@ TEST_CASE("threads that log at once lose no line, tear none, and each one's line
         REQUIRE(WaitForSingleObject(thread.Get(), 60'000) == WAIT_OBJECT_0);
     }
     const LogFile log(tree);
-    CHECK(log.RawLines().size() == g_nThreads * g_nLinesOfEach);
+    CHECK(log.RawLines().size() == THREADS * LINES_OF_EACH);
     std::map<int, int> nextLines;
     for (const LogLine& line : log.Lines())
     {
@@ -69,7 +69,7 @@ TEST_CASE("threads that log at once lose no line, tear none, and each one's line
             std::to_string(nWriter) + " " + std::to_string(nextLines[nWriter]++) + " " + PayloadOf(nWriter);
         REQUIRE(line.text == expected);
     }
-    CHECK(log.Lines().size() == g_nThreads * g_nLinesOfEach);
+    CHECK(log.Lines().size() == THREADS * LINES_OF_EACH);
 }
 
 } // namespace varnex::test
