@@ -20,6 +20,12 @@
 #define VARNEX_API
 #endif
 
+#if defined(_WIN32)
+#define VARNEX_CALLBACK __stdcall
+#else
+#define VARNEX_CALLBACK
+#endif
+
 #ifdef __cplusplus
 extern "C"
 {
@@ -96,6 +102,31 @@ VARNEX_API unsigned int StartPKIUtlThread(void);
  * module may be unloaded. Always returns 0. Not to be called from two threads at once.
  */
 VARNEX_API unsigned int StopPKIUtlThread(void);
+
+/* An unhandled-exception filter: Windows' LPTOP_LEVEL_EXCEPTION_FILTER, named without <windows.h>. */
+struct _EXCEPTION_POINTERS;
+typedef long(VARNEX_CALLBACK* VARNEX_EXCEPTION_FILTER)(struct _EXCEPTION_POINTERS* pExceptionPointers);
+
+/* How much a crash dump holds. */
+#define VARNEX_DUMP_NORMAL 0U           /* threads and stacks (MiniDumpNormal); so does any number not listed here */
+#define VARNEX_DUMP_HANDLES 1U          /* and the open handles (MiniDumpWithHandleData) */
+#define VARNEX_DUMP_DATA_AND_HANDLES 2U /* and the modules' data (MiniDumpWithDataSegs) */
+#define VARNEX_DUMP_FULL_MEMORY 3U      /* all memory of the process (MiniDumpWithFullMemory) */
+
+/*
+ * Installs, for the whole process, a filter that writes a dump when a thread crashes and then lets the crash go on to
+ * the next handler. The dump lies beside the host's executable: host.exe_00.dmp, or the first free number up to 98;
+ * when all are taken, number 98 is overwritten. DBGHELP.DLL is taken from the executable's directory when there is
+ * one, else from the system. Failures are silent: no dump, and the crash goes on all the same.
+ *
+ * nMode  VARNEX_DUMP_NORMAL, _HANDLES, _DATA_AND_HANDLES or _FULL_MEMORY.
+ *
+ * Returns the filter that was installed before, or null; the module does not call it and never puts it back.
+ *
+ * BEFORE THE MODULE IS UNLOADED, install another filter (the returned one, or null) with SetUnhandledExceptionFilter:
+ * else the next crash calls into memory that is gone.
+ */
+VARNEX_API VARNEX_EXCEPTION_FILTER Cst_SetExceptionHandler_Ex(unsigned int nMode);
 
 #ifdef __cplusplus
 }
