@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# usage: pack_test.sh SOURCE_TREE BUILD FOLDER VERSION; leaves the unpacked package in FOLDER for the other tests.
+. "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+readonly source=$1 build=$2 folder=$3 name=varnex-sdk-$4
+
+begin_in "$folder"
+quietly "$source/scripts/package.sh" --built "$build" "$folder/once"
+sleep 2 # a zip's times have a step of two seconds
+quietly env TZ=Asia/Tokyo "$source/scripts/package.sh" --built "$build" "$folder/twice"
+cmp "once/$name.zip" "twice/$name.zip" || fail "packed again, the zip has other bytes"
+quietly unzip -q "once/$name.zip"
+
+expected="CHANGELOG.md README.md bin/Varnex.dll bin/varnexhost.exe examples/KpmCfg.xml include/varnex/Varnex.h
+lib/Varnex.def lib/Varnex.lib lib/cmake/Varnex/VarnexConfig.cmake lib/cmake/Varnex/VarnexConfigVersion.cmake
+lib/cmake/Varnex/VarnexTargets.cmake lib/libVarnex.dll.a symbols/Varnex.dll.debug
+$(cd "$source" && ls docs/*.md docs/*.xsd)"
+same "the files of the package" "$(tr ' ' '\n' <<<"$expected" | LC_ALL=C sort)" \
+  "$(cd "$name" && find . -type f | sed 's|^\./||' | LC_ALL=C sort)"
+
+# Whatever order the file system has, and without the extra fields that hold owners and local times.
+same "the order of the names" "$(zipinfo -1 "once/$name.zip" | LC_ALL=C sort)" "$(zipinfo -1 "once/$name.zip")"
+zipinfo -v "once/$name.zip" | grep -q 'length of extra field: *[1-9]' && fail "the zip has extra fields"
+
+# Links between the pages lead somewhere; the sources alone are not in the package.
+while IFS=: read -r page target; do
+  [ -e "$name/$(dirname "$page")/${target%%#*}" ] || fail "$page links to $target, which is not in the package"
+done < <(cd "$name" && grep -o '](\([^)#]*\)[^)]*)' README.md CHANGELOG.md docs/*.md | sed 's/](//; s/)$//' |
+         grep -v ':https\?:\|:\.\./src/')
+finish
