@@ -24,9 +24,7 @@ static_assert(NetworkCard::UTILIZATION_MISSING == SampleHistory::MISSING);
 class NetworkWatch : public MonitorWatch
 {
 public:
-    explicit NetworkWatch(const CMonNetworkThread& monitor) noexcept : m_monitor(monitor)
-    {
-    }
+    explicit NetworkWatch(const CMonNetworkThread& monitor) noexcept : m_monitor(monitor) {}
 
     // The first card list of the run.
     bool Begin()
@@ -139,20 +137,24 @@ int CMonNetworkThread::UpdateAlertPolicy()
 DWORD CMonNetworkThread::Run()
 {
     // Unlike the other monitors this one goes through its full end after any failure, and says so before it is freed.
-    StopExceptions("CMonNetworkThread", false, [this] {
-        NetworkWatch watch(*this);
-        if (!EnterMonitorApartment(L"MonNetworkThread -- initialize COM interface failed(0x%08x).") || !watch.Begin())
-        {
-            return false;
-        }
-        BeginMonitor(*this, L"[ID:%d]Monitor Network utilization thread begin: Interval(%d)S, Threshold(%d%%), "
-                            L"SamplingAmount InADay(%d), MaxAlertNum(%d)");
-        RunCycles(*this, watch, "CMonNetworkThread");
-        return true;
-    });
+    StopExceptions("CMonNetworkThread", false,
+                   [this]
+                   {
+                       NetworkWatch watch(*this);
+                       if (!EnterMonitorApartment(L"MonNetworkThread -- initialize COM interface failed(0x%08x).") ||
+                           !watch.Begin())
+                       {
+                           return false;
+                       }
+                       BeginMonitor(*this,
+                                    L"[ID:%d]Monitor Network utilization thread begin: Interval(%d)S, Threshold(%d%%), "
+                                    L"SamplingAmount InADay(%d), MaxAlertNum(%d)");
+                       RunCycles(*this, watch, "CMonNetworkThread");
+                       return true;
+                   });
     Log()->Level4A("Monitor Network throughput thread end working...");
     ThreadApartment::Leave(); // also after a CoInitialize that failed: it has always been so
-    ReleaseMonitor(this, g_pMonNetworkThread);
+    DismantleWorker(this, g_pMonNetworkThread);
     return 1;
 }
 

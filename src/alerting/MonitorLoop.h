@@ -27,8 +27,8 @@ struct AlertMoment
 {
     AlertMoment() noexcept;
 
-    std::int64_t nSeconds;         // since 1970-01-01 UTC
-    wchar_t wszDate[DATE_CHARS];   // the key of the daily counts
+    std::int64_t nSeconds;       // since 1970-01-01 UTC
+    wchar_t wszDate[DATE_CHARS]; // the key of the daily counts
 };
 
 // Reads today's count into the state. A count that cannot be read is logged at level 4, by a wide format that takes
@@ -59,10 +59,7 @@ class MonitorWatch
 {
 public:
     // After each wait; false ends the monitor.
-    bool AfterWait() noexcept
-    {
-        return true;
-    }
+    bool AfterWait() noexcept { return true; }
 };
 
 // Cycles until the monitor is asked to stop or its watch ends it. An exception is logged, and the monitor goes on.
@@ -71,11 +68,13 @@ void RunCycles(CAlertReachPKIThread& monitor, Watch& watch, const char* pszMonit
 {
     while (monitor.IsRunning())
     {
-        StopExceptions(pszMonitor, false, [&monitor, &watch] {
-            monitor.UpdateAlertPolicy();
-            watch.Cycle();
-            return true;
-        });
+        StopExceptions(pszMonitor, false,
+                       [&monitor, &watch]
+                       {
+                           monitor.UpdateAlertPolicy();
+                           watch.Cycle();
+                           return true;
+                       });
         WaitInterval(monitor);
         if (!StopExceptions(pszMonitor, true, [&watch] { return watch.AfterWait(); }))
         {
@@ -84,20 +83,12 @@ void RunCycles(CAlertReachPKIThread& monitor, Watch& watch, const char* pszMonit
     }
 }
 
-// Empties the monitor's slot and frees the monitor, its thread handle with it. Only then can the next one start.
-template <class Monitor>
-void ReleaseMonitor(Monitor* pMonitor, WorkerSlot& slot) noexcept
-{
-    slot.Withdraw(pMonitor);
-    delete pMonitor;
-}
-
 // The end of a monitor: released, said so, COM last. Also where CoInitialize was refused with the tolerated status, and
 // COM is then uninitialised once too often: it has always been so.
 template <class Monitor>
 void EndMonitor(Monitor* pMonitor, WorkerSlot& slot, const char* pszEnd) noexcept
 {
-    ReleaseMonitor(pMonitor, slot);
+    DismantleWorker(pMonitor, slot);
     Log()->Level4A(pszEnd);
     ThreadApartment::Leave();
 }

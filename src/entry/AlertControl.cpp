@@ -31,16 +31,19 @@ const MonitorControl MONITOR_CONTROLS[MONITORS] = {
      "StartWorkingThread -- CPU Monitor thread has exist. exist...",
      "StopWorkingThread -- should stop monitor CPU thread...",
      "StartWorkingThread -- MonCPUThread CreateRunningThread Error!", "Create Monitor CPU Thread Successfully!"},
-    {g_pMonMemThread, CreateRunningThread<CMonMemThread>, "StartWorkingThread -- Start Available Memory Monitor thread...",
+    {g_pMonMemThread, CreateRunningThread<CMonMemThread>,
+     "StartWorkingThread -- Start Available Memory Monitor thread...",
      "StartWorkingThread -- Available Memory Monitor thread has exist. exist...",
      "StopWorkingThread -- should stop monitor available memory thread...",
      "StartWorkingThread -- CMonMemThread CreateRunningThread Error!", "Create Monitor Memory Thread Successfully!"},
-    {g_pMonDiskThread, CreateRunningThread<CMonDiskThread>, "StartWorkingThread -- Start Physical disk throughput Monitor thread...",
+    {g_pMonDiskThread, CreateRunningThread<CMonDiskThread>,
+     "StartWorkingThread -- Start Physical disk throughput Monitor thread...",
      "StartWorkingThread -- Physical disk throughput Monitor thread has exist. exist...",
      "StopWorkingThread -- should stop monitor physical disk throughput thread...",
      "StartWorkingThread -- CMonDiskThread CreateRunningThread Error!",
      "Create Monitor physical disk throughput Thread Successfully!"},
-    {g_pMonNetworkThread, CreateRunningThread<CMonNetworkThread>, "StartWorkingThread -- Start Network utilization Monitor thread...",
+    {g_pMonNetworkThread, CreateRunningThread<CMonNetworkThread>,
+     "StartWorkingThread -- Start Network utilization Monitor thread...",
      "StartWorkingThread -- Network utilization Monitor thread has exist. exist...",
      "StopWorkingThread -- should stop monitor network utilization thread...",
      "StartWorkingThread -- CMonNetworkThread CreateRunningThread Error!",
@@ -50,14 +53,16 @@ const MonitorControl MONITOR_CONTROLS[MONITORS] = {
 // One monitor that cannot be made does not keep the others from starting.
 void StartMonitor(const MonitorControl& control)
 {
-    StopExceptions("StartWorkingThread", false, [&control] {
-        if (control.slot.IsSet() ||
-            control.pfnCreate(control.slot, control.pszFailure, control.pszSuccess) == WORKER_EXISTS)
-        {
-            Log()->Level1A(control.pszExists);
-        }
-        return true;
-    });
+    StopExceptions("StartWorkingThread", false,
+                   [&control]
+                   {
+                       if (control.slot.IsSet() ||
+                           control.pfnCreate(control.slot, control.pszFailure, control.pszSuccess) == WORKER_EXISTS)
+                       {
+                           Log()->Level1A(control.pszExists);
+                       }
+                       return true;
+                   });
 }
 
 int StartMonitors(unsigned nAlertType)

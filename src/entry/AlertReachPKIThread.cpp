@@ -86,15 +86,9 @@ void CAlertReachPKIThread::CloseThreadHandle() noexcept
     m_hThread.Reset();
 }
 
-UniqueHandle CAlertReachPKIThread::DuplicateThreadHandle() const noexcept
+HANDLE CAlertReachPKIThread::ThreadHandle() const noexcept
 {
-    UniqueHandle duplicate;
-    if (m_hThread)
-    {
-        DuplicateHandle(GetCurrentProcess(), m_hThread.Get(), GetCurrentProcess(), duplicate.Receive(), 0, FALSE,
-                        DUPLICATE_SAME_ACCESS);
-    }
-    return duplicate;
+    return m_hThread.Get();
 }
 
 bool CAlertReachPKIThread::StartThread() noexcept
@@ -123,21 +117,44 @@ bool WorkerSlot::IsSet() const noexcept
     return m_pWorker != nullptr;
 }
 
-bool WorkerSlot::Publish(CAlertReachPKIThread* pWorker) noexcept
+bool WorkerSlot::HoldsGuarded(const WatchedWorker& watched) const noexcept
+{
+    return m_pWorker != nullptr && watched.nTicket == m_nTicket;
+}
+
+bool WorkerSlot::Holds(const WatchedWorker& watched) const noexcept
 {
     const SlimLockHold hold(m_guard);
+    return HoldsGuarded(watched);
+}
+
+bool WorkerSlot::PublishGuarded(CAlertReachPKIThread* pWorker) noexcept
+{
     if (m_pWorker != nullptr)
     {
         return false;
     }
     m_pWorker = pWorker;
+    ++m_nTicket;
     return true;
 }
 
-bool WorkerSlot::Start(CAlertReachPKIThread* pWorker) noexcept
+bool WorkerSlot::Publish(CAlertReachPKIThread* pWorker) noexcept
 {
-    const SlimLockHold hold(m_guard); // a stop must not close the handle between the thread's creation and its resume
-    return pWorker->StartThread();
+    const SlimLockHold hold(m_guard);
+    return PublishGuarded(pWorker);
+}
+
+int WorkerSlot::PublishAndStart(CAlertReachPKIThread* pWorker) noexcept
+{
+    // One hold for both: a stop must neither see a worker whose thread is still to come, nor close the handle between
+    // the thread's creation and its resume.
+    const SlimLockHold hold(m_guard);
+    if (!PublishGuarded(pWorker))
+    {
+        return WORKER_EXISTS;
+    }
+    return pWorker->StartThread() ? WORKER_CREATED : WORKER_NOT_STARTED;
 }
 
 void WorkerSlot::RequestStop() noexcept
@@ -150,15 +167,21 @@ void WorkerSlot::RequestStop() noexcept
     }
 }
 
-UniqueHandle WorkerSlot::RequestStopAndWatch() noexcept
+WatchedWorker WorkerSlot::RequestStopAndWatch() noexcept
 {
+    WatchedWorker watched;
     const SlimLockHold hold(m_guard);
-    if (m_pWorker == nullptr)
+    if (m_pWorker != nullptr)
     {
-        return UniqueHandle();
+        m_pWorker->ClearRunning();
+        watched.nTicket = m_nTicket;
+        if (m_pWorker->ThreadHandle() != nullptr)
+        {
+            DuplicateHandle(GetCurrentProcess(), m_pWorker->ThreadHandle(), GetCurrentProcess(),
+                            watched.thread.Receive(), 0, FALSE, DUPLICATE_SAME_ACCESS);
+        }
     }
-    m_pWorker->ClearRunning();
-    return m_pWorker->DuplicateThreadHandle();
+    return watched;
 }
 
 bool WorkerSlot::Withdraw(const CAlertReachPKIThread* pWorker) noexcept
@@ -172,10 +195,33 @@ bool WorkerSlot::Withdraw(const CAlertReachPKIThread* pWorker) noexcept
     return true;
 }
 
-CAlertReachPKIThread* WorkerSlot::Take() noexcept
+CAlertReachPKIThread* WorkerSlot::Take(const WatchedWorker& watched) noexcept
 {
     const SlimLockHold hold(m_guard);
-    return std::exchange(m_pWorker, nullptr);
+    return HoldsGuarded(watched) ? std::exchange(m_pWorker, nullptr) : nullptr;
+}
+
+void WorkerSlot::Forget() noexcept
+{
+    const SlimLockHold hold(m_guard);
+    m_pWorker = nullptr;
+}
+
+bool WorkerSlot::PutBack(CAlertReachPKIThread* pWorker, const WatchedWorker& watched) noexcept
+{
+    const SlimLockHold hold(m_guard);
+    if (m_pWorker != nullptr || m_nTicket != watched.nTicket)
+    {
+        return false;
+    }
+    m_pWorker = pWorker;
+    return true;
+}
+
+bool WorkerSlot::Terminate(HANDLE hThread) noexcept
+{
+    const SlimLockHold hold(m_guard);
+    return TerminateThread(hThread, 0) != FALSE;
 }
 
 } // namespace varnex

@@ -37,9 +37,10 @@ public:
 
     // Asks the worker to end; waits for nothing. The caller keeps the object alive: see WorkerSlot::RequestStop.
     void ClearRunning() noexcept;
+    // Closes the thread's handle; the thread runs on. For the owner of the object or under its slot's guard.
     void CloseThreadHandle() noexcept;
-    // Another handle of the thread; null when there is no thread.
-    UniqueHandle DuplicateThreadHandle() const noexcept;
+    // The thread's handle, the worker's own; null when there is no thread.
+    HANDLE ThreadHandle() const noexcept;
 
     // Creates the thread, above normal priority, and lets it run. False when there is no thread; the object stays as
     // it is. The object may be gone when this returns.
@@ -66,8 +67,21 @@ private:
 // The thread procedure of every worker; its parameter is the CAlertReachPKIThread.
 DWORD WINAPI AlertReachThreadProc(LPVOID pWorker) noexcept;
 
+// What became of a creation.
+constexpr int WORKER_CREATED = 1;
+constexpr int WORKER_NOT_STARTED = 2; // no thread; the object keeps its slot and counts as existing
+constexpr int WORKER_EXISTS = 3;      // somebody else took the slot first
+
+// A worker that was asked to end, for a caller that waits for it.
+struct WatchedWorker
+{
+    unsigned nTicket = 0; // which worker it is: an address may be used again; 0 when there was none
+    UniqueHandle thread;  // null when there is no thread, or no handle to be had
+};
+
 // The place of one worker in the process: empty, or the worker that runs, is about to end, or failed to start. A guard
-// of its own keeps a stop request away from an object that is being freed.
+// of its own, held for a few instructions or for a thread's creation, keeps requests away from an object that is being
+// freed. Every operation may be called from any thread.
 class WorkerSlot
 {
 public:
@@ -76,47 +90,69 @@ public:
     WorkerSlot& operator=(const WorkerSlot&) = delete;
 
     bool IsSet() const noexcept;
+    // Whether that very worker is still here.
+    bool Holds(const WatchedWorker& watched) const noexcept;
     // Takes the worker in. False when there is one already.
     bool Publish(CAlertReachPKIThread* pWorker) noexcept;
-    // Starts the published worker's thread; see StartThread.
-    bool Start(CAlertReachPKIThread* pWorker) noexcept;
+    // The same, and starts its thread. WORKER_CREATED or WORKER_NOT_STARTED: the worker is in, or has ended already;
+    // WORKER_EXISTS: the caller keeps it.
+    int PublishAndStart(CAlertReachPKIThread* pWorker) noexcept;
     // Asks the worker, if there is one, to end, and closes its thread's handle.
     void RequestStop() noexcept;
-    // Asks the worker, if there is one, to end. The thread, for a caller that waits for it; null when there is none.
-    UniqueHandle RequestStopAndWatch() noexcept;
+    // Asks the worker, if there is one, to end; its thread's handle stays open.
+    WatchedWorker RequestStopAndWatch() noexcept;
     // Empties the slot if this worker is in it. True makes the worker its own owner: it frees itself, and not before.
     bool Withdraw(const CAlertReachPKIThread* pWorker) noexcept;
-    // Empties the slot, whatever it holds. The caller then owns the worker, whose own Withdraw will fail.
-    CAlertReachPKIThread* Take() noexcept;
+    // Empties the slot if that worker is in it; null otherwise. The caller then owns the worker, whose own Withdraw
+    // will fail.
+    CAlertReachPKIThread* Take(const WatchedWorker& watched) noexcept;
+    // Empties the slot, whatever it holds; whoever was there is left alone.
+    void Forget() noexcept;
+    // Puts a worker that was taken back. False when there is another one by now.
+    bool PutBack(CAlertReachPKIThread* pWorker, const WatchedWorker& watched) noexcept;
+    // Ends by force the thread of a worker that was taken, and not while it holds the guard. False when the system
+    // refuses.
+    bool Terminate(HANDLE hThread) noexcept;
 
 private:
+    bool PublishGuarded(CAlertReachPKIThread* pWorker) noexcept;
+    bool HoldsGuarded(const WatchedWorker& watched) const noexcept;
+
     mutable SRWLOCK m_guard = SRWLOCK_INIT;
     CAlertReachPKIThread* m_pWorker = nullptr;
+    unsigned m_nTicket = 0; // of the worker that is, or was, here
 };
-
-// What became of a creation.
-constexpr int WORKER_CREATED = 1;
-constexpr int WORKER_NOT_STARTED = 2; // no thread; the object keeps its slot and counts as existing
-constexpr int WORKER_EXISTS = 3;      // somebody else took the slot first
 
 // Makes a worker of a final class, puts it into its slot and runs it. Throws std::bad_alloc. The texts are log lines.
 template <class Worker>
 int CreateRunningThread(WorkerSlot& slot, const char* pszFailure, const char* pszSuccess)
 {
     auto* const pWorker = new Worker;
-    if (!slot.Publish(pWorker))
+    const int nResult = slot.PublishAndStart(pWorker); // the worker may be gone at any time from here on
+    switch (nResult)
+    {
+    case WORKER_EXISTS:
+        delete pWorker;
+        break;
+    case WORKER_NOT_STARTED:
+        Log()->Level1A(pszFailure);
+        break;
+    default:
+        Log()->Level4A(pszSuccess);
+        break;
+    }
+    return nResult;
+}
+
+// A worker's last step but its words: empties its slot and frees it, its thread's handle with it. A worker that was
+// taken out of its slot is about to be ended by force; its object stays.
+template <class Worker>
+void DismantleWorker(Worker* pWorker, WorkerSlot& slot) noexcept
+{
+    if (slot.Withdraw(pWorker))
     {
         delete pWorker;
-        return WORKER_EXISTS;
     }
-    // From here on the worker may be gone at any time.
-    if (!slot.Start(pWorker))
-    {
-        Log()->Level1A(pszFailure);
-        return WORKER_NOT_STARTED;
-    }
-    Log()->Level4A(pszSuccess);
-    return WORKER_CREATED;
 }
 
 } // namespace varnex

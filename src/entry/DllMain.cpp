@@ -40,7 +40,7 @@ BOOL Attach(HMODULE hModule, const char* pszModulePath) noexcept
     ConfigureLog(pszModulePath);
     for (WorkerSlot& slot : g_aMonitorSlots)
     {
-        slot.Take();
+        slot.Forget();
     }
     const ThreadApartment apartment(TOLERATED_COM_FAILURE);
     if (!apartment.Usable())
@@ -78,19 +78,21 @@ void Detach(bool bProcessEnds) noexcept
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE hModule, DWORD dwReason, LPVOID pReserved)
 {
-    return varnex::StopExceptions("DllMain", FALSE, [=]() -> BOOL {
-        char szModulePath[varnex::PATH_CHARS] = "";
-        GetModuleFileNameA(hModule, szModulePath, varnex::PATH_CHARS); // for every reason
-        szModulePath[varnex::PATH_CHARS - 1] = '\0';
-        switch (dwReason)
-        {
-        case DLL_PROCESS_ATTACH:
-            return varnex::Attach(hModule, szModulePath);
-        case DLL_PROCESS_DETACH:
-            varnex::Detach(pReserved != nullptr);
-            return TRUE;
-        default:
-            return TRUE;
-        }
-    });
+    return varnex::StopExceptions("DllMain", FALSE,
+                                  [=]() -> BOOL
+                                  {
+                                      char szModulePath[varnex::PATH_CHARS] = "";
+                                      GetModuleFileNameA(hModule, szModulePath, varnex::PATH_CHARS); // for every reason
+                                      szModulePath[varnex::PATH_CHARS - 1] = '\0';
+                                      switch (dwReason)
+                                      {
+                                      case DLL_PROCESS_ATTACH:
+                                          return varnex::Attach(hModule, szModulePath);
+                                      case DLL_PROCESS_DETACH:
+                                          varnex::Detach(pReserved != nullptr);
+                                          return TRUE;
+                                      default:
+                                          return TRUE;
+                                      }
+                                  });
 }

@@ -20,10 +20,10 @@ namespace varnex
 namespace
 {
 
-constexpr int STOP_SECONDS = 15;             // for everything that a stop waits for, together
-constexpr DWORD WRITERS_WAIT_MS = 1000;      // before a thread is ended by force
-constexpr DWORD TERMINATION_WAIT_MS = 1000;  // for its real end
-constexpr DWORD LAST_STEPS_MS = 50;          // for a worker that was just emptying its slot itself
+constexpr int STOP_SECONDS = 15;            // for everything that a stop waits for, together
+constexpr DWORD WRITERS_WAIT_MS = 1000;     // before a thread is ended by force
+constexpr DWORD TERMINATION_WAIT_MS = 1000; // for its real end
+constexpr DWORD LAST_STEPS_MS = 1000;       // for a worker that has emptied its slot itself to leave its thread
 
 struct WorkerControl
 {
@@ -58,13 +58,15 @@ void StartWorkers() noexcept
     for (const WorkerControl& control : WORKER_CONTROLS)
     {
         // One worker that cannot be made does not keep the others from starting.
-        StopExceptions("StartPKIUtlThread", false, [&control] {
-            if (!control.slot.IsSet())
-            {
-                control.pfnCreate(control.slot, control.pszFailure, control.pszSuccess);
-            }
-            return true;
-        });
+        StopExceptions("StartPKIUtlThread", false,
+                       [&control]
+                       {
+                           if (!control.slot.IsSet())
+                           {
+                               control.pfnCreate(control.slot, control.pszFailure, control.pszSuccess);
+                           }
+                           return true;
+                       });
     }
     Log()->Level2A("StartPKIUtlThread -- Start PKI utilization collection thread finish...");
 }
@@ -96,14 +98,15 @@ private:
     int m_nSeconds = STOP_SECONDS;
 };
 
-// The threads of the workers that were asked to stop, in the order of the controls; null where there is none.
-using WatchedThreads = std::array<UniqueHandle, UTILIZATION_WORKERS>;
+// The workers that were asked to stop, in the order of the controls. A start may put others into the slots meanwhile;
+// they are no concern of this stop.
+using WatchedWorkers = std::array<WatchedWorker, UTILIZATION_WORKERS>;
 
 constexpr std::size_t REPORT_WORKER = UTILIZATION_WORKERS - 1;
 
-bool HasEnded(const UniqueHandle& thread) noexcept
+bool HasEnded(HANDLE hThread, DWORD dwWaitMs = 0) noexcept
 {
-    return !thread || WaitForSingleObject(thread.Get(), 0) == WAIT_OBJECT_0;
+    return hThread == nullptr || WaitForSingleObject(hThread, dwWaitMs) == WAIT_OBJECT_0;
 }
 
 // Wakes the report thread out of its wait.
@@ -129,24 +132,23 @@ void ResetBeginEvent() noexcept
     }
 }
 
-void RequestStops(WatchedThreads& threads) noexcept
+void RequestStops(WatchedWorkers& workers) noexcept
 {
-    for (std::size_t i = 0; i < threads.size(); ++i)
+    for (std::size_t i = 0; i < workers.size(); ++i)
     {
-        const bool bReport = i == REPORT_WORKER && WORKER_CONTROLS[i].slot.IsSet();
-        threads[i] = WORKER_CONTROLS[i].slot.RequestStopAndWatch();
-        if (bReport)
+        workers[i] = WORKER_CONTROLS[i].slot.RequestStopAndWatch();
+        if (i == REPORT_WORKER && workers[i].nTicket != 0)
         {
             SignalBeginEvent();
         }
     }
 }
 
-bool IsAnySamplerSet() noexcept
+bool IsAnySamplerSet(const WatchedWorkers& workers) noexcept
 {
     for (std::size_t i = 0; i < REPORT_WORKER; ++i)
     {
-        if (WORKER_CONTROLS[i].slot.IsSet())
+        if (WORKER_CONTROLS[i].slot.Holds(workers[i]))
         {
             return true;
         }
@@ -155,66 +157,72 @@ bool IsAnySamplerSet() noexcept
 }
 
 // Until the slots are empty and the threads behind them have really ended, or the budget is spent.
-void WaitForWorkers(const WatchedThreads& threads) noexcept
+void WaitForWorkers(const WatchedWorkers& workers) noexcept
 {
     StopBudget budget;
-    while (WORKER_CONTROLS[REPORT_WORKER].slot.IsSet() && budget.WaitASecond())
+    while (WORKER_CONTROLS[REPORT_WORKER].slot.Holds(workers[REPORT_WORKER]) && budget.WaitASecond())
     {
     }
-    while (IsAnySamplerSet() && budget.WaitASecond())
+    while (IsAnySamplerSet(workers) && budget.WaitASecond())
     {
     }
-    for (const UniqueHandle& thread : threads)
+    for (const WatchedWorker& worker : workers)
     {
-        while (!HasEnded(thread) && budget.WaitASecond(thread.Get()))
+        while (!HasEnded(worker.thread.Get()) && budget.WaitASecond(worker.thread.Get()))
         {
         }
     }
 }
 
-// Ends a thread that is stuck in a system call. False when it could not be ended.
-bool Terminate(const UniqueHandle& thread) noexcept
+// Ends a thread that is stuck in a system call. False when it could not be ended, or not yet.
+bool Terminate(WorkerSlot& slot, HANDLE hThread) noexcept
 {
     // A thread that was writing to the log, and were ended now, would silence the log.
     const SPLogger::WritersHeldOff held(WRITERS_WAIT_MS);
-    if (!held || !TerminateThread(thread.Get(), 0) ||
-        WaitForSingleObject(thread.Get(), TERMINATION_WAIT_MS) != WAIT_OBJECT_0)
-    {
-        return false;
-    }
-    const DWORD dwThreadId = GetThreadId(thread.Get());
-    ForEachStore([dwThreadId](auto& store) { store.lock.RenewIfOwnedBy(dwThreadId); });
-    return true;
+    return held && slot.Terminate(hThread) && HasEnded(hThread, TERMINATION_WAIT_MS);
 }
 
-// Makes sure of a worker's end, by force where it did not react. Its object then stays allocated. False when its thread
-// lives on, with its slot.
-bool EndWorker(WorkerSlot& slot, const UniqueHandle& thread) noexcept
+// Makes anew the store locks that a thread took with it. It may have been ended by force, and have died since.
+void RenewLocksOf(HANDLE hThread) noexcept
 {
-    CAlertReachPKIThread* const pWorker = slot.Take();
-    const bool bEnded = HasEnded(thread) || WaitForSingleObject(thread.Get(), LAST_STEPS_MS) == WAIT_OBJECT_0 ||
-                        Terminate(thread);
-    if (pWorker != nullptr)
+    const DWORD dwThreadId = GetThreadId(hThread);
+    ForEachStore([dwThreadId](auto& store) { store.lock.RenewIfOwnedBy(dwThreadId); });
+}
+
+// Makes sure of a worker's end, by force where it did not react and still has its slot. Its object then stays allocated.
+// False when its thread lives on, with its slot.
+bool EndWorker(WorkerSlot& slot, const WatchedWorker& worker) noexcept
+{
+    CAlertReachPKIThread* const pTaken = slot.Take(worker);
+    const HANDLE hThread = pTaken != nullptr ? pTaken->ThreadHandle() : worker.thread.Get();
+    if (hThread == nullptr)
     {
-        if (bEnded)
-        {
-            pWorker->CloseThreadHandle();
-        }
-        else
-        {
-            slot.Publish(pWorker);
-        }
+        return true;
+    }
+    const bool bEnded =
+        pTaken != nullptr ? HasEnded(hThread) || Terminate(slot, hThread) : HasEnded(hThread, LAST_STEPS_MS);
+    if (bEnded)
+    {
+        RenewLocksOf(hThread);
+    }
+    else
+    {
+        Log()->Level1A("StopPKIUtlThread -- a thread could not be ended.");
+    }
+    if (pTaken != nullptr && (bEnded || !slot.PutBack(pTaken, worker)))
+    {
+        pTaken->CloseThreadHandle();
     }
     return bEnded;
 }
 
 // The report thread first, then the samplers in their order.
-bool EndWorkers(const WatchedThreads& threads) noexcept
+bool EndWorkers(const WatchedWorkers& workers) noexcept
 {
-    bool bAllEnded = EndWorker(WORKER_CONTROLS[REPORT_WORKER].slot, threads[REPORT_WORKER]);
+    bool bAllEnded = EndWorker(WORKER_CONTROLS[REPORT_WORKER].slot, workers[REPORT_WORKER]);
     for (std::size_t i = 0; i < REPORT_WORKER; ++i)
     {
-        bAllEnded = EndWorker(WORKER_CONTROLS[i].slot, threads[i]) && bAllEnded;
+        bAllEnded = EndWorker(WORKER_CONTROLS[i].slot, workers[i]) && bAllEnded;
     }
     return bAllEnded;
 }
@@ -223,10 +231,10 @@ void StopWorkers() noexcept
 {
     // Names the start; readers of the log know it so.
     Log()->Level2A("StartPKIUtlThread -- Stop PKI utilization collection thread...");
-    WatchedThreads threads;
-    RequestStops(threads);
-    WaitForWorkers(threads);
-    const bool bAllEnded = EndWorkers(threads);
+    WatchedWorkers workers;
+    RequestStops(workers);
+    WaitForWorkers(workers);
+    const bool bAllEnded = EndWorkers(workers);
     ResetBeginEvent();
     CleanUtilizationStores(bAllEnded); // a thread that lives on may hold a lock for ever
     Log()->Level2A("StartPKIUtlThread -- Stop PKI utilization collection thread finish...");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/LocalTime.h"
 #include "diag/ExceptionBarrier.h"
 #include "entry/AlertReachPKIThread.h"
 
@@ -8,8 +9,8 @@
 namespace varnex
 {
 
-// What the four samplers share: one cycle a minute until they are asked to stop, and their end. A sampler's own part is
-// its cycle: sample, store, trace.
+// What the four samplers share: one cycle a minute until they are asked to stop. A sampler's own part is its cycle:
+// sample, store, trace.
 
 // Cycles with a minute's wait after each, in steps of a second that look at the keep-running flag. An exception in a
 // cycle is logged, and the cycle goes to its wait.
@@ -30,15 +31,11 @@ void RunSamplerCycles(const CAlertReachPKIThread& worker, const char* pszSampler
     }
 }
 
-// Empties the worker's slot and frees the worker, its thread handle with it. A worker whose slot was taken away is
-// about to be ended by force; its object stays.
-template <class Worker>
-void DismantleWorker(Worker* pWorker, WorkerSlot& slot) noexcept
+// The opening of a cycle, but for the network sampler's, which refreshes last: the refresh, then the time stamp.
+inline void OpenCycle(CAlertReachPKIThread& worker, wchar_t (&wszTime)[TIME_CHARS])
 {
-    if (slot.Withdraw(pWorker))
-    {
-        delete pWorker;
-    }
+    worker.UpdateAlertPolicy();
+    FormatLocalTimeW(SecondsNow(), wszTime);
 }
 
 } // namespace varnex

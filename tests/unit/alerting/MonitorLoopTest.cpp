@@ -477,19 +477,20 @@ TEST_CASE("a monitor that ends leaves its slot and is freed and says so and leav
     CHECK_FALSE(slot.IsSet());
 }
 
-TEST_CASE("a monitor that ends does not take another one out of its slot")
+TEST_CASE("a monitor that is no longer in its slot takes no other one out of it, and is not its own owner any more")
 {
     StoreBench bench;
     WorkerSlot slot;
     ScriptedMonitor next;
-    auto* const pMonitor = new ScriptedMonitor;
+    ScriptedMonitor monitor;
     bool bFreed = false;
-    pMonitor->onDelete = [&] { bFreed = true; };
+    monitor.onDelete = [&] { bFreed = true; };
     REQUIRE(slot.Publish(&next));
 
-    ReleaseMonitor(pMonitor, slot);
-    CHECK(bFreed);
+    DismantleWorker(&monitor, slot);
+    CHECK_FALSE(bFreed);
     CHECK(slot.IsSet());
+    monitor.onDelete = [] {};
 }
 
 } // namespace varnex::test

@@ -94,6 +94,14 @@ DWORD ExitCodeAfterEnd(HANDLE hThread)
     return dwExitCode;
 }
 
+UniqueHandle Duplicate(HANDLE hObject)
+{
+    UniqueHandle duplicate;
+    DuplicateHandle(GetCurrentProcess(), hObject, GetCurrentProcess(), duplicate.Receive(), 0, FALSE,
+                    DUPLICATE_SAME_ACCESS);
+    return duplicate;
+}
+
 } // namespace
 
 TEST_CASE("a new worker is to run and has no policy yet")
@@ -199,7 +207,7 @@ TEST_CASE("without a thread nothing is raised or resumed, and the worker stays a
     CHECK(redirector.Failures("CreateThread") == 1);
     CHECK(calls.names.empty());
     CHECK(worker.IsRunning());
-    CHECK_FALSE(worker.DuplicateThreadHandle());
+    CHECK(worker.ThreadHandle() == nullptr);
     worker.CloseThreadHandle();
     CHECK(redirector.Calls("CloseHandle") == 0);
 }
@@ -263,7 +271,7 @@ TEST_CASE("the thread's handle is closed once, and its duplicates live on")
     TestWorker worker;
     REQUIRE(worker.StartThread());
     closings.Watch(calls.hThread);
-    const UniqueHandle thread = worker.DuplicateThreadHandle();
+    const UniqueHandle thread = Duplicate(worker.ThreadHandle());
     REQUIRE(thread);
     CHECK(thread.Get() != calls.hThread);
 
@@ -271,7 +279,7 @@ TEST_CASE("the thread's handle is closed once, and its duplicates live on")
     CHECK(closings.Count() == 1);
     worker.CloseThreadHandle();
     CHECK(closings.Count() == 1);
-    CHECK_FALSE(worker.DuplicateThreadHandle());
+    CHECK(worker.ThreadHandle() == nullptr);
     CHECK(ExitCodeAfterEnd(thread.Get()) == 3);
 }
 
@@ -283,7 +291,7 @@ TEST_CASE("a worker that nobody asked to stop closes its thread's handle when it
     CloseCount closings(redirector);
     auto worker = std::make_unique<TestWorker>();
     REQUIRE(worker->StartThread());
-    const UniqueHandle thread = worker->DuplicateThreadHandle();
+    const UniqueHandle thread = Duplicate(worker->ThreadHandle());
     closings.Watch(calls.hThread);
     CHECK(ExitCodeAfterEnd(thread.Get()) == 1);
     CHECK(closings.Count() == 0);

@@ -320,7 +320,7 @@ TEST_CASE("a detach leaves the monitors' slots as they are")
     CHECK(entry.Call(DLL_PROCESS_DETACH) == TRUE);
     CHECK(g_pMonDiskThread.IsSet());
     CHECK(worker.IsRunning());
-    g_pMonDiskThread.Take();
+    g_pMonDiskThread.Withdraw(&worker);
 }
 
 TEST_CASE("a thread's attach and detach read the module's path and do nothing else")

@@ -118,20 +118,43 @@ TEST_CASE("a worker that is taken out of its slot is left alone and cannot withd
 {
     TestWorker::Begin({});
     WorkerSlot slot;
-    CHECK(slot.Take() == nullptr);
+    CHECK(slot.Take(slot.RequestStopAndWatch()) == nullptr);
     TestWorker worker;
     REQUIRE(slot.Publish(&worker));
-    CHECK(slot.Take() == &worker);
+    const WatchedWorker watched = slot.RequestStopAndWatch();
+    CHECK(slot.Holds(watched));
+    CHECK(slot.Take(watched) == &worker);
     CHECK_FALSE(slot.IsSet());
-    CHECK(worker.IsRunning());
+    CHECK_FALSE(slot.Holds(watched));
+    CHECK(slot.Take(watched) == nullptr);
     CHECK_FALSE(slot.Withdraw(&worker));
     CHECK(TestWorker::s_nFreed == 0);
+    CHECK(slot.PutBack(&worker, watched));
+    CHECK(slot.Holds(watched));
+    CHECK(slot.Withdraw(&worker));
+}
+
+TEST_CASE("a worker that came into the slot later is not the one that was watched, also at the same address")
+{
+    TestWorker::Begin({});
+    WorkerSlot slot;
+    TestWorker worker;
+    const WatchedWorker nobody = slot.RequestStopAndWatch();
+    REQUIRE(slot.Publish(&worker));
+    CHECK_FALSE(slot.Holds(nobody));
+    const WatchedWorker watched = slot.RequestStopAndWatch();
+    REQUIRE(slot.Withdraw(&worker));
+    REQUIRE(slot.Publish(&worker));
+    CHECK_FALSE(slot.Holds(watched));
+    CHECK(slot.Take(watched) == nullptr);
+    CHECK(slot.IsSet());
+    CHECK_FALSE(slot.PutBack(&worker, watched));
 }
 
 TEST_CASE("a stop request that is watched keeps the thread's handle and gives another one")
 {
     WorkerSlot slot;
-    CHECK_FALSE(slot.RequestStopAndWatch());
+    CHECK_FALSE(slot.RequestStopAndWatch().thread);
     std::atomic<int> nEnded{0};
     const UniqueHandle mayEnd(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     const TestWorker::Body end = RunUntilStopped(slot, nEnded);
@@ -143,13 +166,13 @@ TEST_CASE("a stop request that is watched keeps the thread's handle and gives an
         });
     const UnitLog log;
     REQUIRE(CreateRunningThread<TestWorker>(slot, "", "") == WORKER_CREATED);
-    const UniqueHandle thread = slot.RequestStopAndWatch();
-    REQUIRE(thread);
+    const WatchedWorker watched = slot.RequestStopAndWatch();
+    REQUIRE(watched.thread);
     CHECK_FALSE(TestWorker::s_pNewest.load()->IsRunning());
-    CHECK(TestWorker::s_pNewest.load()->DuplicateThreadHandle());
+    CHECK(TestWorker::s_pNewest.load()->ThreadHandle() != nullptr);
     CHECK(slot.IsSet());
     SetEvent(mayEnd.Get());
-    CHECK(WaitForSingleObject(thread.Get(), WAIT_MS) == WAIT_OBJECT_0);
+    CHECK(WaitForSingleObject(watched.thread.Get(), WAIT_MS) == WAIT_OBJECT_0);
     CHECK(nEnded == 1);
 }
 
@@ -180,10 +203,10 @@ TEST_CASE("a stop request closes the thread's handle at once, and the worker kee
     const UnitLog log;
     REQUIRE(CreateRunningThread<TestWorker>(slot, "", "") == WORKER_CREATED);
     const TestWorker& worker = *TestWorker::s_pNewest.load();
-    CHECK(worker.DuplicateThreadHandle());
+    CHECK(worker.ThreadHandle() != nullptr);
     slot.RequestStop();
     CHECK_FALSE(worker.IsRunning());
-    CHECK_FALSE(worker.DuplicateThreadHandle());
+    CHECK(worker.ThreadHandle() == nullptr);
     CHECK(slot.IsSet());
     CHECK(CreateRunningThread<TestWorker>(slot, "", "") == WORKER_EXISTS);
     SetEvent(mayEnd.Get());
@@ -194,15 +217,25 @@ TEST_CASE("a stop request closes the thread's handle at once, and the worker kee
     CHECK(WaitForCount(nEnded, 2));
 }
 
-TEST_CASE("a stop request before the thread exists lets the worker see it on its first look")
+TEST_CASE("a stop request before the thread has run lets the worker see it on its first look")
 {
     WorkerSlot slot;
     std::atomic<int> nEnded{0};
     TestWorker::Begin(RunUntilStopped(slot, nEnded));
-    auto* const pWorker = new TestWorker;
-    REQUIRE(slot.Publish(pWorker));
+    ImportRedirector redirector;
+    UniqueHandle suspended;
+    redirector.Replace<decltype(::ResumeThread)>("ResumeThread",
+                                                 [&](HANDLE hThread) -> DWORD
+                                                 {
+                                                     DuplicateHandle(GetCurrentProcess(), hThread, GetCurrentProcess(),
+                                                                     suspended.Receive(), 0, FALSE,
+                                                                     DUPLICATE_SAME_ACCESS);
+                                                     return 1;
+                                                 });
+    REQUIRE(slot.PublishAndStart(new TestWorker) == WORKER_CREATED);
+    redirector.Restore("ResumeThread");
     slot.RequestStop();
-    REQUIRE(slot.Start(pWorker));
+    ResumeThread(suspended.Get());
     CHECK(WaitForCount(nEnded, 1));
     CHECK_FALSE(slot.IsSet());
     CHECK(TestWorker::s_nFreed == 1);
@@ -234,9 +267,7 @@ TEST_CASE("a stop request between a thread's creation and its resume waits for t
                                                      bResumed = true;
                                                      return dwResult;
                                                  });
-    auto* const pWorker = new TestWorker;
-    REQUIRE(slot.Publish(pWorker));
-    REQUIRE(slot.Start(pWorker));
+    REQUIRE(slot.PublishAndStart(new TestWorker) == WORKER_CREATED);
     CHECK_FALSE(bCameBackEarly);
     CHECK(nClosedBefore == 0);
     CHECK(requester->IsDone(WAIT_MS));

@@ -539,6 +539,74 @@ TEST_CASE("a thread that cannot be ended keeps its slot, and the next stop tries
     CHECK(SampleCounts() == Counts{0, 0, 0, 0});
 }
 
+// A thread that is stuck in the kernel dies when that call returns, which may be long after it was ended.
+TEST_CASE("a thread that dies only after the stop gave it up leaves its store's lock to the next stop")
+{
+    MachineBench bench;
+    StuckCall stuck(bench);
+    bench.Start();
+    stuck.Engage("network"); // it holds its store's lock
+    bench.clock.Advance(65);
+    UniqueHandle doomed;
+    bench.imports.Replace<decltype(::TerminateThread)>(
+        "TerminateThread",
+        [&doomed](HANDLE hThread, DWORD) -> BOOL
+        {
+            return DuplicateHandle(GetCurrentProcess(), hThread, GetCurrentProcess(), doomed.Receive(), 0, FALSE,
+                                   DUPLICATE_SAME_ACCESS);
+        });
+    bench.Stop();
+    CHECK(g_pUtlNetworkThread.IsSet());
+    CHECK_THAT(bench.ReadLog(), HasLine(1, "StopPKIUtlThread -- a thread could not be ended."));
+    REQUIRE(doomed);
+    {
+        const UnscriptedScope unscripted;
+        TerminateThread(doomed.Get(), 0);
+        WaitForSingleObject(doomed.Get(), INFINITE);
+    }
+    bench.Stop();
+    CHECK(bench.WorkersInSlots() == 0);
+    CHECK(SampleCounts() == Counts{0, 0, 0, 0});
+    CHECK(bench.imports.Calls("TerminateThread") == 1);
+}
+
+TEST_CASE("a thread of which the stop gets no second handle is ended all the same")
+{
+    MachineBench bench;
+    StuckCall stuck(bench);
+    bench.Start();
+    stuck.Engage("memory");
+    bench.clock.Advance(65);
+    bench.imports.FailCall("DuplicateHandle", 1, FailMode::FromThereOn, ERROR_NOT_ENOUGH_MEMORY);
+    CHECK(bench.Stop() == 15);
+    CHECK(bench.imports.Failures("DuplicateHandle") == 5);
+    CHECK(bench.imports.Calls("TerminateThread") == 1);
+    CHECK(bench.WorkersInSlots() == 0);
+}
+
+TEST_CASE("a start during a stop makes workers that the stop leaves alone and the next one ends")
+{
+    MachineBench bench;
+    StuckCall stuck(bench);
+    bench.Start();
+    stuck.Engage("memory");
+    bench.clock.Advance(65);
+    bench.clock.RunOnOtherThread([] { StopPKIUtlThread(); });
+    bench.clock.Advance(5);
+    REQUIRE(bench.WorkersInSlots() == 1); // the stuck one, for which the stop waits
+    bench.Start();
+    CHECK(bench.WorkersInSlots() == 5);
+    bench.clock.Advance(20);
+    CHECK(bench.imports.Calls("TerminateThread") == 1);
+    CHECK_FALSE(g_pUtlMemoryThread.IsSet());
+    CHECK(bench.WorkersInSlots() == 4);
+    CHECK(bench.clock.Workers() == 4);
+    CHECK(bench.Stop() <= 2);
+    CHECK(bench.WorkersInSlots() == 0);
+    CHECK(bench.clock.Workers() == 0);
+    CHECK(bench.imports.Calls("TerminateThread") == 1);
+}
+
 TEST_CASE("two stops at once end every worker once")
 {
     MachineBench bench;

@@ -1,0 +1,140 @@
+#include "common/AnsiText.h"
+
+#include "support/ImportRedirector.h"
+
+#include <catch2/catch.hpp>
+
+#include <cstring>
+#include <string>
+
+#include <windows.h>
+
+using namespace varnex;
+using namespace varnex::test;
+
+namespace
+{
+
+// A double-byte code page: 0x81 to 0x9F begins a character of two bytes, given by U+4E00 and its followers.
+class DoubleByteCodePage
+{
+public:
+    explicit DoubleByteCodePage(ImportRedirector& redirector)
+    {
+        redirector.Replace<decltype(::IsDBCSLeadByte)>(
+            "IsDBCSLeadByte", [](BYTE byte) -> BOOL { return byte >= 0x81 && byte <= 0x9F ? TRUE : FALSE; });
+        redirector.Replace<decltype(::WideCharToMultiByte)>(
+            "WideCharToMultiByte",
+            [](UINT, DWORD, LPCWCH pwsz, int cch, LPSTR psz, int cb, LPCCH, LPBOOL)
+            {
+                int cbText = 0;
+                for (int i = 0; i < cch; ++i)
+                {
+                    const bool bWide = pwsz[i] > 0xFF;
+                    if (cbText + (bWide ? 2 : 1) > cb)
+                    {
+                        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+                        return 0;
+                    }
+                    if (bWide)
+                    {
+                        psz[cbText++] = '\x81';
+                    }
+                    psz[cbText++] = static_cast<char>(pwsz[i] & 0xFF);
+                }
+                return cbText;
+            });
+    }
+};
+
+std::string Ansi(const wchar_t* pwszText, std::size_t cbTarget)
+{
+    char szTarget[32];
+    std::memset(szTarget, '?', sizeof szTarget);
+    CHECK(AnsiFromWide(szTarget, cbTarget, pwszText));
+    CHECK(szTarget[cbTarget] == '?'); // nothing behind the buffer is touched
+    return szTarget;
+}
+
+} // namespace
+
+TEST_CASE("a wide text becomes ANSI and is cut where it does not fit")
+{
+    CHECK(Ansi(L"", 1).empty());
+    CHECK(Ansi(L"abc", 4) == "abc");
+    CHECK(Ansi(L"abc", 3) == "ab");
+    CHECK(Ansi(L"abc", 1).empty());
+    CHECK(Ansi(L"Gr\u00f6\u00dfe", 8) == "Gr\xf6\xdf"
+                                         "e");
+}
+
+TEST_CASE("a character of two bytes is kept whole or left out")
+{
+    ImportRedirector redirector;
+    const DoubleByteCodePage codePage(redirector);
+    CHECK(Ansi(L"a\u4E41b", 5) == "a\x81\x41"
+                                  "b");
+    CHECK(Ansi(L"a\u4E41b", 4) == "a\x81\x41");
+    CHECK(Ansi(L"a\u4E41b", 3) == "a"); // the terminator takes the second byte's place
+    CHECK(Ansi(L"a\u4E41b", 2) == "a");
+}
+
+TEST_CASE("a character that the code page lacks becomes a question mark, a pair of surrogates too")
+{
+    CHECK(Ansi(L"a\u4E2Db", 8) == "a?b");
+    const std::string pair = Ansi(L"a\U0001F600b", 8);
+    CHECK(pair.front() == 'a');
+    CHECK(pair.back() == 'b');
+    CHECK(Ansi(L"a\xD83D", 8) == "a?"); // half a pair
+}
+
+TEST_CASE("a text that the system cannot convert leaves an empty one and says so")
+{
+    ImportRedirector redirector;
+    redirector.FailCall("WideCharToMultiByte", 2, FailMode::Once, ERROR_INVALID_PARAMETER);
+    char szTarget[8] = "???";
+    CHECK_FALSE(AnsiFromWide(szTarget, sizeof szTarget, L"abc"));
+    CHECK(GetLastError() == ERROR_INVALID_PARAMETER);
+    CHECK(szTarget[0] == '\0');
+
+    redirector.FailCall("MultiByteToWideChar", 1, FailMode::Once, ERROR_INVALID_PARAMETER);
+    wchar_t wszTarget[8] = L"???";
+    CHECK_FALSE(WideFromAnsi(wszTarget, 8, "abc"));
+    CHECK(wszTarget[0] == L'\0');
+}
+
+TEST_CASE("an ANSI text becomes wide and is cut where it does not fit")
+{
+    wchar_t wszTarget[4];
+    CHECK(WideFromAnsi(wszTarget, 4, "a\xe9"));
+    CHECK(std::wstring(wszTarget) == L"a\u00e9");
+    CHECK(WideFromAnsi(wszTarget, 4, "abcd"));
+    CHECK(std::wstring(wszTarget) == L"abc");
+    CHECK(WideFromAnsi(wszTarget, 4, ""));
+    CHECK(wszTarget[0] == L'\0');
+}
+
+TEST_CASE("buffers of no characters are never written")
+{
+    char cTarget = '?';
+    wchar_t wchTarget = L'?';
+    CHECK(AnsiFromWide(&cTarget, 0, L"abc"));
+    CHECK(WideFromAnsi(&wchTarget, 0, "abc"));
+    CHECK(cTarget == '?');
+    CHECK(wchTarget == L'?');
+}
+
+TEST_CASE("the last backslash is found, but not inside a character of two bytes")
+{
+    CHECK(FindLastBackslashA("") == nullptr);
+    CHECK(FindLastBackslashA("file") == nullptr);
+    const char szPath[] = R"(C:\a\b)";
+    CHECK(FindLastBackslashA(szPath) == szPath + 4);
+
+    ImportRedirector redirector;
+    const DoubleByteCodePage codePage(redirector);
+    const char szDouble[] = "C:\\a\x81\\b"; // the second backslash is half a character
+    CHECK(FindLastBackslashA(szDouble) == szDouble + 2);
+    const char szTorn[] = "C:\\a\x81"; // a text that ends in half a character
+    CHECK(FindLastBackslashA(szTorn) == szTorn + 2);
+}
