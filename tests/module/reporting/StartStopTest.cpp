@@ -6,6 +6,8 @@
 
 #include <catch2/catch.hpp>
 
+#include <vector>
+
 namespace varnex::test
 {
 
@@ -14,7 +16,7 @@ namespace
 
 constexpr int ROUNDS = 40;
 
-// The host's thread: starts and stops, at changing distances.
+// One of the host's threads: starts and stops, out of step with the others.
 DWORD WINAPI Hammer(LPVOID pModule) noexcept
 {
     MarkHostThread();
@@ -28,21 +30,29 @@ DWORD WINAPI Hammer(LPVOID pModule) noexcept
     return 0;
 }
 
-void HammerFromHostThread(ReportingModule& module)
+void HammerFromThreads(ReportingModule& module, int nThreads)
 {
-    const UniqueHandle thread(CreateThread(nullptr, 0, Hammer, &module, 0, nullptr));
-    REQUIRE(WaitForSingleObject(thread.Get(), 100'000) == WAIT_OBJECT_0);
+    std::vector<UniqueHandle> threads;
+    for (int i = 0; i < nThreads; ++i)
+    {
+        threads.emplace_back(CreateThread(nullptr, 0, Hammer, &module, 0, nullptr));
+    }
+    for (const UniqueHandle& thread : threads)
+    {
+        REQUIRE(WaitForSingleObject(thread.Get(), 100'000) == WAIT_OBJECT_0);
+    }
+    module.Stop();
 }
 
 } // namespace
 
-TEST_CASE("starts and stops in a row leave no thread and no handle behind")
+TEST_CASE("starts and stops from two threads at once leave no thread and no handle behind")
 {
     ReportingModule module;
-    HammerFromHostThread(module); // what is opened for good is opened now
+    HammerFromThreads(module, 1); // what is opened for good is opened now
     const std::size_t nThreads = CountThreads();
     const std::size_t nHandles = CountHandles();
-    HammerFromHostThread(module);
+    HammerFromThreads(module, 2);
     CHECK(CountThreads() == nThreads);
     CHECK(CountHandles() == nHandles);
     CHECK(module.imports.Calls("TerminateThread") == 0);
