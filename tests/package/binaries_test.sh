@@ -3,7 +3,7 @@
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 readonly version=$1 source=$2 build=$3
 readonly dll="$SDK/bin/Varnex.dll" exe="$SDK/bin/varnexhost.exe" symbols="$SDK/symbols/Varnex.dll.debug"
-readonly objdump=x86_64-w64-mingw32-objdump
+readonly objdump=x86_64-w64-mingw32-objdump strings=x86_64-w64-mingw32-strings
 readonly cb_most=$((300 * 1024 - 1))
 
 # high-entropy address space randomisation, dynamic base, no execution of data; and relocations, without which the
@@ -11,16 +11,18 @@ readonly cb_most=$((300 * 1024 - 1))
 for binary in "$dll" "$exe"; do
   same "DLL characteristics of $(basename "$binary")" 00000160 \
     "$($objdump -p "$binary" | sed -n 's/^DllCharacteristics\t*//p')"
-  $objdump -h "$binary" | grep -q ' \.reloc ' || fail "$(basename "$binary") has no relocations"
-  $objdump -h "$binary" | grep -q ' \.debug_' && fail "$(basename "$binary") is not stripped"
-  $objdump -t "$binary" | grep -q 'no symbols' || fail "$(basename "$binary") has a symbol table"
+  sections=$($objdump -h "$binary")
+  [[ "$sections" == *" .reloc "* ]] || fail "$(basename "$binary") has no relocations"
+  [[ "$sections" != *" .debug_"* ]] || fail "$(basename "$binary") is not stripped"
+  [[ "$($objdump -t "$binary")" == *"no symbols"* ]] || fail "$(basename "$binary") has a symbol table"
 done
 
 same "what the DLL imports from" "ADVAPI32.dll IPHLPAPI.DLL KERNEL32.dll msvcrt.dll ole32.dll OLEAUT32.dll pdh.dll" \
   "$(imports_of "$dll" | xargs)"
 system_library='advapi32|dbghelp|iphlpapi|kernel32|msvcrt|ole32|oleaut32|pdh|psapi|shell32|shlwapi|user32|version|ws2_32'
-imports_of "$exe" | grep -qi kernel32 || fail "the imports of varnexhost.exe cannot be read"
-others=$(imports_of "$exe" | grep -Eiv "^($system_library)\.dll$" || true)
+imported=$(imports_of "$exe")
+[[ "$imported" == *KERNEL32* ]] || fail "the imports of varnexhost.exe cannot be read"
+others=$(echo "$imported" | grep -Eiv "^($system_library)\.dll$" || true)
 same "what varnexhost.exe imports from beside the system's libraries" "" "$others"
 
 listed=$(sed -n '/^EXPORTS/,$p' "$SDK/lib/Varnex.def" | sed '1d; s/^ *//; /^$/d' | LC_ALL=C sort)
@@ -34,18 +36,18 @@ for library in libVarnex.dll.a Varnex.lib; do
     "$(x86_64-w64-mingw32-nm "$SDK/lib/$library" 2>/dev/null | sed -n 's/.* I __imp_//p' | LC_ALL=C sort)"
 done
 
-resource=$(strings -el "$dll")
+resource=$($strings -el "$dll")
 same "the version in the DLL's resource" "FileVersion $version OriginalFilename Varnex.dll ProductVersion $version" \
   "$(grep -A1 -x 'FileVersion\|OriginalFilename\|ProductVersion' <<<"$resource" | grep -vx -- -- | xargs)"
 
 # The names of folders: of any in what runs, of this build's in what describes it.
 for encoding in s l; do
   for binary in "$dll" "$exe"; do
-    strings -a -e$encoding "$binary" | grep -E '(^|[^[:alnum:]_.*])/(usr|home|root|tmp|build|work|opt|var|mnt)/' &&
-      fail "$(basename "$binary") names folders of the build machine"
+    same "folders of the build machine that $(basename "$binary") names" "" \
+      "$($strings -a -e$encoding "$binary" | grep -E '(^|[^[:alnum:]_.*])/(usr|home|root|tmp|build|work|opt|var|mnt)/')"
   done
 done
-grep -rlaF -e "$source" -e "$build" "$SDK" && fail "files of the package name the folders that they were built in"
+same "files of the package that name the folders they were built in" "" "$(grep -rlaF -e "$source" -e "$build" "$SDK")"
 
 [ "$(stat -c %s "$dll")" -le "$cb_most" ] || fail "the DLL has $(stat -c %s "$dll") bytes, more than $cb_most"
 

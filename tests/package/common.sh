@@ -53,6 +53,14 @@ run_windows() {
   return "$ended"
 }
 
+# expect_linked_with LIBRARY TARGET: in the build folder out. Each linker takes the other one's library too, so that a
+# program which runs does not tell.
+expect_linked_with() {
+  local command
+  command=$(ninja -C out -t commands "$2" | tail -n 1)
+  [[ "$command" == *"$SDK/lib/$1"* ]] || fail "CMake did not take lib/$1: $command"
+}
+
 # imports_of BINARY: the libraries that it needs, one a line.
 imports_of() {
   x86_64-w64-mingw32-objdump -p "$1" | sed -n 's/^\tDLL Name: //p' | LC_ALL=C sort -f

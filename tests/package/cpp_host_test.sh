@@ -8,6 +8,7 @@ configure=(cmake -G Ninja -S . -DCMAKE_SYSTEM_NAME=Windows -DCMAKE_CXX_COMPILER=
            "-DCMAKE_PREFIX_PATH=$SDK")
 quietly "${configure[@]}" -B out
 quietly cmake --build out
+expect_linked_with libVarnex.dll.a cpp_host
 lay_out_agent agent out/cpp_host.exe
 cmp out/Varnex.dll "$SDK/bin/Varnex.dll" || fail "the target did not tell where the DLL lies"
 same "what the consumer said" "StartWorkingThread(5) = 1
@@ -17,7 +18,9 @@ GetAlertRecord(null, ...) = 0" "$(run_windows agent/bin/cpp_host.exe)"
 # A version that this package is not, and a system that it is not for.
 "${configure[@]}" -B newer -DWANTED_VERSION=99 >words 2>&1 && fail "a package of version 99 was found"
 grep -q 'requested version "99"' words || fail "the version was not why: $(cat words)"
-cmake -G Ninja -S . -B linux "-DCMAKE_PREFIX_PATH=$SDK" -DCMAKE_CXX_COMPILER=c++ >words 2>&1 &&
+mkdir here
+printf 'cmake_minimum_required(VERSION 3.21)\nproject(Here LANGUAGES NONE)\nfind_package(Varnex REQUIRED)\n' >here/CMakeLists.txt
+cmake -G Ninja -S here -B here/out "-DCMAKE_PREFIX_PATH=$SDK" >words 2>&1 &&
   fail "the package was found for a system that it is not for"
 grep -q 'Varnex is a DLL for 64-bit Windows' words || fail "the system was not why: $(cat words)"
 finish

@@ -30,5 +30,6 @@ quietly cmake -G Ninja -S . -B out -DCMAKE_SYSTEM_NAME=Windows "-DCMAKE_C_COMPIL
   -DCMAKE_C_COMPILER_TARGET=x86_64-pc-windows-msvc -DCMAKE_TRY_COMPILE_TARGET_TYPE=STATIC_LIBRARY \
   -DCMAKE_BUILD_TYPE=Release "-DCMAKE_PREFIX_PATH=$SDK"
 quietly cmake --build out
+expect_linked_with Varnex.lib host
 same "what the program that CMake built imports from" "KERNEL32.dll Varnex.dll" "$(imports_of out/host.exe | xargs)"
 finish

@@ -14,12 +14,12 @@ expected="CHANGELOG.md README.md bin/Varnex.dll bin/varnexhost.exe examples/KpmC
 lib/Varnex.def lib/Varnex.lib lib/cmake/Varnex/VarnexConfig.cmake lib/cmake/Varnex/VarnexConfigVersion.cmake
 lib/cmake/Varnex/VarnexTargets.cmake lib/libVarnex.dll.a symbols/Varnex.dll.debug
 $(cd "$source" && ls docs/*.md docs/*.xsd)"
+# In this order, whichever the file system has, and without entries for folders.
 same "the files of the package" "$(tr ' ' '\n' <<<"$expected" | LC_ALL=C sort)" \
-  "$(cd "$name" && find . -type f | sed 's|^\./||' | LC_ALL=C sort)"
-
-# Whatever order the file system has, and without the extra fields that hold owners and local times.
-same "the order of the names" "$(zipinfo -1 "once/$name.zip" | LC_ALL=C sort)" "$(zipinfo -1 "once/$name.zip")"
-zipinfo -v "once/$name.zip" | grep -q 'length of extra field: *[1-9]' && fail "the zip has extra fields"
+  "$(zipinfo -1 "once/$name.zip" | sed "s|^$name/||")"
+# The fields that hold owners and finer times.
+same "the length of the extra fields" "0 bytes" \
+  "$(zipinfo -v "once/$name.zip" | sed -n 's/^ *length of extra field: *//p' | sort -u)"
 
 # Links between the pages lead somewhere; the sources alone are not in the package.
 while IFS=: read -r page target; do
