@@ -5,6 +5,10 @@
  * alerts from time to time, stop the monitors, wait until they have ended, unload. Every export may be called from
  * any thread, except from a library entry point (DllMain); none of them lets an exception out.
  *
+ * Load and unload on the same thread, one that is not in COM's multithreaded apartment: the load initialises COM there
+ * (single-threaded) and fails where that cannot be; the unload uninitialises it. Make no start while a stop runs: it is
+ * safe, but what it starts may lose its samples to that stop.
+ *
  * Strings that the module hands out are UTF-16. The caller owns every buffer that it passes in; the module keeps no
  * pointer to any of them after an export has returned.
  */
@@ -57,8 +61,10 @@ extern "C"
 VARNEX_API int StartWorkingThread(unsigned int nAlertType);
 
 /*
- * Asks the alert monitor of one resource, or all four, to end. Does not wait: a monitor ends within about one second,
- * or after the measurement that it is in. Let the threads end before the module is unloaded; it waits for none.
+ * Asks the alert monitor of one resource, or all four, to end. Does not wait. A monitor ends within about one second,
+ * or after the pass of measurements that it is in: the disk monitor finishes all its disks (up to 6 seconds for each
+ * one that does not answer), the network monitor reads its adapters once more. A thread that stores an alert may wait
+ * up to 60 seconds for the alert file. Let all of them end before the module is unloaded; it waits for none.
  *
  * nAlertType  as for StartWorkingThread.
  *
@@ -91,15 +97,17 @@ VARNEX_API int GetAlertRecord(int* pnAlertTypes, wchar_t** ppwszTexts, unsigned 
 
 /*
  * Starts utilization reporting: four samplers, which record one sample a minute for a day, and the thread that answers
- * requests for a report in the report section (docs/interfaces.md has its layout and the order of operations). Starts
+ * requests for a report in the report section (docs/hand-off.md has its layout and the order of operations). Starts
  * only what does not run. Always returns 0; the log tells what became of the threads.
  */
 VARNEX_API unsigned int StartPKIUtlThread(void);
 
 /*
  * Ends utilization reporting and frees the recorded samples. Waits for the threads, usually about a second and at most
- * 15 seconds, and then ends by force the ones that are stuck in a system call; afterwards none of them runs and the
- * module may be unloaded. Always returns 0. Not to be called from two threads at once.
+ * 15 seconds, then ends by force the ones that are stuck in a system call (which may take a second or two for each);
+ * afterwards none of them runs and the module may be unloaded. Only where the system refuses to end a thread does one
+ * live on; the log tells, and the module must then stay loaded. A sampler that ended early, for want of a processor's
+ * or a disk's name, of COM or of a thread, costs the whole 15 seconds. Always returns 0.
  */
 VARNEX_API unsigned int StopPKIUtlThread(void);
 

@@ -55,7 +55,8 @@ BOOL Attach(HMODULE hModule, const char* pszModulePath) noexcept
     return TRUE;
 }
 
-// Stops no thread and waits for none; the host does that before it unloads.
+// Stops no thread and waits for none, only for a store's lock that a sampler still holds; the host stops the samplers
+// before it unloads.
 void Detach(bool bProcessEnds) noexcept
 {
     if (!g_bAttached)
@@ -65,11 +66,29 @@ void Detach(bool bProcessEnds) noexcept
     g_bAttached = false;
     if (!bProcessEnds) // leaving an apartment may wait for threads, and in a process that ends they are gone
     {
+        // Also where the attach let a failure of COM pass, and COM is then uninitialised once too often: hosts know it so.
         ThreadApartment::Leave();
     }
     CleanUtilizationStores(!bProcessEnds);
     ForEachStore([](auto& store) { store.lock.Delete(); });
     const UniqueHandle mutex(std::exchange(g_hAlertFileMutex, nullptr));
+}
+
+BOOL OnReason(HMODULE hModule, DWORD dwReason, bool bProcessEnds) noexcept
+{
+    char szModulePath[PATH_CHARS] = "";
+    GetModuleFileNameA(hModule, szModulePath, PATH_CHARS); // for every reason
+    szModulePath[PATH_CHARS - 1] = '\0';
+    switch (dwReason)
+    {
+    case DLL_PROCESS_ATTACH:
+        return Attach(hModule, szModulePath);
+    case DLL_PROCESS_DETACH:
+        Detach(bProcessEnds);
+        return TRUE;
+    default:
+        return TRUE;
+    }
 }
 
 } // namespace
@@ -79,20 +98,5 @@ void Detach(bool bProcessEnds) noexcept
 extern "C" BOOL WINAPI DllMain(HINSTANCE hModule, DWORD dwReason, LPVOID pReserved)
 {
     return varnex::StopExceptions("DllMain", FALSE,
-                                  [=]() -> BOOL
-                                  {
-                                      char szModulePath[varnex::PATH_CHARS] = "";
-                                      GetModuleFileNameA(hModule, szModulePath, varnex::PATH_CHARS); // for every reason
-                                      szModulePath[varnex::PATH_CHARS - 1] = '\0';
-                                      switch (dwReason)
-                                      {
-                                      case DLL_PROCESS_ATTACH:
-                                          return varnex::Attach(hModule, szModulePath);
-                                      case DLL_PROCESS_DETACH:
-                                          varnex::Detach(pReserved != nullptr);
-                                          return TRUE;
-                                      default:
-                                          return TRUE;
-                                      }
-                                  });
+                                  [=] { return varnex::OnReason(hModule, dwReason, pReserved != nullptr); });
 }
