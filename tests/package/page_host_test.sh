@@ -28,6 +28,6 @@ expect_alert with-cmake build/host.exe
 quietly bash -euc "$(block with-mingw)"
 expect_alert with-mingw host.exe
 
-# Both headers hold under the strictest reading of C99.
+# Header and host hold under the strictest reading of C99.
 quietly x86_64-w64-mingw32-gcc-win32 -std=c99 -Wall -Wextra -pedantic-errors -Werror -fsyntax-only -I"$SDK/include" host.c
 finish
