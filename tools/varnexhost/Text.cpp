@@ -3,6 +3,8 @@
 #include "common/BoundedText.h"
 #include "common/Handles.h"
 
+#include <algorithm>
+
 namespace varnex::host
 {
 
@@ -22,6 +24,13 @@ std::wstring FromUtf8(std::string_view text)
     std::wstring wide(static_cast<std::size_t>(cchWide), L'\0');
     MultiByteToWideChar(CP_UTF8, 0, text.data(), cbText, wide.data(), cchWide);
     return wide;
+}
+
+std::wstring Printable(std::wstring text)
+{
+    std::replace_if(
+        text.begin(), text.end(), [](wchar_t wch) { return wch < L' ' || (wch >= 0x7F && wch < 0xA0); }, L'?');
+    return text;
 }
 
 std::wstring SystemErrorText(DWORD dwError)

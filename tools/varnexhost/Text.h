@@ -14,6 +14,9 @@ namespace varnex::host
 std::string ToUtf8(std::wstring_view text);
 std::wstring FromUtf8(std::string_view text);
 
+// The text with every control character as a question mark: it comes from a file that others write to.
+std::wstring Printable(std::wstring text);
+
 // The system's sentence for an error code, with the number: "Access denied. (error 5)".
 std::wstring SystemErrorText(DWORD dwError);
 

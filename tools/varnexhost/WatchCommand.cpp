@@ -1,5 +1,6 @@
 #include "AlertFetcher.h"
 #include "AlertKinds.h"
+#include "AlertLines.h"
 #include "Commands.h"
 #include "ConsoleStatus.h"
 #include "HostError.h"
@@ -8,6 +9,8 @@
 #include "ModuleLibrary.h"
 #include "ModuleThreads.h"
 #include "MonitorRun.h"
+#include "ReportClient.h"
+#include "ReportText.h"
 #include "ReportingRun.h"
 #include "StopSignal.h"
 
@@ -24,7 +27,8 @@ namespace
 {
 
 constexpr std::uint64_t FETCH_INTERVAL_MS = 1000;
-constexpr unsigned REPORTING_THREADS = 5; // four samplers and the one that answers requests
+constexpr unsigned REPORT_TIMEOUT_SECONDS = 5; // the answer takes milliseconds, and Ctrl-C waits for it
+constexpr unsigned REPORTING_THREADS = 5;      // four samplers and the one that answers requests
 
 struct WatchOptions
 {
@@ -33,21 +37,9 @@ struct WatchOptions
     unsigned nSeconds = 0; // 0: until Ctrl-C
     bool bBurn = false;
     bool bReport = false;
+    unsigned nReportEverySeconds = 0; // 0: no report is printed
+    ReportRequest report;
 };
-
-// The store is a text file that others can write to: nothing in it may steer the terminal.
-std::wstring Printable(std::wstring text)
-{
-    std::replace_if(
-        text.begin(), text.end(), [](wchar_t wch) { return wch < L' ' || (wch >= 0x7F && wch < 0xA0); }, L'?');
-    return text;
-}
-
-std::wstring AlertLine(const FetchedAlert& alert)
-{
-    return Printable(alert.text) + L" | " + AlertKindName(alert.nType) + L" " + AlertAmount(alert.nType, alert.nValue) +
-           L", threshold " + AlertAmount(alert.nType, alert.nThreshold);
-}
 
 void Warn(const std::wstring& text)
 {
@@ -66,6 +58,8 @@ private:
     void WarnOfMissingFiles() const;
     void WatchUntilEnd();
     void PrintAlerts();
+    void PrintReportWhenDue();
+    void PrintReport();
     void ShowState();
     void WarnOfEndedMonitors(unsigned nRunning);
     ExitCode Finish();
@@ -86,6 +80,7 @@ private:
     unsigned m_nFetched = 0;
     unsigned m_nRunning = 0;
     std::uint64_t m_nBegin = 0;
+    std::uint64_t m_nReports = 0; // printed, or tried
 };
 
 Watch::Watch(const WatchOptions& options)
@@ -135,6 +130,7 @@ void Watch::WatchUntilEnd()
     for (;;)
     {
         PrintAlerts();
+        PrintReportWhenDue();
         ShowState();
         const std::uint64_t nElapsed = Elapsed();
         if (nElapsed >= nLimit || m_stop.WaitFor(static_cast<DWORD>(std::min(FETCH_INTERVAL_MS, nLimit - nElapsed))))
@@ -156,6 +152,30 @@ void Watch::PrintAlerts()
             ++m_countByType[alert.nType];
         }
     } while (m_fetcher.MayHaveMore());
+}
+
+void Watch::PrintReportWhenDue()
+{
+    const std::uint64_t nEvery = m_options.nReportEverySeconds * 1000ULL;
+    if (nEvery != 0 && Elapsed() / nEvery > m_nReports)
+    {
+        m_nReports = Elapsed() / nEvery;
+        PrintReport();
+    }
+}
+
+// By the named objects, as another process would ask.
+void Watch::PrintReport()
+{
+    try
+    {
+        const std::wstring table = ReportAsTable(AskForReport(m_options.report));
+        m_status.PrintLine(table.substr(0, table.find_last_not_of(L'\n') + 1));
+    }
+    catch (const HostError& error)
+    {
+        m_status.PrintLine(L"warning: " + FromUtf8(error.what()));
+    }
 }
 
 void Watch::ShowState()
@@ -212,6 +232,26 @@ void Watch::PrintSummary()
     m_status.PrintLine(line);
 }
 
+void AddReportOptions(CLI::App& watch, CLI::Option& report, WatchOptions& options)
+{
+    options.report.nTimeoutSeconds = REPORT_TIMEOUT_SECONDS;
+    CLI::Option* pEvery =
+        watch.add_option("--report-every", options.nReportEverySeconds, "Print the report here, every S seconds")
+            ->check(CLI::Range(1, 86400).description(""))
+            ->type_name("S")
+            ->needs(&report);
+    watch.add_option("--report-span", options.report.nSpan, "Minutes that its averages cover (default: 60)")
+        ->check(CLI::Range(1, 1440).description(""))
+        ->type_name("N")
+        ->needs(pEvery);
+    watch
+        .add_option("--report-min", options.report.nMinimum,
+                    "Valid samples that an average needs, else it is 0 (default: 1)")
+        ->check(CLI::Range(1, 1440).description(""))
+        ->type_name("M")
+        ->needs(pEvery);
+}
+
 ExitCode RunWatch(const WatchOptions& options)
 {
     Watch watch(options);
@@ -237,8 +277,10 @@ void AddWatchCommand(CLI::App& app, CommandChoice& choice)
         ->check(CLI::Range(1, 31536000).description(""))
         ->type_name("N");
     pWatch->add_flag("--burn", options->bBurn, "Keep every processor busy meanwhile, in a process of its own");
-    pWatch->add_flag("--report", options->bReport,
-                     "Record utilization too, so that varnexhost report in another console has an answer");
+    CLI::Option* pReport =
+        pWatch->add_flag("--report", options->bReport,
+                         "Record utilization too, so that varnexhost report in another console has an answer");
+    AddReportOptions(*pWatch, *pReport, *options);
     pWatch->callback([&choice, options] { choice.run = [options] { return RunWatch(*options); }; });
 }
 
