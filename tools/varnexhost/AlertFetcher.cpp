@@ -6,17 +6,21 @@ namespace varnex::host
 namespace
 {
 
-constexpr int BATCH = 32;
-constexpr std::size_t ROOM = BATCH + 1; // a fetch may return one record more than asked for
-constexpr unsigned TEXT_CHARS = 1024;   // a time, a host's name and a resource's name, none of them cut
+constexpr unsigned TEXT_CHARS = 1024; // a time, a host's name and a resource's name, none of them cut
+
+// A fetch may return one record more than asked for.
+constexpr std::size_t RoomFor(int nBatch) noexcept
+{
+    return static_cast<std::size_t>(nBatch) + 1;
+}
 
 } // namespace
 
-AlertFetcher::AlertFetcher(const ModuleLibrary& library)
-    : m_pfnFetch(library.Fetch()), m_types(ROOM), m_thresholds(ROOM), m_values(ROOM), m_characters(ROOM * TEXT_CHARS),
-      m_texts(ROOM)
+AlertFetcher::AlertFetcher(const ModuleLibrary& library, int nBatch)
+    : m_pfnFetch(library.Fetch()), m_nBatch(nBatch), m_types(RoomFor(nBatch)), m_thresholds(RoomFor(nBatch)),
+      m_values(RoomFor(nBatch)), m_characters(RoomFor(nBatch) * TEXT_CHARS), m_texts(RoomFor(nBatch))
 {
-    for (std::size_t i = 0; i < ROOM; ++i)
+    for (std::size_t i = 0; i < m_texts.size(); ++i)
     {
         m_texts[i] = &m_characters[i * TEXT_CHARS];
     }
@@ -24,7 +28,8 @@ AlertFetcher::AlertFetcher(const ModuleLibrary& library)
 
 std::vector<FetchedAlert> AlertFetcher::Fetch()
 {
-    m_nLastCount = m_pfnFetch(m_types.data(), m_texts.data(), TEXT_CHARS, m_thresholds.data(), m_values.data(), BATCH);
+    m_nLastCount =
+        m_pfnFetch(m_types.data(), m_texts.data(), TEXT_CHARS, m_thresholds.data(), m_values.data(), m_nBatch);
     std::vector<FetchedAlert> alerts;
     for (std::size_t i = 0; i < static_cast<std::size_t>(m_nLastCount); ++i)
     {
@@ -35,7 +40,7 @@ std::vector<FetchedAlert> AlertFetcher::Fetch()
 
 bool AlertFetcher::MayHaveMore() const noexcept
 {
-    return m_nLastCount > BATCH;
+    return m_nLastCount > m_nBatch;
 }
 
 } // namespace varnex::host

@@ -21,16 +21,23 @@ struct FetchedAlert
 class AlertFetcher
 {
 public:
-    explicit AlertFetcher(const ModuleLibrary& library);
+    static constexpr int USUAL_BATCH = 32;
 
-    // The oldest alerts in the store, up to a few dozen at once.
+    // nBatch: how many alerts a fetch asks for, at least 1.
+    explicit AlertFetcher(const ModuleLibrary& library, int nBatch = USUAL_BATCH);
+
+    // The oldest alerts in the store: as many as were asked for, and sometimes one more.
     std::vector<FetchedAlert> Fetch();
 
     // True when the last fetch was full, so that the next may bring more at once.
     bool MayHaveMore() const noexcept;
 
+    // True when the last fetch brought nothing. The store is empty then, else it could not be read or rewritten.
+    bool CameBackEmpty() const noexcept { return m_nLastCount == 0; }
+
 private:
     decltype(&GetAlertRecord) m_pfnFetch;
+    int m_nBatch;
     std::vector<int> m_types;
     std::vector<int> m_thresholds;
     std::vector<int> m_values;

@@ -20,11 +20,11 @@ struct AlertKind
 };
 
 constexpr AlertKind ALERT_KINDS[] = {
-    {VARNEX_ALERT_CPU, L"CPU", L" %", "cpu"},
-    {VARNEX_ALERT_MEMORY, L"memory", L" %", "memory"},
-    {VARNEX_ALERT_DISK, L"disk", L" MB/s", "disk"},
-    {VARNEX_ALERT_NETWORK, L"network", L" %", "network"},
-    {VARNEX_ALERT_PAGING_FILE, L"paging file", L" %", nullptr},
+    {VARNEX_ALERT_CPU, L"CPU", L"%", "cpu"},
+    {VARNEX_ALERT_MEMORY, L"memory", L"%", "memory"},
+    {VARNEX_ALERT_DISK, L"disk", L"MB/s", "disk"},
+    {VARNEX_ALERT_NETWORK, L"network", L"%", "network"},
+    {VARNEX_ALERT_PAGING_FILE, L"paging file", L"%", nullptr},
     {VARNEX_ALERT_ALL, L"all resources", L"", "all"},
 };
 
@@ -50,8 +50,14 @@ std::wstring AlertKindName(unsigned nAlertType)
 
 std::wstring AlertAmount(unsigned nAlertType, int nAmount)
 {
+    const std::wstring unit = AlertUnit(nAlertType);
+    return std::to_wstring(nAmount) + (unit.empty() ? L"" : L" " + unit);
+}
+
+std::wstring AlertUnit(unsigned nAlertType)
+{
     const AlertKind* pKind = FindKind(nAlertType);
-    return std::to_wstring(nAmount) + (pKind != nullptr ? pKind->pwszUnit : L"");
+    return pKind != nullptr ? pKind->pwszUnit : L"";
 }
 
 std::vector<std::string> MonitorNames()

@@ -14,6 +14,9 @@ std::wstring AlertKindName(unsigned nAlertType);
 // The number with its unit: "93 %" or "72 MB/s".
 std::wstring AlertAmount(unsigned nAlertType, int nAmount);
 
+// "%" or "MB/s"; empty for a type that this tool does not know.
+std::wstring AlertUnit(unsigned nAlertType);
+
 // The names that --alerts takes.
 std::vector<std::string> MonitorNames();
 

@@ -6,6 +6,7 @@ namespace varnex::host
 void AddCommands(CLI::App& app, CommandChoice& choice)
 {
     AddWatchCommand(app, choice);
+    AddAlertsCommand(app, choice);
     AddReportCommand(app, choice);
     AddBurnCommand(app, choice);
 }

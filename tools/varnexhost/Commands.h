@@ -17,6 +17,7 @@ struct CommandChoice
 
 // Each command is one file that adds itself to the command line.
 void AddWatchCommand(CLI::App& app, CommandChoice& choice);
+void AddAlertsCommand(CLI::App& app, CommandChoice& choice);
 void AddReportCommand(CLI::App& app, CommandChoice& choice);
 void AddBurnCommand(CLI::App& app, CommandChoice& choice);
 

@@ -51,6 +51,8 @@ ModuleFiles LocateModule(const std::wstring& folder)
     ModuleFiles files;
     files.module = place / L"Varnex.dll";
     files.config = place / L"KpmCfg.xml";
+    files.store = place / L"LocalAlt.dat";
+    files.traceFolder = files.module.parent_path().parent_path() / L"Logs";
     files.log = LogFileOf(files.module);
     return files;
 }

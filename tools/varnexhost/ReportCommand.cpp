@@ -2,6 +2,7 @@
 #include "ConsoleStream.h"
 #include "ReportClient.h"
 #include "ReportText.h"
+#include "SlowNotice.h"
 
 #include <memory>
 
@@ -18,9 +19,15 @@ struct ReportOptions
     bool bJson = false;
 };
 
+std::wstring AskPatiently(const ReportRequest& request)
+{
+    const SlowNotice notice(L"Waiting for the answer");
+    return AskForReport(request);
+}
+
 ExitCode RunReport(const ReportOptions& options)
 {
-    const std::wstring xml = AskForReport(options.request);
+    const std::wstring xml = AskPatiently(options.request);
     StandardOutput().Write(options.bXml ? xml + L"\n" : options.bJson ? ReportAsJson(xml) : ReportAsTable(xml));
     return ExitCode::Done;
 }
