@@ -8,6 +8,7 @@ void AddCommands(CLI::App& app, CommandChoice& choice)
     AddWatchCommand(app, choice);
     AddAlertsCommand(app, choice);
     AddReportCommand(app, choice);
+    AddCheckConfigCommand(app, choice);
     AddPrintConfigCommand(app, choice);
     AddBurnCommand(app, choice);
 }

@@ -19,6 +19,7 @@ struct CommandChoice
 void AddWatchCommand(CLI::App& app, CommandChoice& choice);
 void AddAlertsCommand(CLI::App& app, CommandChoice& choice);
 void AddReportCommand(CLI::App& app, CommandChoice& choice);
+void AddCheckConfigCommand(CLI::App& app, CommandChoice& choice);
 void AddPrintConfigCommand(CLI::App& app, CommandChoice& choice);
 void AddBurnCommand(CLI::App& app, CommandChoice& choice);
 

@@ -1,0 +1,67 @@
+#include "WholeFile.h"
+
+#include "HostError.h"
+#include "alerting/AlertFile.h"
+#include "common/Handles.h"
+
+namespace varnex::host
+{
+
+namespace
+{
+
+[[noreturn]] void ThrowFileError(const std::filesystem::path& file, const wchar_t* pwszFailure, DWORD dwError)
+{
+    throw HostError(file.wstring() + pwszFailure + SystemErrorText(dwError));
+}
+
+} // namespace
+
+std::string ReadWholeFile(const std::filesystem::path& file)
+{
+    const UniqueFile source(CreateFileW(file.c_str(), GENERIC_READ,
+                                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                                        FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!source)
+    {
+        ThrowFileError(file, L" cannot be opened: ", GetLastError());
+    }
+    std::string bytes;
+    for (;;)
+    {
+        constexpr DWORD cbPiece = 1048576;
+        const std::size_t cbSoFar = bytes.size();
+        bytes.resize(cbSoFar + cbPiece);
+        DWORD cbRead = 0;
+        if (!ReadFile(source.Get(), &bytes[cbSoFar], cbPiece, &cbRead, nullptr))
+        {
+            ThrowFileError(file, L" cannot be read: ", GetLastError());
+        }
+        bytes.resize(cbSoFar + cbRead);
+        if (cbRead == 0)
+        {
+            return bytes;
+        }
+    }
+}
+
+void WriteWholeFile(const std::filesystem::path& file, const std::string& bytes)
+{
+    UniqueFile target(CreateFileW(file.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!target)
+    {
+        ThrowFileError(file, L" cannot be made: ", GetLastError());
+    }
+    DWORD dwError = WriteWhole(target.Get(), bytes.data(), bytes.size());
+    if (!target.Close() && dwError == ERROR_SUCCESS)
+    {
+        dwError = GetLastError();
+    }
+    if (dwError != ERROR_SUCCESS)
+    {
+        DeleteFileW(file.c_str());
+        ThrowFileError(file, L" cannot be written: ", dwError);
+    }
+}
+
+} // namespace varnex::host
