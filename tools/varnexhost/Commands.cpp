@@ -10,6 +10,7 @@ void AddCommands(CLI::App& app, CommandChoice& choice)
     AddReportCommand(app, choice);
     AddCheckConfigCommand(app, choice);
     AddPrintConfigCommand(app, choice);
+    AddCollectCommand(app, choice);
     AddBurnCommand(app, choice);
 }
 

@@ -21,6 +21,7 @@ void AddAlertsCommand(CLI::App& app, CommandChoice& choice);
 void AddReportCommand(CLI::App& app, CommandChoice& choice);
 void AddCheckConfigCommand(CLI::App& app, CommandChoice& choice);
 void AddPrintConfigCommand(CLI::App& app, CommandChoice& choice);
+void AddCollectCommand(CLI::App& app, CommandChoice& choice);
 void AddBurnCommand(CLI::App& app, CommandChoice& choice);
 
 void AddCommands(CLI::App& app, CommandChoice& choice);
