@@ -64,6 +64,15 @@ bool AnsiFromWide(char* pszTarget, std::size_t cbTarget, const wchar_t* pwszSour
     return true;
 }
 
+std::string AnsiText(const std::wstring& text)
+{
+    const int cchText = static_cast<int>(text.size());
+    const int cbText = WideCharToMultiByte(CP_ACP, 0, text.data(), cchText, nullptr, 0, nullptr, nullptr);
+    std::string ansi(static_cast<std::size_t>(std::max(cbText, 0)), '\0');
+    WideCharToMultiByte(CP_ACP, 0, text.data(), cchText, ansi.data(), cbText, nullptr, nullptr);
+    return ansi;
+}
+
 bool WideFromAnsi(wchar_t* pwszTarget, std::size_t cchTarget, const char* pszSource) noexcept
 {
     if (cchTarget == 0)

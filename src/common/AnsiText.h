@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 
 namespace varnex
 {
@@ -11,7 +12,11 @@ namespace varnex
 // text; the target is empty then. GetLastError tells why.
 bool AnsiFromWide(char* pszTarget, std::size_t cbTarget, const wchar_t* pwszSource) noexcept;
 
-// The same the other way round.
+// The whole of a text, however many bytes the code page takes for it: with UTF-8 they are up to three for a UTF-16 unit.
+// Empty when the system cannot convert it. Throws std::bad_alloc.
+std::string AnsiText(const std::wstring& text);
+
+// AnsiFromWide the other way round.
 bool WideFromAnsi(wchar_t* pwszTarget, std::size_t cchTarget, const char* pszSource) noexcept;
 
 // The last backslash that is not the second byte of a double-byte character, or null.

@@ -1,10 +1,10 @@
 #include "diag/SPLogger.h"
 
+#include "common/AnsiText.h"
 #include "common/BoundedText.h"
 #include "common/Handles.h"
 #include "common/LastError.h"
 
-#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <string>
@@ -34,15 +34,6 @@ std::wstring Formatted(const wchar_t* pwszFormat, std::va_list arguments)
     std::wstring text(cchText > 0 ? static_cast<std::size_t>(cchText) : 0, L'\0');
     FormatTextVW(text.data(), text.size() + 1, pwszFormat, arguments);
     return text;
-}
-
-std::string InAnsi(const std::wstring& text)
-{
-    const int cchText = static_cast<int>(text.size());
-    const int cbText = WideCharToMultiByte(CP_ACP, 0, text.data(), cchText, nullptr, 0, nullptr, nullptr);
-    std::string ansi(static_cast<std::size_t>(std::max(cbText, 0)), '\0');
-    WideCharToMultiByte(CP_ACP, 0, text.data(), cchText, ansi.data(), cbText, nullptr, nullptr);
-    return ansi;
 }
 
 // The line as it stands in the file: CR LF for every LF, those inside the message too.
@@ -177,7 +168,7 @@ void SPLogger::WriteLineW(const wchar_t* pwszTag, const wchar_t* pwszFormat, std
     wchar_t wszHeader[HEADER_CHARS];
     FormatTextW(wszHeader, L"%04d-%02d-%02d %02d:%02d:%02d [%s] - ", now.wYear, now.wMonth, now.wDay, now.wHour,
                 now.wMinute, now.wSecond, pwszTag);
-    const std::string line = WithLineEnds(InAnsi(wszHeader + Formatted(pwszFormat, arguments) + L"\n"));
+    const std::string line = WithLineEnds(AnsiText(wszHeader + Formatted(pwszFormat, arguments) + L"\n"));
     AppendText(line.data(), line.size());
 }
 

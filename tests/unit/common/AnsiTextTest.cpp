@@ -31,6 +31,11 @@ public:
                 for (int i = 0; i < cch; ++i)
                 {
                     const bool bWide = pwsz[i] > 0xFF;
+                    if (cb == 0) // asks for the size
+                    {
+                        cbText += bWide ? 2 : 1;
+                        continue;
+                    }
                     if (cbText + (bWide ? 2 : 1) > cb)
                     {
                         SetLastError(ERROR_INSUFFICIENT_BUFFER);
@@ -97,10 +102,33 @@ TEST_CASE("a text that the system cannot convert leaves an empty one and says so
     CHECK(GetLastError() == ERROR_INVALID_PARAMETER);
     CHECK(szTarget[0] == '\0');
 
+    redirector.FailCall("WideCharToMultiByte", 1, FailMode::FromThereOn, ERROR_INVALID_PARAMETER);
+    CHECK(AnsiText(L"abc").empty());
+    redirector.StopFailing("WideCharToMultiByte");
+
     redirector.FailCall("MultiByteToWideChar", 1, FailMode::Once, ERROR_INVALID_PARAMETER);
     wchar_t wszTarget[8] = L"???";
     CHECK_FALSE(WideFromAnsi(wszTarget, 8, "abc"));
     CHECK(wszTarget[0] == L'\0');
+}
+
+TEST_CASE("a whole text becomes ANSI, however many bytes its characters take")
+{
+    CHECK(AnsiText(L"").empty());
+    CHECK(AnsiText(L"Gr\u00f6\u00dfe") == "Gr\xf6\xdf"
+                                          "e");
+    CHECK(AnsiText(std::wstring(300, L'a')) == std::string(300, 'a'));
+
+    ImportRedirector redirector;
+    {
+        const DoubleByteCodePage codePage(redirector);
+        CHECK(AnsiText(L"\u4E41\u4E42") == "\x81\x41\x81\x42");
+    }
+    redirector.Replace<decltype(::WideCharToMultiByte)>(
+        "WideCharToMultiByte", [](UINT, DWORD, LPCWCH pwsz, int cch, LPSTR psz, int cb, LPCCH, LPBOOL)
+        { return WideCharToMultiByte(CP_UTF8, 0, pwsz, cch, psz, cb, nullptr, nullptr); });
+    CHECK(AnsiText(L"\u4E2D\u4E2Db") == "\xE4\xB8\xAD\xE4\xB8\xAD"
+                                        "b");
 }
 
 TEST_CASE("an ANSI text becomes wide and is cut where it does not fit")
