@@ -8,9 +8,8 @@
 #include "reporting/TraceSwitch.h"
 #include "reporting/UtilizationStores.h"
 
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
-#include <cwchar>
 #include <iterator>
 #include <string>
 
@@ -22,7 +21,7 @@ namespace
 
 constexpr std::size_t HEADER_CHARS = 260;
 constexpr std::size_t NETWORK_HEADER_CHARS = 1024;
-constexpr std::size_t MODULE_PATH_CHARS = 1024; // longer than any path that leads to one that fits
+constexpr std::size_t MODULE_PATH_CHARS = 32'768; // no path is longer
 constexpr wchar_t LINE_END[] = L"\r\n";
 
 // One trace file; used by its own sampler's thread only.
@@ -43,9 +42,7 @@ TraceFile g_networkTrace = {L"NetworkUtil.log", "[OutputCurrentNetworkUtil]faile
 class HeaderLine
 {
 public:
-    explicit HeaderLine(std::size_t cchLimit) : m_cchLimit(cchLimit)
-    {
-    }
+    explicit HeaderLine(std::size_t cchLimit) : m_cchLimit(cchLimit) {}
     void AddColumn(const std::wstring& column)
     {
         m_bFull = m_bFull || m_text.size() + column.size() + std::size(LINE_END) > m_cchLimit;
@@ -54,10 +51,7 @@ public:
             m_text += column;
         }
     }
-    std::wstring Finished() const
-    {
-        return m_text + LINE_END;
-    }
+    std::wstring Finished() const { return m_text + LINE_END; }
 
 private:
     std::size_t m_cchLimit;
@@ -73,10 +67,9 @@ UniqueFile OpenTrace(const wchar_t* pwszPath, DWORD dwAccess, DWORD dwDispositio
 
 void WriteAnsi(HANDLE hFile, const std::wstring& text)
 {
-    std::string ansi(text.size() * 2 + 1, '\0'); // no ANSI code page takes more than two bytes for a UTF-16 unit
-    AnsiFromWide(ansi.data(), ansi.size(), text.c_str());
+    const std::string ansi = AnsiText(text);
     DWORD cbWritten;
-    WriteFile(hFile, ansi.data(), static_cast<DWORD>(std::strlen(ansi.c_str())), &cbWritten, nullptr);
+    WriteFile(hFile, ansi.data(), static_cast<DWORD>(ansi.size()), &cbWritten, nullptr);
 }
 
 // Begins the file anew with its header. False (logged) leaves the header pending.
@@ -94,24 +87,34 @@ bool WriteHeader(TraceFile& trace, const wchar_t* pwszPath, const std::wstring& 
     return true;
 }
 
-// The one course of all four: header if it is pending, then the line.
-template <class MakeHeader>
-void OutputTrace(TraceFile& trace, const wchar_t* pwszTime, const std::vector<std::int64_t>& values,
-                 MakeHeader&& makeHeader)
+// Leaves a path without a backslash as it is.
+void CutAtLastBackslash(std::wstring& path)
 {
-    wchar_t wszPath[TRACE_PATH_CHARS];
-    if (pwszTime == nullptr || values.empty() || !NeedToOutputCurrentUtil() ||
-        !GetFileFullPath(trace.pwszFileName, wszPath))
-    {
-        return;
-    }
-    if (!trace.bHeaderPending || WriteHeader(trace, wszPath, makeHeader()))
-    {
-        WriteUtilToFile(wszPath, pwszTime, values);
-    }
+    path.resize(std::min(path.rfind(L'\\'), path.size()));
+}
+
+// Whether a store has anything to trace, asked before the switch is.
+
+template <class Sample>
+bool HasHistories(NamedHistories<Sample>& store) noexcept
+{
+    const StoreLockHold hold(store.lock);
+    return !store.All().empty();
+}
+
+bool HasHistories(MemoryHistories& store) noexcept
+{
+    const StoreLockHold hold(store.lock);
+    return store.physical.Size() != 0 && store.pagingFile.Size() != 0;
+}
+
+bool HasHistories(const NetworkHistories& store) noexcept
+{
+    return !store.histories.empty();
 }
 
 // Each history's newest value; none while a history is empty.
+
 template <class Sample>
 std::vector<std::int64_t> NewestValues(NamedHistories<Sample>& store)
 {
@@ -129,91 +132,118 @@ std::vector<std::int64_t> NewestValues(NamedHistories<Sample>& store)
     return values;
 }
 
+std::vector<std::int64_t> NewestValues(MemoryHistories& store)
+{
+    const StoreLockHold hold(store.lock);
+    if (!HasHistories(store)) // a stop may have emptied the store since
+    {
+        return {};
+    }
+    return {store.physical.Newest(), store.pagingFile.Newest()};
+}
+
+std::vector<std::int64_t> NewestValues(const NetworkHistories& store)
+{
+    std::vector<std::int64_t> values;
+    values.reserve(store.histories.size());
+    for (const auto& [dwInterfaceIndex, history] : store.histories)
+    {
+        values.push_back(static_cast<std::int64_t>(history.Newest().DeltaBytes));
+    }
+    return values;
+}
+
+// The one course of all four: header if it is pending, then the line.
+template <class Store, class MakeHeader>
+void OutputTrace(TraceFile& trace, const wchar_t* pwszTime, Store& store, MakeHeader&& makeHeader)
+{
+    wchar_t wszPath[TRACE_PATH_CHARS];
+    if (pwszTime == nullptr || !HasHistories(store) || !NeedToOutputCurrentUtil() ||
+        !GetFileFullPath(trace.pwszFileName, wszPath))
+    {
+        return;
+    }
+    const std::vector<std::int64_t> values = NewestValues(store);
+    if (!values.empty() && (!trace.bHeaderPending || WriteHeader(trace, wszPath, makeHeader())))
+    {
+        WriteUtilToFile(wszPath, pwszTime, values);
+    }
+}
+
 } // namespace
 
 void OutputCurrentCPUUtil(const wchar_t* pwszTime, std::size_t nProcessors)
 {
-    OutputTrace(g_cpuTrace, pwszTime, NewestValues(Stores().cpu), [nProcessors] {
-        HeaderLine header(HEADER_CHARS);
-        for (std::size_t i = 1; i <= nProcessors; ++i)
-        {
-            header.AddColumn(L"\tCPU" + std::to_wstring(i));
-        }
-        return header.Finished();
-    });
+    OutputTrace(g_cpuTrace, pwszTime, Stores().cpu,
+                [nProcessors]
+                {
+                    HeaderLine header(HEADER_CHARS);
+                    for (std::size_t i = 1; i <= nProcessors; ++i)
+                    {
+                        header.AddColumn(L"\tCPU" + std::to_wstring(i));
+                    }
+                    return header.Finished();
+                });
 }
 
 void OutputCurrentMemUtil(const wchar_t* pwszTime)
 {
-    MemoryHistories& store = Stores().memory;
-    std::vector<std::int64_t> values;
-    {
-        const StoreLockHold hold(store.lock);
-        if (store.physical.Size() != 0 && store.pagingFile.Size() != 0)
-        {
-            values = {store.physical.Newest(), store.pagingFile.Newest()};
-        }
-    }
-    OutputTrace(g_memoryTrace, pwszTime, values, [] { return L"Time\t\tPhysical Mem\tPage File\r\n"; });
+    OutputTrace(g_memoryTrace, pwszTime, Stores().memory, [] { return L"Time\t\tPhysical Mem\tPage File\r\n"; });
 }
 
 void OutputCurrentDiskUtil(const wchar_t* pwszTime)
 {
-    OutputTrace(g_diskTrace, pwszTime, NewestValues(Stores().disk), [] {
-        HeaderLine header(HEADER_CHARS);
-        const StoreLockHold hold(Stores().disk.lock);
-        for (const auto& name : *Stores().disk.GetNames())
-        {
-            header.AddColumn(L"\tDisk" + std::to_wstring(_wtoi(name.get()))); // the number that the name begins with
-        }
-        return header.Finished();
-    });
+    OutputTrace(g_diskTrace, pwszTime, Stores().disk,
+                []
+                {
+                    HeaderLine header(HEADER_CHARS);
+                    const StoreLockHold hold(Stores().disk.lock);
+                    for (const auto& name : *Stores().disk.GetNames())
+                    {
+                        const int nDisk = _wtoi(name.get()); // a name begins with the disk's number
+                        header.AddColumn(L"\tDisk" + std::to_wstring(nDisk));
+                    }
+                    return header.Finished();
+                });
 }
 
 void OutputCurrentNetworkUtil(const wchar_t* pwszTime)
 {
-    const auto& histories = Stores().network.histories;
-    std::vector<std::int64_t> values;
-    values.reserve(histories.size());
-    for (const auto& [dwInterfaceIndex, history] : histories)
-    {
-        values.push_back(static_cast<std::int64_t>(history.Newest().DeltaBytes));
-    }
-    OutputTrace(g_networkTrace, pwszTime, values, [&histories] {
-        HeaderLine header(NETWORK_HEADER_CHARS);
-        for (const auto& [dwInterfaceIndex, history] : histories)
-        {
-            header.AddColumn(L"\t" + std::wstring(history.Oldest().Name) + L"-" +
-                             std::to_wstring(static_cast<int>(dwInterfaceIndex)));
-        }
-        return header.Finished();
-    });
+    const NetworkHistories& store = Stores().network;
+    OutputTrace(g_networkTrace, pwszTime, store,
+                [&store]
+                {
+                    HeaderLine header(NETWORK_HEADER_CHARS);
+                    for (const auto& [dwInterfaceIndex, history] : store.histories)
+                    {
+                        header.AddColumn(L"\t" + std::wstring(history.Oldest().Name) + L"-" +
+                                         std::to_wstring(static_cast<int>(dwInterfaceIndex)));
+                    }
+                    return header.Finished();
+                });
 }
 
-bool GetFileFullPath(const wchar_t* pwszFileName, wchar_t (&wszPath)[TRACE_PATH_CHARS]) noexcept
+bool GetFileFullPath(const wchar_t* pwszFileName, wchar_t (&wszPath)[TRACE_PATH_CHARS])
 {
-    wchar_t wszModule[MODULE_PATH_CHARS];
-    const DWORD cchModule = GetModuleFileNameW(g_hModule, wszModule, MODULE_PATH_CHARS);
+    std::wstring path(MODULE_PATH_CHARS, L'\0'); // on the heap: a thread's stack is not made for it
+    const DWORD cchModule = GetModuleFileNameW(g_hModule, path.data(), MODULE_PATH_CHARS);
     if (cchModule == 0 || cchModule >= MODULE_PATH_CHARS)
     {
         const DWORD dwError = GetLastError();
         Log()->Level2A("[GetFileFullPath]failed to get module file name (%d)", dwError);
         return false;
     }
-    for (int i = 0; i < 2; ++i)
+    path.resize(cchModule);
+    CutAtLastBackslash(path);
+    CutAtLastBackslash(path); // none is left of a module in a drive's root: its "Logs" lies there, on its own drive
+    path += std::wstring(L"\\Logs\\") + pwszFileName;
+    if (path.size() >= TRACE_PATH_CHARS)
     {
-        wchar_t* const pwszBackslash = std::wcsrchr(wszModule, L'\\');
-        *(pwszBackslash != nullptr ? pwszBackslash : wszModule) = L'\0';
-    }
-    constexpr wchar_t LOGS[] = L"\\Logs\\";
-    const std::size_t cchPath = std::wcslen(wszModule) + std::size(LOGS) - 1 + std::wcslen(pwszFileName);
-    if (cchPath >= TRACE_PATH_CHARS)
-    {
-        Log()->Level2A("[WriteUtilToFile]output buffer is too small (%d,%d)", static_cast<int>(cchPath),
+        Log()->Level2A("[WriteUtilToFile]output buffer is too small (%d,%d)", static_cast<int>(path.size()),
                        static_cast<int>(TRACE_PATH_CHARS));
         return false;
     }
-    FormatTextW(wszPath, L"%s%s%s", wszModule, LOGS, pwszFileName);
+    CopyTextW(wszPath, path.c_str());
     return true;
 }
 

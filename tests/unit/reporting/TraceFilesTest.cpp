@@ -1,3 +1,4 @@
+#include "FailingMemory.h"
 #include "ReportingBench.h"
 #include "StoreFilling.h"
 
@@ -9,6 +10,7 @@
 #include <algorithm>
 #include <functional>
 #include <limits>
+#include <new>
 
 namespace varnex::test
 {
@@ -134,6 +136,25 @@ TEST_CASE("nothing is created while the switch is off, absent or without a time 
     }
 }
 
+TEST_CASE("while the switch is off no values are collected")
+{
+    ReportingBench bench;
+    std::vector<Filling<int>> processors;
+    for (int i = 0; i < 37; ++i)
+    {
+        processors.push_back({std::to_wstring(i), {i}});
+    }
+    FillCpus(processors);
+    FailingMemory memory(bench.imports, 37 * sizeof(std::int64_t));
+    memory.FailBlock(1);
+    bench.registry.SetSwitch(0);
+    OutputCurrentCPUUtil(TIME, 37);
+    CHECK(memory.Failed() == 0);
+    bench.registry.SetSwitch(1);
+    CHECK_THROWS_AS(OutputCurrentCPUUtil(TIME, 37), std::bad_alloc);
+    CHECK(memory.Failed() == 1);
+}
+
 TEST_CASE("without a history there is no trace, and the header waits for one")
 {
     for (const Trace& trace : AllTraces())
@@ -241,6 +262,7 @@ TEST_CASE("the path of a trace file lies in Logs beside the module's directory")
         {L"X:\\dir\\x.dll", L"X:\\Logs\\CPUUtil.log"},
         {L"\\\\host\\share\\bin\\x.dll", L"\\\\host\\share\\Logs\\CPUUtil.log"},
         {L"D:\\\x4E2D\\bin\\x.dll", L"D:\\\x4E2D\\Logs\\CPUUtil.log"},
+        {L"X:\\x.dll", L"X:\\Logs\\CPUUtil.log"}, // not the current drive's
     }));
     ReportingBench bench;
     bench.path.Set(rule.pwszModule);
@@ -252,7 +274,7 @@ TEST_CASE("the path of a trace file lies in Logs beside the module's directory")
 
 TEST_CASE("a trace path of 259 characters fits and one of 260 does not")
 {
-    const std::size_t cchPath = GENERATE(as<std::size_t>{}, 258, 259, 260, 261, 400);
+    const std::size_t cchPath = GENERATE(as<std::size_t>{}, 258, 259, 260, 261, 400, 1024, 32'000);
     ReportingBench bench;
     const std::wstring tail = L"\\Logs\\CPUUtil.log";
     const std::wstring parent = L"D:\\" + std::wstring(cchPath - tail.size() - 3, L'p');
@@ -385,6 +407,24 @@ TEST_CASE("an adapter's name is written in the system's code page")
     OutputNetwork(TIME);
     const std::string name = AnsiFromWide(L"Karte f\xFCr \x4E2D");
     CHECK(Bytes(bench, L"NetworkUtil.log") == "Time\t\t" + name + "--1\r\n2026-01-31 12:00:00\t1\r\n");
+}
+
+TEST_CASE("under the UTF-8 code page a header of three bytes for a character is whole and ends its line")
+{
+    ReportingBench bench;
+    bench.imports.Replace<decltype(::WideCharToMultiByte)>(
+        "WideCharToMultiByte",
+        [](UINT, DWORD, LPCWCH pwchText, int cchText, LPSTR pchTarget, int cbTarget, LPCCH, LPBOOL)
+        { return WideCharToMultiByte(CP_UTF8, 0, pwchText, cchText, pchTarget, cbTarget, nullptr, nullptr); });
+    bench.registry.SetSwitch(1);
+    FillCards({TracedCard(2, std::wstring(200, L'\x4E2D'), 1)});
+    OutputNetwork(TIME);
+    std::string name;
+    for (int i = 0; i < 200; ++i)
+    {
+        name += "\xE4\xB8\xAD";
+    }
+    CHECK(Bytes(bench, L"NetworkUtil.log") == "Time\t\t" + name + "-2\r\n2026-01-31 12:00:00\t1\r\n");
 }
 
 } // namespace varnex::test
