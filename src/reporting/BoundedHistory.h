@@ -37,23 +37,16 @@ public:
         }
     }
 
-    std::size_t Size() const noexcept
-    {
-        return m_samples.size();
-    }
+    std::size_t Size() const noexcept { return m_samples.size(); }
     // The sample that many places before the newest one; nBack is below Size().
     const Sample& FromNewest(std::size_t nBack) const noexcept
     {
         return m_samples[(m_nOldest + m_samples.size() - 1 - nBack) % m_samples.size()];
     }
-    const Sample& Newest() const noexcept
-    {
-        return FromNewest(0);
-    }
-    const Sample& Oldest() const noexcept
-    {
-        return m_samples[m_nOldest];
-    }
+    // Only of a history that is not empty.
+    const Sample& Newest() const noexcept { return FromNewest(0); }
+    // Only of a history that is not empty.
+    const Sample& Oldest() const noexcept { return m_samples[m_nOldest]; }
 
 private:
     std::vector<Sample> m_samples; // in order while it grows, then a ring

@@ -12,13 +12,13 @@ namespace varnex
 
 struct CpuEntry
 {
-    wchar_t wszIndex[16]; // only the first character of the instance's name
+    wchar_t wszIndex[16];      // only the first character of the instance's name
     std::int32_t nUtilization; // percent
 };
 
 struct MemoryEntry
 {
-    std::int32_t nPhysicalUtilization;   // percent
+    std::int32_t nPhysicalUtilization; // percent
     std::uint32_t nPhysicalMB;
     std::int32_t nPagingFileUtilization; // percent
     std::uint32_t nPagingFileMB;
@@ -26,7 +26,7 @@ struct MemoryEntry
 
 struct DiskEntry
 {
-    wchar_t wszIndex[128]; // only the first character of the instance's name
+    wchar_t wszIndex[128];    // only the first character of the instance's name
     std::int64_t nThroughput; // bytes per second
 };
 
@@ -48,9 +48,9 @@ struct UtilizationReport
     std::vector<NetworkEntry> cards;
 };
 
-// Averages the histories over the newest nTotalSampleNum samples, of which at least nMinSampleNum must be valid, into
-// the report, and writes it as XML. Also cuts the adapters' histories to that many records. Takes each store's lock for
-// itself; the calling thread has initialised COM.
+// Averages the histories over the newest nTotalSampleNum samples (1 or more), of which at least nMinSampleNum must be
+// valid, into the report, and writes it as XML. Also cuts the adapters' histories to that many records. Takes each
+// store's lock for itself; the calling thread has initialised COM.
 // Returns the text, or null for a null report and a document that could not be built (logged). Throws std::bad_alloc.
 UniqueBstr CreatePKIXMLToMMF(std::uint32_t nTotalSampleNum, std::uint32_t nMinSampleNum, UtilizationReport* pReport);
 

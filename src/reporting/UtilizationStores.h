@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace varnex
@@ -25,7 +26,8 @@ public:
     using Names = InstanceNames<wchar_t>;
     using History = BoundedHistory<Sample>;
 
-    // Takes new names and empty histories for them, both at once. Throws std::bad_alloc, with the store empty then.
+    // Takes the lock. Takes new names and empty histories for them, both at once. Throws std::bad_alloc, with the store
+    // empty then.
     std::shared_ptr<const Names> Publish(Names names)
     {
         const StoreLockHold hold(lock);
@@ -35,7 +37,7 @@ public:
         m_names = std::move(shared);
         return m_names;
     }
-    // A sample for which there is no history is dropped.
+    // Takes the lock. A sample for which there is no history is dropped. Throws std::bad_alloc.
     void Append(std::size_t nInstance, Sample sample)
     {
         const StoreLockHold hold(lock);
@@ -56,10 +58,7 @@ public:
         return nInstance < m_histories.size() ? m_histories[nInstance] : EMPTY;
     }
     // Under the lock.
-    const std::vector<History>& All() const noexcept
-    {
-        return m_histories;
-    }
+    const std::vector<History>& All() const noexcept { return m_histories; }
     // Under the lock. Frees everything.
     void Clear() noexcept
     {
@@ -78,6 +77,7 @@ private:
 class MemoryHistories
 {
 public:
+    // Takes the lock. Throws std::bad_alloc; the physical value may be in then and the other one not.
     void Append(int nPhysical, int nPagingFile)
     {
         const StoreLockHold hold(lock);
@@ -100,10 +100,19 @@ public:
 class NetworkHistories
 {
 public:
-    // Under the lock.
+    // Under the lock. Throws std::bad_alloc, and leaves no history without a record then: readers of the map take each
+    // one's oldest and newest record.
     void Append(const NetworkCard& card)
     {
-        histories[card.InterfaceIndex].Append(card);
+        const auto found = histories.find(card.InterfaceIndex);
+        if (found != histories.end())
+        {
+            found->second.Append(card);
+            return;
+        }
+        BoundedHistory<NetworkCard> history;
+        history.Append(card);
+        histories.emplace(card.InterfaceIndex, std::move(history));
     }
     // Under the lock. Frees everything.
     void Clear() noexcept
@@ -114,15 +123,15 @@ public:
 
     StoreLock lock;
     NetworkUtilizationCollector collector;
-    std::map<DWORD, BoundedHistory<NetworkCard>> histories;
+    std::map<DWORD, BoundedHistory<NetworkCard>> histories; // none of them empty
 };
 
 // The stores of this process.
 struct UtilizationStores
 {
-    NamedHistories<int> cpu;            // percent
-    MemoryHistories memory;             // percent
-    NamedHistories<std::int64_t> disk;  // bytes per second
+    NamedHistories<int> cpu;           // percent
+    MemoryHistories memory;            // percent
+    NamedHistories<std::int64_t> disk; // bytes per second
     NetworkHistories network;
 };
 UtilizationStores& Stores() noexcept;

@@ -77,14 +77,16 @@ DWORD CPKIUtlNetworkThread::Run()
         Log()->Level1A("CPKIUtlNetworkThread -- initialize COM interface failed(0x%08x).", apartment.Result());
         return static_cast<DWORD>(-1);
     }
-    StopExceptions("CPKIUtlNetworkThread", false, [] {
-        RefreshCards("CPKIUtlNetworkThread -- MainThread -- Update Network Card Info failed(0x%08x).");
-        return true;
-    });
-    RunSamplerCycles(*this, "MonPKIUtlNetworkThread", [this] { RunCycle(*this); });
+    StopExceptions("CPKIUtlNetworkThread", false,
+                   []
+                   {
+                       RefreshCards("CPKIUtlNetworkThread -- MainThread -- Update Network Card Info failed(0x%08x).");
+                       return true;
+                   });
+    RunSamplerCycles(*this, "CPKIUtlNetworkThread", [this] { RunCycle(*this); });
     DismantleWorker(this, g_pUtlNetworkThread);
     Log()->Level3A("MonPKIUtlNetworkThread -- Network PKI Utilization thread end...");
-    ThreadApartment::Leave();
+    ThreadApartment::Leave(); // also after a refusal that was tolerated, once too often: it has always been so
     return 1;
 }
 

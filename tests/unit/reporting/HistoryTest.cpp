@@ -3,6 +3,7 @@
 
 #include <catch2/catch.hpp>
 
+#include <new>
 #include <numeric>
 
 namespace varnex::test
@@ -100,6 +101,33 @@ TEST_CASE("a sample for which there is no history is dropped, and a missing hist
     store.Append(0, 6);
     CHECK(SamplesOf(store.Of(0)) == std::vector<std::int64_t>{6});
     CHECK(store.Of(1).Size() == 0);
+}
+
+TEST_CASE("an adapter's history that could not be begun is not there, whichever memory was missing")
+{
+    ReportingBench bench;
+    NetworkHistories& store = Stores().network;
+    const StoreLockHold hold(store.lock);
+    const NetworkCard card = MakeCard(2, L"00", 1, 1);
+    for (ULONGLONG ullBlock = 1; ullBlock <= 2; ++ullBlock) // the record's, and that of its place in the map
+    {
+        CAPTURE(ullBlock);
+        bench.imports.FailCall("malloc", ullBlock, FailMode::Once, ERROR_NOT_ENOUGH_MEMORY);
+        bool bThrown = false;
+        try
+        {
+            store.Append(card);
+        }
+        catch (const std::bad_alloc&)
+        {
+            bThrown = true;
+        }
+        bench.imports.StopFailing("malloc");
+        CHECK(bThrown);
+        CHECK(store.histories.empty());
+    }
+    store.Append(card);
+    CHECK(store.histories.at(2).Size() == 1);
 }
 
 TEST_CASE("names outlive a clean-up for whoever holds them")

@@ -1,13 +1,11 @@
 #include "ComJournal.h"
+#include "FailingMemory.h"
 #include "SamplerBench.h"
 #include "StoreFilling.h"
 
 #include "reporting/UtlNetworkThread.h"
 
 #include <catch2/catch.hpp>
-
-#include <atomic>
-#include <cstdlib>
 
 namespace varnex::test
 {
@@ -41,33 +39,8 @@ const NetworkCard& NewestOf(DWORD dwInterfaceIndex)
     return Stores().network.histories.at(dwInterfaceIndex).Newest();
 }
 
-// Lets the collector's first look at the table fail for want of memory: it asks for 8 bytes, and nothing else does.
-class TableMemory
-{
-public:
-    explicit TableMemory(ImportRedirector& redirector) : m_redirector(redirector)
-    {
-        redirector.Replace<void*(std::size_t)>("malloc",
-                                               [this](std::size_t cb) -> void*
-                                               {
-                                                   const bool bFails =
-                                                       cb == 8 && m_nUntilFailure > 0 && --m_nUntilFailure == 0;
-                                                   m_nFailed += bFails ? 1 : 0;
-                                                   return bFails ? nullptr : std::malloc(cb);
-                                               });
-    }
-    ~TableMemory() { m_redirector.Restore("malloc"); }
-    TableMemory(const TableMemory&) = delete;
-    TableMemory& operator=(const TableMemory&) = delete;
-
-    void FailLook(int nLook) { m_nUntilFailure = nLook; }
-    int Failed() const { return m_nFailed; }
-
-private:
-    ImportRedirector& m_redirector;
-    std::atomic<int> m_nUntilFailure{0};
-    std::atomic<int> m_nFailed{0};
-};
+// What the collector's first look at the table asks for, and nothing else does.
+constexpr std::size_t TABLE_LOOK_BYTES = 8;
 
 } // namespace
 
@@ -178,13 +151,13 @@ TEST_CASE("a cycle in which a collection failed appends nothing and goes on")
     CAPTURE(nLook);
     ReportingBench bench;
     bench.SetOneCard();
-    TableMemory memory(bench.imports);
+    FailingMemory memory(bench.imports, TABLE_LOOK_BYTES);
     NetworkRun run(bench);
     bench.clock.Advance(1);
     REQUIRE(RecordsOf(2) == 1);
     const std::size_t nQueries = bench.wmi.Calls().size();
 
-    memory.FailLook(nLook);
+    memory.FailBlock(nLook);
     bench.clock.Advance(61);
     CHECK(memory.Failed() == 1);
     CHECK(RecordsOf(2) == 1);
@@ -198,14 +171,50 @@ TEST_CASE("a first collection that failed is not followed by the second's pause"
 {
     ReportingBench bench;
     bench.SetOneCard();
-    TableMemory memory(bench.imports);
-    memory.FailLook(1);
+    FailingMemory memory(bench.imports, TABLE_LOOK_BYTES);
+    memory.FailBlock(1);
     NetworkRun run(bench);
     bench.clock.AdvanceMs(60'999); // the second cycle measures since a second, but for a millisecond
     CHECK(RecordsOf(2) == 0);
     bench.clock.AdvanceMs(1);
     CHECK(memory.Failed() == 1);
     CHECK(RecordsOf(2) == 1);
+}
+
+TEST_CASE("without memory for a new adapter's first record a cycle is given up, and no empty history stays behind")
+{
+    ReportingBench bench;
+    bench.SetOneCard();
+    bench.registry.SetSwitch(1);
+    FailingMemory memory(bench.imports, sizeof(NetworkCard));
+    NetworkRun run(bench);
+    memory.FailBlock(1); // the card list has its record already
+    bench.clock.Advance(1);
+    CHECK(memory.Failed() == 1);
+    CHECK(Stores().network.histories.empty());
+    CHECK_THAT(bench.ReadLog(), HasLine(1, "CPKIUtlNetworkThread -- exception stopped(std::bad_alloc)."));
+    CHECK_FALSE(FileExists(bench.tree.InLogs(L"NetworkUtil.log")));
+    bench.clock.Advance(61);
+    CHECK(RecordsOf(2) == 1);
+    CHECK(FileExists(bench.tree.InLogs(L"NetworkUtil.log")));
+    CHECK(bench.ReadLog().CountOfLevel(1) == 1);
+}
+
+TEST_CASE(
+    "an exception in the network sampler's first refresh is logged, and the first cycle's refresh finds the cards")
+{
+    ReportingBench bench;
+    bench.SetOneCard();
+    FailingMemory memory(bench.imports, sizeof(NetworkCard));
+    memory.FailBlock(1);
+    NetworkRun run(bench);
+    CHECK(memory.Failed() == 1);
+    CHECK_THAT(bench.ReadLog(), HasLine(1, "CPKIUtlNetworkThread -- exception stopped(std::bad_alloc)."));
+    bench.clock.Advance(1);
+    CHECK(RecordsOf(2) == 0);
+    bench.clock.Advance(61);
+    CHECK(RecordsOf(2) == 1);
+    CHECK(bench.ReadLog().CountOfLevel(1) == 1);
 }
 
 TEST_CASE("a card that vanished keeps its history, a new one gets its own, and names do not matter")
