@@ -20,10 +20,12 @@ void RunSamplerCycles(const CAlertReachPKIThread& worker, const char* pszSampler
     constexpr int WAIT_SECONDS = 60;
     while (worker.IsRunning())
     {
-        StopExceptions(pszSampler, false, [&cycle] {
-            cycle();
-            return true;
-        });
+        StopExceptions(pszSampler, false,
+                       [&cycle]
+                       {
+                           cycle();
+                           return true;
+                       });
         for (int nSecond = 0; nSecond < WAIT_SECONDS && worker.IsRunning(); ++nSecond)
         {
             Sleep(1000);

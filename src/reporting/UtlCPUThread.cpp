@@ -1,12 +1,11 @@
 #include "reporting/UtlCPUThread.h"
 
 #include "common/Com.h"
-#include "common/LocalTime.h"
 #include "config/XmlConfig.h"
 #include "entry/ModuleState.h"
+#include "reporting/NamedSampler.h"
 #include "reporting/SamplerLoop.h"
 #include "reporting/TraceFiles.h"
-#include "reporting/UtilizationStores.h"
 #include "sampling/CpuSampling.h"
 
 namespace varnex
@@ -14,29 +13,6 @@ namespace varnex
 
 namespace
 {
-
-using Names = NamedHistories<int>::Names;
-
-// Null (logged) when there is nothing to sample.
-std::shared_ptr<const Names> BeginHistories()
-{
-    try
-    {
-        Names names = GetCPUNameListW();
-        const bool bEmpty = names.empty();
-        auto published = Stores().cpu.Publish(std::move(names));
-        if (!bEmpty)
-        {
-            return published;
-        }
-        Log()->Level1A("MonPKIUtlCPUThread --  Fail to get CPU name list, Exit!");
-    }
-    catch (const std::bad_alloc&)
-    {
-        Log()->Level1A("MonPKIUtlCPUThread -- fail to alloc CPU utilization list, exit!");
-    }
-    return nullptr;
-}
 
 int SampleProcessor(const wchar_t* pwszName)
 {
@@ -49,22 +25,15 @@ int SampleProcessor(const wchar_t* pwszName)
     return FAILED_SAMPLE;
 }
 
-void RunCycle(CPKIUtlCPUThread& worker, const Names& names)
+void RunCycle(CPKIUtlCPUThread& worker, const SampledNames& names)
 {
-    worker.UpdateAlertPolicy();
     wchar_t wszTime[TIME_CHARS];
-    FormatLocalTimeW(SecondsNow(), wszTime);
-    for (std::size_t i = 0; i < names.size(); ++i)
+    OpenCycle(worker, wszTime);
+    if (SampleInstances(worker, Stores().cpu, names, SampleProcessor,
+                        L"MonPKIUtlCPUThread -- (%s)(CPU:%s) usage value(%d)", wszTime))
     {
-        if (!worker.IsRunning())
-        {
-            return; // many idle processors take longer than a stop waits
-        }
-        const int nSample = SampleProcessor(names[i].get());
-        Stores().cpu.Append(i, nSample);
-        Log()->Level4W(L"MonPKIUtlCPUThread -- (%s)(CPU:%s) usage value(%d)", wszTime, names[i].get(), nSample);
+        OutputCurrentCPUUtil(wszTime, names.size());
     }
-    OutputCurrentCPUUtil(wszTime, names.size());
 }
 
 } // namespace
@@ -89,7 +58,9 @@ DWORD CPKIUtlCPUThread::Run()
         Log()->Level1A("MonPKIUtlCPUThread -- initialize COM interface failed(0x%08x).", apartment.Result());
         return static_cast<DWORD>(-1);
     }
-    const auto names = BeginHistories();
+    const auto names =
+        BeginHistories(Stores().cpu, GetCPUNameListW, "MonPKIUtlCPUThread --  Fail to get CPU name list, Exit!",
+                       "MonPKIUtlCPUThread -- fail to alloc CPU utilization list, exit!");
     if (names == nullptr)
     {
         return 1; // keeps its slot and leaves COM initialised
@@ -97,7 +68,7 @@ DWORD CPKIUtlCPUThread::Run()
     RunSamplerCycles(*this, "MonPKIUtlCPUThread", [&] { RunCycle(*this, *names); });
     DismantleWorker(this, g_pUtlCPUThread);
     Log()->Level3A("MonPKIUtlCPUThread --  CPU PKI Utilization thread exit...");
-    ThreadApartment::Leave();
+    ThreadApartment::Leave(); // also after a refusal that was tolerated, once too often: it has always been so
     return 1;
 }
 

@@ -1,11 +1,10 @@
 #include "reporting/UtlDiskThread.h"
 
 #include "common/AnsiText.h"
-#include "common/LocalTime.h"
 #include "entry/ModuleState.h"
+#include "reporting/NamedSampler.h"
 #include "reporting/SamplerLoop.h"
 #include "reporting/TraceFiles.h"
-#include "reporting/UtilizationStores.h"
 #include "sampling/DiskSampling.h"
 
 namespace varnex
@@ -14,32 +13,11 @@ namespace varnex
 namespace
 {
 
-using Names = NamedHistories<std::int64_t>::Names;
-
 constexpr std::size_t ANSI_NAME_CHARS = 128;
 
-// Null (logged) when there is nothing to sample.
-std::shared_ptr<const Names> BeginHistories()
-{
-    try
-    {
-        Names names = GetDiskNameListW();
-        const bool bEmpty = names.empty();
-        auto published = Stores().disk.Publish(std::move(names));
-        if (!bEmpty)
-        {
-            return published;
-        }
-        Log()->Level1A("MonPKIUtlDiskThread --  Fail to get Disk name list, Exit!");
-    }
-    catch (const std::bad_alloc&)
-    {
-        Log()->Level1A("MonPKIUtlDiskThread -- fail to alloc physical disk list, exit!");
-    }
-    return nullptr;
-}
-
-// The single measurement for a wide name.
+// The single measurement for a wide name. The check is for form's sake: the enumeration gives no null name. It is
+// logged, not printed as the 8-bit measurement's own is, since a host's standard output goes nowhere; the text's line
+// end leaves an empty line in the log.
 int GetSingleDiskThroughputW(const wchar_t* pwszDiskName, std::int64_t* pnBytesPerSecond)
 {
     if (pwszDiskName == nullptr)
@@ -67,22 +45,15 @@ std::int64_t SampleDisk(const wchar_t* pwszName)
     return FAILED_SAMPLE;
 }
 
-void RunCycle(CPKIUtlDiskThread& worker, const Names& names)
+void RunCycle(CPKIUtlDiskThread& worker, const SampledNames& names)
 {
-    worker.UpdateAlertPolicy();
     wchar_t wszTime[TIME_CHARS];
-    FormatLocalTimeW(SecondsNow(), wszTime);
-    for (std::size_t i = 0; i < names.size(); ++i)
+    OpenCycle(worker, wszTime);
+    if (SampleInstances(worker, Stores().disk, names, SampleDisk,
+                        L"MonPKIUtlDiskThread -- (%s)(Disk:%s) throughput(%lld B/S)", wszTime))
     {
-        if (!worker.IsRunning())
-        {
-            return; // many idle disks take longer than a stop waits
-        }
-        const std::int64_t nSample = SampleDisk(names[i].get());
-        Stores().disk.Append(i, nSample);
-        Log()->Level4W(L"MonPKIUtlDiskThread -- (%s)(Disk:%s) throughput(%lld B/S)", wszTime, names[i].get(), nSample);
+        OutputCurrentDiskUtil(wszTime);
     }
-    OutputCurrentDiskUtil(wszTime);
 }
 
 } // namespace
@@ -100,7 +71,9 @@ int CPKIUtlDiskThread::UpdateAlertPolicy()
 DWORD CPKIUtlDiskThread::Run()
 {
     Log()->Level3A("MonPKIUtlDiskThread --  Physical Disk PKI Utilization thread begin...");
-    const auto names = BeginHistories();
+    const auto names =
+        BeginHistories(Stores().disk, GetDiskNameListW, "MonPKIUtlDiskThread --  Fail to get Disk name list, Exit!",
+                       "MonPKIUtlDiskThread -- fail to alloc physical disk list, exit!");
     if (names == nullptr)
     {
         return 1; // keeps its slot

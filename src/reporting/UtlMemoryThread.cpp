@@ -1,6 +1,5 @@
 #include "reporting/UtlMemoryThread.h"
 
-#include "common/LocalTime.h"
 #include "entry/ModuleState.h"
 #include "reporting/SamplerLoop.h"
 #include "reporting/TraceFiles.h"
@@ -31,9 +30,8 @@ void LogTotalSizes() noexcept
 
 void RunCycle(CPKIUtlMemoryThread& worker)
 {
-    worker.UpdateAlertPolicy();
     wchar_t wszTime[TIME_CHARS];
-    FormatLocalTimeW(SecondsNow(), wszTime);
+    OpenCycle(worker, wszTime);
     unsigned nPhysical = 0;
     unsigned nPagingFile = 0;
     const int nResult = GetAvaMemoryUtilization(&nPhysical, &nPagingFile);

@@ -1,4 +1,5 @@
 #include "ComJournal.h"
+#include "FailingMemory.h"
 #include "SamplerBench.h"
 #include "StoreFilling.h"
 
@@ -152,6 +153,22 @@ TEST_CASE("without memory for the histories the disk sampler ends and keeps its 
     const LogFile log = bench.ReadLog();
     CHECK(log.CountOfLevel(1) == 1);
     CHECK_THAT(log, HasLine(1, "MonPKIUtlDiskThread -- fail to alloc physical disk list, exit!"));
+}
+
+TEST_CASE("an exception in a cycle is logged, and the disk sampler goes on a minute later")
+{
+    ReportingBench bench;
+    bench.SetDisks({L"0 C:"});
+    FailingMemory memory(bench.imports, 2 * sizeof(std::int64_t)); // the second sample's, when the first one moves
+    DiskRun run(bench);
+    memory.FailBlock(1);
+    bench.clock.Advance(60);
+    CHECK(memory.Failed() == 1);
+    CHECK(Samples(0) == Throughputs{1000});
+    CHECK_THAT(bench.ReadLog(), HasLine(1, "MonPKIUtlDiskThread -- exception stopped(std::bad_alloc)."));
+    bench.clock.Advance(60);
+    CHECK(Samples(0) == Throughputs{1000, 1000});
+    CHECK(bench.ReadLog().CountOfLevel(1) == 1);
 }
 
 TEST_CASE("a disk's name is cut to 127 characters for the measurement")

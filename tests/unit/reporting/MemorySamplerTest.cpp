@@ -1,4 +1,5 @@
 #include "ComJournal.h"
+#include "FailingMemory.h"
 #include "SamplerBench.h"
 #include "StoreFilling.h"
 
@@ -103,6 +104,23 @@ TEST_CASE("after 1441 cycles both memory histories hold 1440 samples, without th
     bench.clock.Advance(60);
     CHECK(Physical() == std::vector<int>(1440, 50));
     CHECK(PagingFile() == std::vector<int>(1440, 25));
+}
+
+TEST_CASE("an exception in a cycle is logged, and the memory sampler goes on a minute later")
+{
+    ReportingBench bench;
+    FailingMemory memory(bench.imports, 2 * sizeof(int)); // the second sample's, when the first one moves
+    MemoryRun run(bench);
+    memory.FailBlock(1);
+    bench.clock.Advance(60);
+    CHECK(memory.Failed() == 1);
+    CHECK(Physical() == std::vector<int>{50});
+    CHECK(PagingFile() == std::vector<int>{25});
+    CHECK_THAT(bench.ReadLog(), HasLine(1, "MonPKIUtlMemoryThread -- exception stopped(std::bad_alloc)."));
+    bench.clock.Advance(60);
+    CHECK(Physical() == std::vector<int>{50, 50});
+    CHECK(PagingFile() == std::vector<int>{25, 25});
+    CHECK(bench.ReadLog().CountOfLevel(1) == 1);
 }
 
 TEST_CASE("a stop request during the memory sampler's wait is noticed within a second")
