@@ -21,7 +21,7 @@ bool MakeEvent(EveryoneAccess& access, const wchar_t* pwszName) noexcept
         Log()->Level1W(L"PrepareSendingMMFAndEvent -- CreateEvent fail(%d), Event Name(%s)", dwError, pwszName);
         return false;
     }
-    (void)event.Release(); // stays open for the life of the module
+    (void)event.Release(); // stays open until the process ends
     return true;
 }
 
@@ -58,7 +58,7 @@ int PrepareSendingMMFAndEvent() noexcept
                        REPORT_SECTION_NAME, REPORT_SECTION_BYTES);
         return 1;
     }
-    const HANDLE hSection = section.Release(); // stays open for the life of the module
+    const HANDLE hSection = section.Release(); // stays open until the process ends
     const UniqueView view = MapReportSection(hSection);
     if (!view)
     {

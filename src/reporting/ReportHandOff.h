@@ -26,8 +26,8 @@ static_assert(sizeof(ReportSection) == REPORT_SECTION_BYTES && offsetof(ReportSe
 constexpr std::size_t MAX_REPORT_CHARS = sizeof(ReportSection::awchText) / sizeof(wchar_t);
 
 // Makes the locks of the sample stores, the two events and the section, open to every account; called once at attach.
-// The handles are never closed, so that the objects live as long as the module. Failures are logged and end it; always
-// returns 1.
+// The handles are never closed: the objects live until the process ends, after an unload of the module too. Failures
+// are logged and end it; always returns 1.
 int PrepareSendingMMFAndEvent() noexcept;
 
 // Maps the whole section; null, with the reason as last error, when that cannot be done or when the section is not one

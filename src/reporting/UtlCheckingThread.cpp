@@ -6,7 +6,6 @@
 #include "diag/ExceptionBarrier.h"
 #include "entry/ModuleState.h"
 #include "reporting/ReportHandOff.h"
-#include "reporting/SamplerLoop.h"
 #include "reporting/UtilizationReport.h"
 
 #include <cstring>
@@ -21,7 +20,8 @@ constexpr DWORD REQUEST_WAIT_MS = 4'200'000; // then the event is opened anew
 constexpr DWORD NO_EVENT_PAUSE_MS = 10'000;
 constexpr DWORD NO_REQUEST_PAUSE_MS = 3'000;
 
-UniqueHandle OpenNamedEvent(const wchar_t* pwszName) noexcept
+// Null, logged and ten seconds later, when there is none: every caller tries again.
+UniqueHandle OpenNamedEventOrPause(const wchar_t* pwszName) noexcept
 {
     UniqueHandle event(OpenEventW(EVENT_ALL_ACCESS, FALSE, pwszName));
     if (!event)
@@ -37,14 +37,16 @@ UniqueHandle OpenNamedEvent(const wchar_t* pwszName) noexcept
 UniqueBstr MakeReport(std::uint32_t nTotal, std::uint32_t nMinimum) noexcept
 {
     UniqueBstr text;
-    StopExceptions("CPKIUtlCheckingThread", false, [&] {
-        UtilizationReport report;
-        wchar_t wszTime[TIME_CHARS];
-        FormatLocalTimeW(SecondsNow(), wszTime);
-        CopyTextW(report.wszTime, wszTime);
-        text = CreatePKIXMLToMMF(nTotal, nMinimum, &report);
-        return true;
-    });
+    StopExceptions("CPKIUtlCheckingThread", false,
+                   [&]
+                   {
+                       UtilizationReport report;
+                       wchar_t wszTime[TIME_CHARS];
+                       FormatLocalTimeW(SecondsNow(), wszTime);
+                       CopyTextW(report.wszTime, wszTime);
+                       text = CreatePKIXMLToMMF(nTotal, nMinimum, &report);
+                       return true;
+                   });
     return text;
 }
 
@@ -54,20 +56,22 @@ void WriteReport(ReportSection& section, const UniqueBstr& text) noexcept
     const std::size_t cchText = SysStringLen(text.Get());
     Log()->Level3A("CPKIUtlCheckingThread -- Create PKI XML Finish, Buffer size(%d).",
                    static_cast<int>(cchText * sizeof(wchar_t)));
+    section.nTextLength = 0;
     if (!text)
     {
         Log()->Level1A("CPKIUtlCheckingThread -- the report could not be built, length 0 is handed over.");
+        return;
     }
-    else if (cchText > MAX_REPORT_CHARS)
+    if (cchText > MAX_REPORT_CHARS)
     {
         Log()->Level1A("CPKIUtlCheckingThread -- the report is too large(%d bytes, the section holds %d), length 0 is "
                        "handed over.",
                        static_cast<int>(cchText * sizeof(wchar_t)),
                        static_cast<int>(MAX_REPORT_CHARS * sizeof(wchar_t)));
+        return;
     }
-    const std::size_t cchWritten = cchText <= MAX_REPORT_CHARS ? cchText : 0;
-    section.nTextLength = static_cast<std::uint32_t>(cchWritten);
-    std::memcpy(section.awchText, text.Text(), cchWritten * sizeof(wchar_t));
+    std::memcpy(section.awchText, text.Text(), cchText * sizeof(wchar_t));
+    section.nTextLength = static_cast<std::uint32_t>(cchText);
     Log()->Level4A("CPKIUtlCheckingThread -- saved PKI Utilization XML into MMF finish.");
 }
 
@@ -109,7 +113,7 @@ bool AnswerRequest() noexcept
 // The section is complete: the finish event is set first, the begin event reset after it.
 void TellFinished(HANDLE hBegin) noexcept
 {
-    const UniqueHandle finish = OpenNamedEvent(FINISH_EVENT_NAME);
+    const UniqueHandle finish = OpenNamedEventOrPause(FINISH_EVENT_NAME);
     if (!finish)
     {
         return;
@@ -124,7 +128,7 @@ void TellFinished(HANDLE hBegin) noexcept
 // One request, or one wait without any. False for the stop command.
 bool RunRequestCycle(const CPKIUtlCheckingThread& worker) noexcept
 {
-    UniqueHandle begin = OpenNamedEvent(BEGIN_EVENT_NAME);
+    UniqueHandle begin = OpenNamedEventOrPause(BEGIN_EVENT_NAME);
     if (!begin)
     {
         return true;
@@ -133,8 +137,7 @@ bool RunRequestCycle(const CPKIUtlCheckingThread& worker) noexcept
     if (WaitForSingleObject(begin.Get(), REQUEST_WAIT_MS) != WAIT_OBJECT_0)
     {
         const DWORD dwError = GetLastError();
-        Log()->Level1A("CPKIUtlCheckingThread -- WaitForSingleObject event for calculation PKI utl fail(%d).",
-                       dwError);
+        Log()->Level1A("CPKIUtlCheckingThread -- WaitForSingleObject event for calculation PKI utl fail(%d).", dwError);
         begin.Reset();
         Sleep(NO_REQUEST_PAUSE_MS);
         return true;
@@ -177,7 +180,8 @@ DWORD CPKIUtlCheckingThread::Run()
     while (IsRunning() && RunRequestCycle(*this))
     {
     }
-    // Unlike the samplers this thread uninitialises COM before it is dismantled.
+    // Unlike the samplers this thread uninitialises COM before it is dismantled; like them also after a refusal that
+    // was tolerated, once too often: it has always been so.
     ThreadApartment::Leave();
     DismantleWorker(this, g_pUtlCheckingThread);
     Log()->Level3A("CPKIUtlCheckingThread -- thread exit...");

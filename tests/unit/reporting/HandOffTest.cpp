@@ -1,3 +1,4 @@
+#include "ForeignSection.h"
 #include "ReportingBench.h"
 
 #include "reporting/ReportHandOff.h"
@@ -123,21 +124,31 @@ TEST_CASE("preparing ends at the first object that cannot be made")
 
 TEST_CASE("a section of that name that somebody else made with other memory is not touched")
 {
+    const bool bReserved = GENERATE(false, true);
+    CAPTURE(bReserved);
     ReportingBench bench;
-    const DWORD dwReserve = GENERATE(DWORD{PAGE_READWRITE} | SEC_RESERVE, DWORD{PAGE_READWRITE} | SEC_COMMIT);
-    const bool bReserved = (dwReserve & SEC_RESERVE) != 0;
-    const std::wstring key = MakePrivateKey();
-    UniqueHandle section;
-    {
-        const UnscriptedScope unscripted;
-        section.Reset(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, dwReserve, 0, bReserved ? 32768 : 4096,
-                                         PrivateName(SECTION_NAME, key).c_str()));
-    }
-    REQUIRE(section);
-    const UniqueView view = MapReportSection(section.Get());
+    const ForeignSection foreign(bReserved);
+    const UniqueView view = MapReportSection(foreign.Handle());
     const DWORD dwError = GetLastError();
     CHECK_FALSE(view);
     CHECK(dwError != ERROR_SUCCESS);
+}
+
+TEST_CASE("preparing beside a section of somebody else's with other memory says so and leaves it alone")
+{
+    const bool bReserved = GENERATE(false, true);
+    CAPTURE(bReserved);
+    ReportingBench bench;
+    const ForeignSection foreign(bReserved);
+    const PrivateNames names(bench.imports, foreign.Key());
+    CHECK(PrepareSendingMMFAndEvent() == 1);
+    CHECK(names.Asked() == Asked{CREATE_BEGIN, CREATE_FINISH, CREATE_SECTION});
+    const LogFile log = bench.ReadLog();
+    REQUIRE(log.Lines().size() == 1);
+    CHECK(log.Lines()[0].nLevel == 1);
+    CHECK_THAT(log.Lines()[0].text, Catch::Matches("PrepareSendingMMFAndEvent -- MapViewOfFile fail\\([1-9][0-9]*\\), "
+                                                   "XML Buffer Size\\(32768\\)"));
+    CHECK(AreLocksFree());
 }
 
 } // namespace varnex::test

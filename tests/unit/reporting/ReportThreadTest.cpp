@@ -1,4 +1,5 @@
 #include "ComJournal.h"
+#include "ForeignSection.h"
 #include "ReportDocument.h"
 #include "SamplerBench.h"
 #include "StoreFilling.h"
@@ -267,6 +268,36 @@ TEST_CASE("a section that cannot be mapped is tried until the begin event is res
                                    "EE962879E787}) fail(8)") == BusyCycles::CYCLES);
 }
 
+TEST_CASE("a section of somebody else's that is too small or only reserved is not touched, over and over")
+{
+    const bool bReserved = GENERATE(false, true);
+    CAPTURE(bReserved);
+    ReportingBench bench;
+    const ForeignSection foreign(bReserved);
+    ReportRun run(bench);
+    int nOpened = 0;
+    bench.imports.Replace<decltype(::OpenFileMappingW)>(
+        "OpenFileMappingW",
+        [&](DWORD dwAccess, BOOL bInherit, LPCWSTR pwszName)
+        {
+            if (++nOpened == 5)
+            {
+                run.agent.ResetBegin();
+            }
+            return OpenFileMappingW(dwAccess, bInherit, PrivateName(pwszName, foreign.Key()).c_str());
+        });
+    run.Ask(60, 40);
+    CHECK(nOpened == 5);
+    CHECK_FALSE(run.agent.TakeFinish());
+    const LogFile log = bench.ReadLog();
+    CHECK(log.CountOfLevel(1) == 5);
+    CHECK(log.CountContaining("CPKIUtlCheckingThread -- MapViewOfFile(Global\\{EA7425FD-1ED7-4e48-B0CD-EE962879E787}) "
+                              "fail(") == 5);
+    CHECK(log.CountContaining("fail(0)") == 0);
+    CHECK_FALSE(run.HasEnded());
+    bench.imports.Restore("OpenFileMappingW");
+}
+
 TEST_CASE("a begin event that cannot be opened is looked for every ten seconds, and nothing leaks")
 {
     ReportingBench bench;
@@ -309,6 +340,28 @@ TEST_CASE("seventy minutes without a request give one message, a pause of three 
     bench.clock.AdvanceMs(4'200'000);
     CHECK(bench.ReadLog().CountContaining(pszPart) == 2);
     CHECK(bench.clock.SleepCount(3'000) == 2);
+    bench.clock.AdvanceMs(3'000);
+    run.Ask(60, 40);
+    CHECK(run.agent.TakeFinish());
+}
+
+TEST_CASE("a wait that ends without a request tells the last error and is begun anew")
+{
+    struct Rule
+    {
+        DWORD dwResult;
+        DWORD dwError;
+    };
+    const Rule rule = GENERATE(values<Rule>({{WAIT_FAILED, ERROR_INVALID_HANDLE}, {WAIT_TIMEOUT, 1234}}));
+    ReportingBench bench(1); // the thread's first lines, whose mutex is waited for as well, are not written
+    bench.imports.FailCall("WaitForSingleObject", 1, FailMode::Once, rule.dwError, rule.dwResult);
+    ReportRun run(bench);
+    REQUIRE(bench.imports.Failures("WaitForSingleObject") == 1);
+    const LogFile log = bench.ReadLog();
+    CHECK(log.Lines().size() == 1);
+    CHECK_THAT(log, HasLine(1, "CPKIUtlCheckingThread -- WaitForSingleObject event for calculation PKI utl fail(" +
+                                   std::to_string(rule.dwError) + ")."));
+    CHECK(bench.clock.SleepCount(3'000) == 1);
     bench.clock.AdvanceMs(3'000);
     run.Ask(60, 40);
     CHECK(run.agent.TakeFinish());
@@ -411,6 +464,7 @@ TEST_CASE("a report that cannot be built is handed over as length 0")
     CHECK(bench.imports.Failures(bNoDocument ? "CoCreateInstance" : "SysAllocString") == 1);
     const LogFile log = bench.ReadLog();
     CHECK(log.CountOfLevel(1) == 2);
+    CHECK(log.CountContaining("saved PKI Utilization XML") == 0);
     CHECK_THAT(log, HasLinesInOrder({{3, "CPKIUtlCheckingThread -- Create PKI XML Finish, Buffer size(0)."},
                                      {1, "CPKIUtlCheckingThread -- the report could not be built, length 0 is handed "
                                          "over."}}));
