@@ -28,14 +28,8 @@ struct Attribute
 class Decimal
 {
 public:
-    explicit Decimal(std::int64_t nValue) noexcept
-    {
-        FormatTextW(m_wszText, L"%lld", nValue);
-    }
-    const wchar_t* Text() const noexcept
-    {
-        return m_wszText;
-    }
+    explicit Decimal(std::int64_t nValue) noexcept { FormatTextW(m_wszText, L"%lld", nValue); }
+    const wchar_t* Text() const noexcept { return m_wszText; }
 
 private:
     wchar_t m_wszText[24];
@@ -47,11 +41,19 @@ Decimal SignedDecimal(std::uint32_t nValue) noexcept
     return Decimal(static_cast<std::int32_t>(nValue));
 }
 
+// Appends an element. A document object that says yes and gives no node has failed as well.
+HRESULT AppendElement(XmlDocument& document, IXMLDOMNode* pParent, const wchar_t* pwszName,
+                      ComPtr<IXMLDOMNode>& element) noexcept
+{
+    const HRESULT nResult = document.AppendElement(pParent, pwszName, element);
+    return SUCCEEDED(nResult) && !element ? E_FAIL : nResult;
+}
+
 // The document element, made when it is missing.
 HRESULT FindOrMakeRoot(XmlDocument& document, ComPtr<IXMLDOMNode>& root) noexcept
 {
     const HRESULT nResult = document.Find(ROOT_NAME, root);
-    return FAILED(nResult) || root ? nResult : document.AppendElement(nullptr, ROOT_NAME, root);
+    return FAILED(nResult) || root ? nResult : AppendElement(document, nullptr, ROOT_NAME, root);
 }
 
 // Writes the time into the element at a path, and makes the elements of the path that are missing.
@@ -72,7 +74,7 @@ HRESULT SetXMLPKIUtlValue(XmlDocument& document, const wchar_t* pwszNodePath, co
     }
     if (SUCCEEDED(nResult) && !time)
     {
-        nResult = document.AppendElement(root.Get(), L"Time", time);
+        nResult = AppendElement(document, root.Get(), L"Time", time);
     }
     if (FAILED(nResult))
     {
@@ -94,11 +96,11 @@ HRESULT SetXMLNodeValueEx(XmlDocument& document, const wchar_t* pwszName,
         return nResult;
     }
     ComPtr<IXMLDOMNode> element;
-    nResult = document.AppendElement(root.Get(), pwszName, element);
-    if (FAILED(nResult) || !element)
+    nResult = AppendElement(document, root.Get(), pwszName, element);
+    if (FAILED(nResult))
     {
         Log()->Level1W(L"SetXMLNodeValueEx -- create node(%s) fail.", pwszName);
-        return FAILED(nResult) ? nResult : E_FAIL;
+        return nResult;
     }
     for (const Attribute& attribute : attributes)
     {

@@ -1,3 +1,4 @@
+#include "../config/ScriptedDom.h"
 #include "ComScope.h"
 #include "ReportDocument.h"
 #include "ReportingBench.h"
@@ -171,6 +172,57 @@ TEST_CASE("a step of the document that fails leaves no text and one kind of mess
                           "SetXMLNodeValueEx -- create node(MACAddress) fail.",
                           "SetXMLNodeValueEx -- create node(LinkSpeed) fail.",
                       });
+}
+
+TEST_CASE("a call into the document that fails, or says yes and gives no node, leaves no text and a message")
+{
+    struct Rule
+    {
+        DomMethod method;
+        ULONGLONG ullCall;
+        bool bCanGiveNothing; // for a search that is no failure
+        std::vector<std::string> messages;
+    };
+    const std::string build = "CreateKAPKIUtilizationXML -- create root node(KPMConfiguration) fail.";
+    const std::string time = "SetXMLNodeValue -- create root node(KPMConfiguration) fail.";
+    const std::string root = "SetXMLNodeValueEx -- create root node(ServerPKIInformation) fail.";
+    const std::string element = "SetXMLNodeValueEx -- create node(CPUUtil) fail.";
+    const std::string attribute = "SetXMLNodeValueEx -- create node(Index) fail.";
+    const Rule rule = GENERATE_COPY(values<Rule>({{DomMethod::SelectSingleNode, 1, false, {time, build}},
+                                                  {DomMethod::SelectSingleNode, 2, false, {time, build}},
+                                                  {DomMethod::SelectSingleNode, 3, true, {root}},
+                                                  {DomMethod::CreateNode, 1, true, {time, build}},
+                                                  {DomMethod::CreateNode, 2, true, {time, build}},
+                                                  {DomMethod::CreateNode, 3, true, {element}},
+                                                  {DomMethod::CreateNode, 4, true, {attribute}},
+                                                  {DomMethod::AppendToDocument, 1, true, {time, build}},
+                                                  {DomMethod::AppendToElement, 1, true, {time, build}},
+                                                  {DomMethod::AppendToElement, 2, true, {element}},
+                                                  {DomMethod::PutText, 1, false, {build}}}));
+    const bool bGivesNothing = GENERATE(false, true);
+    CAPTURE(rule.method, rule.ullCall, bGivesNothing);
+    ReportingBench bench;
+    const ComScope com;
+    ScriptedDom dom;
+    const UtilizationReport report = SampleReport();
+    if (!bGivesNothing || rule.bCanGiveNothing)
+    {
+        dom.FailCall(rule.method, rule.ullCall, FailMode::Once, bGivesNothing ? S_OK : E_ACCESSDENIED);
+        CHECK_FALSE(CreateKAPKIUtilizationXML(&report));
+        CHECK(dom.Failures(rule.method) == 1);
+        const LogFile log = bench.ReadLog();
+        std::vector<std::string> messages;
+        for (const LogLine& line : log.Lines())
+        {
+            messages.push_back(line.text);
+        }
+        CHECK(messages == rule.messages);
+        CHECK(log.CountOfLevel(1) == messages.size());
+    }
+    dom.StopFailing();
+    const UniqueBstr text = CreateKAPKIUtilizationXML(&report);
+    REQUIRE(text);
+    CHECK(ReadReport(text.Get()) == SampleExpected().Tree());
 }
 
 } // namespace varnex::test
