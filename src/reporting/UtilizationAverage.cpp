@@ -85,9 +85,9 @@ std::int64_t GetSinglePKIAverageValue64(const BoundedHistory<std::int64_t>& hist
 std::int32_t AverageCardUtilization(const BoundedHistory<NetworkCard>& history, std::uint32_t nSpan,
                                     std::int32_t nMinimum) noexcept
 {
-    return AverageNewest<std::int32_t>(history, nSpan, nMinimum, TEXTS, [](const NetworkCard& card) {
-        return static_cast<std::int32_t>(card.Utilization);
-    });
+    return AverageNewest<std::int32_t>(history, nSpan, nMinimum, TEXTS,
+                                       [](const NetworkCard& card)
+                                       { return static_cast<std::int32_t>(card.Utilization); });
 }
 
 } // namespace varnex

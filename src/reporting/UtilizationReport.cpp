@@ -87,8 +87,8 @@ void AddMemory(MemoryEntry& entry, const AverageSpan& span) noexcept
     entry.nPagingFileUtilization = MemoryAverage(Stores().memory.pagingFile, span);
     if (GetTotalMemorySize(&entry.nPhysicalMB, &entry.nPagingFileMB) == 0)
     {
-        Log()->Level4A("CreatePKIXMLToMMF --  Total physical memory(%dMB), Total paging file(%dMB).",
-                       entry.nPhysicalMB, entry.nPagingFileMB);
+        Log()->Level4A("CreatePKIXMLToMMF --  Total physical memory(%dMB), Total paging file(%dMB).", entry.nPhysicalMB,
+                       entry.nPagingFileMB);
     }
     else
     {

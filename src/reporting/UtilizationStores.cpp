@@ -19,18 +19,20 @@ UtilizationStores& Stores() noexcept
 
 void CleanUtilizationStores(bool bWait) noexcept
 {
-    ForEachStore([bWait](auto& store) {
-        if (bWait)
+    ForEachStore(
+        [bWait](auto& store)
         {
-            store.lock.Enter();
-        }
-        else if (!store.lock.TryEnter())
-        {
-            return;
-        }
-        store.Clear();
-        store.lock.Leave();
-    });
+            if (bWait)
+            {
+                store.lock.Enter();
+            }
+            else if (!store.lock.TryEnter())
+            {
+                return;
+            }
+            store.Clear();
+            store.lock.Leave();
+        });
 }
 
 } // namespace varnex
