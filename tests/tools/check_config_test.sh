@@ -14,7 +14,7 @@ policy() {
 # the file when there is none.
 expect_value() {
   policy "<CPUInterval>$1</CPUInterval>"
-  varnexhost check-config "$(windows_path "$file")" --json >"$folder/output" 2>&1 || true
+  varnexhost check-config "$(windows_path "$file")" --json >"$folder/output" 2>/dev/null || true
   python3 - "$folder/output" "$2" "$3" <<'PYTHON' || fail "the value '$1', expected $2 ($3)"
 import json, sys
 value = json.load(open(sys.argv[1], encoding="utf-8"))["policy"][0]
@@ -147,12 +147,17 @@ expect_json 1 'assert not found["loads"] and "policy" not in found and found["pr
 : >"$file"
 expect 1 "The file is no XML" check-config "$(windows_path "$file")"
 
-# A check leaves nothing behind: no log, no changed file.
+# A check leaves nothing behind: no changed file, and no log, which would lie in the root of the current drive.
+readonly drive="${WINEPREFIX:-$(dirname "$wine_run")/../build/wine-prefix}/drive_c"
 policy "<CPUInterval>abc</CPUInterval>"
 cp "$file" "$folder/before.xml"
+ls "$drive" >"$folder/drive_before"
 (cd "$folder" && find . | sort) >"$folder/before"
-varnexhost check-config "$(windows_path "$file")" >/dev/null || true
+ended=0
+(cd "$drive" && varnexhost check-config "$(windows_path "$file")" >/dev/null) || ended=$?
+[ "$ended" -eq 1 ] || fail "a check in another folder ended with $ended"
 (cd "$folder" && find . | sort) | diff "$folder/before" - || fail "a check left something behind"
+ls "$drive" | diff "$folder/drive_before" - || fail "a check wrote a log"
 cmp "$file" "$folder/before.xml" || fail "a check changed the file"
 
 # The shipped module says the same in its log.
