@@ -1,5 +1,7 @@
 #include "alerting/AlertFile.h"
 
+#include "config/LastErrorOr.h"
+
 #include <cstring>
 
 namespace varnex
@@ -14,7 +16,7 @@ bool LineReader::Fill() noexcept
     if (!ReadFile(m_hFile, m_buffer.data() + m_nFilled, static_cast<DWORD>(m_buffer.size() - m_nFilled), &cbRead,
                   nullptr))
     {
-        m_dwError = GetLastError();
+        m_dwError = LastErrorOr(ERROR_GEN_FAILURE);
         return false;
     }
     m_nFilled += cbRead;
@@ -83,7 +85,7 @@ DWORD WriteWhole(HANDLE hFile, const char* pachData, std::size_t cbData) noexcep
     DWORD cbWritten = 0;
     if (!WriteFile(hFile, pachData, static_cast<DWORD>(cbData), &cbWritten, nullptr))
     {
-        return GetLastError();
+        return LastErrorOr(ERROR_GEN_FAILURE);
     }
     return cbWritten == cbData ? ERROR_SUCCESS : ERROR_DISK_FULL;
 }

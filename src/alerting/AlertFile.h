@@ -13,20 +13,17 @@ namespace varnex
 class LineReader
 {
 public:
-    explicit LineReader(HANDLE hFile) noexcept : m_hFile(hFile)
-    {
-    }
+    // hFile: open for reading, from where it stands; the caller's, who closes it after the reader's last use.
+    explicit LineReader(HANDLE hFile) noexcept : m_hFile(hFile) {}
 
     // The next line with its "\n", at most cchLine - 1 characters of it, or an empty text at the end of the file or
     // when it cannot be read.
     void ReadLine(char* pszLine, std::size_t cchLine) noexcept;
 
+    // Whether nothing is left, or nothing that can be read: Error tells which.
     bool AtEnd() noexcept;
     // The system error of a read that failed, else ERROR_SUCCESS.
-    DWORD Error() const noexcept
-    {
-        return m_dwError;
-    }
+    DWORD Error() const noexcept { return m_dwError; }
 
     // Copies all that is left, unchanged, to another file. ERROR_SUCCESS or the system error.
     DWORD CopyRestTo(HANDLE hTarget) noexcept;

@@ -25,8 +25,7 @@ int ParseAlertLine(const char* pszLine, VARNEX_ALERT_BUF* pRecord) noexcept
         return -1;
     }
     const char* pszField = pszLine;
-    for (int* const pnNumber :
-         {&pRecord->AlertType, &pRecord->Threshold, &pRecord->Value, &pRecord->HappenTime})
+    for (int* const pnNumber : {&pRecord->AlertType, &pRecord->Threshold, &pRecord->Value, &pRecord->HappenTime})
     {
         const char* const pszEnd = std::strchr(pszField, ';');
         if (pszEnd == nullptr)

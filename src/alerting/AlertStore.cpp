@@ -7,9 +7,11 @@
 #include "common/Handles.h"
 #include "common/LocalTime.h"
 #include "common/ModulePath.h"
+#include "config/LastErrorOr.h"
 #include "diag/SPLogger.h"
 #include "entry/ModuleState.h"
 
+#include <cstdint>
 #include <cstring>
 
 namespace varnex
@@ -67,7 +69,7 @@ DWORD AppendLine(HANDLE hFile, const char* pszLine) noexcept
 void TakeRecords(LineReader& reader, std::vector<VARNEX_ALERT_BUF>& records, int nMaxCount)
 {
     const std::int64_t nOldest = SecondsNow() - KEEP_SECONDS;
-    while (!reader.AtEnd() && records.size() <= static_cast<std::size_t>(nMaxCount))
+    while (!reader.AtEnd() && static_cast<std::int64_t>(records.size()) <= nMaxCount)
     {
         char szLine[ALERT_LINE_CHARS];
         reader.ReadLine(szLine, sizeof szLine);
@@ -91,9 +93,7 @@ void TakeRecords(LineReader& reader, std::vector<VARNEX_ALERT_BUF>& records, int
 class BackupFile
 {
 public:
-    explicit BackupFile(const char* pszPath) noexcept : m_pszPath(pszPath)
-    {
-    }
+    explicit BackupFile(const char* pszPath) noexcept : m_pszPath(pszPath) {}
 
     bool Open() noexcept
     {
@@ -108,7 +108,7 @@ public:
         DWORD dwError = Append(reader);
         if (dwError == ERROR_SUCCESS && !m_file.Close())
         {
-            dwError = GetLastError();
+            dwError = LastErrorOr(ERROR_GEN_FAILURE);
             m_file.Reset(CreateFileA(m_pszPath, GENERIC_WRITE, SHARE_ALL_BUT_DELETE, nullptr, OPEN_EXISTING,
                                      FILE_ATTRIBUTE_NORMAL, nullptr));
         }
@@ -132,10 +132,10 @@ private:
         LARGE_INTEGER nEnd{};
         if (!SetFilePointerEx(m_file.Get(), nEnd, nullptr, FILE_END))
         {
-            return GetLastError();
+            return LastErrorOr(ERROR_GEN_FAILURE);
         }
-        const DWORD dwError = *pszLineEnd == '\0' ? ERROR_SUCCESS
-                                                  : WriteWhole(m_file.Get(), pszLineEnd, std::strlen(pszLineEnd));
+        const DWORD dwError =
+            *pszLineEnd == '\0' ? ERROR_SUCCESS : WriteWhole(m_file.Get(), pszLineEnd, std::strlen(pszLineEnd));
         return dwError != ERROR_SUCCESS ? dwError : reader.CopyRestTo(m_file.Get());
     }
 
@@ -218,7 +218,7 @@ int ReadLocalAlertInf(std::vector<VARNEX_ALERT_BUF>& records, int nMaxCount)
     data.Reset();
     if (dwError == ERROR_SUCCESS && !MoveFileExA(paths.szBackup, paths.szData, MOVEFILE_REPLACE_EXISTING))
     {
-        dwError = GetLastError();
+        dwError = LastErrorOr(ERROR_GEN_FAILURE);
     }
     if (dwError != ERROR_SUCCESS)
     {

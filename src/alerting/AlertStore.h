@@ -18,8 +18,9 @@ int PrePKIAlertInf() noexcept;
 int SaveLocalAlertInfo(int nAlertType, int nThreshold, int nValue, const char* pszResourceName, int nHappenTime,
                        const char* pszExtra);
 
-// Takes alerts out of the file, oldest first: as many as nMaxCount and one more. Expired and unreadable lines before
-// the last one taken go too; what was not read stays, in a file rewritten as a whole.
+// Takes alerts out of the file, oldest first, and appends them to records: as many as nMaxCount and one more, so none
+// for a negative one. Expired and unreadable lines before the last one taken go too; what was not read stays, in a file
+// rewritten as a whole.
 // Returns 0; -1 when a file cannot be opened; or the system error of a rewrite that failed, and then the alert file
 // is as it was and the records must not be handed out.
 int ReadLocalAlertInf(std::vector<VARNEX_ALERT_BUF>& records, int nMaxCount);

@@ -194,6 +194,11 @@ TEST_CASE("a copy tells which call failed")
         imports.FailCall("ReadFile", 1, FailMode::Once, ERROR_CRC);
         CHECK(reader.CopyRestTo(target.Get()) == ERROR_CRC);
     }
+    SECTION("a read that leaves no error")
+    {
+        imports.FailCall("ReadFile", 1, FailMode::Once, ERROR_SUCCESS);
+        CHECK(reader.CopyRestTo(target.Get()) == ERROR_GEN_FAILURE);
+    }
 }
 
 TEST_CASE("a write is whole or an error")
@@ -211,6 +216,11 @@ TEST_CASE("a write is whole or an error")
     {
         imports.FailCall("WriteFile", 1, FailMode::Once, ERROR_HANDLE_DISK_FULL);
         CHECK(WriteWhole(target.Get(), "text", 4) == ERROR_HANDLE_DISK_FULL);
+    }
+    SECTION("failed without an error")
+    {
+        imports.FailCall("WriteFile", 1, FailMode::Once, ERROR_SUCCESS);
+        CHECK(WriteWhole(target.Get(), "text", 4) == ERROR_GEN_FAILURE);
     }
     SECTION("cut")
     {

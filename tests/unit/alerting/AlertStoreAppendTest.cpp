@@ -159,6 +159,16 @@ TEST_CASE("an alert that cannot be written is refused without a word")
     CHECK(HandlesGainedBy([] { SaveDiskAlert(); }) == 0);
 }
 
+TEST_CASE("an alert whose write fails without an error is not written")
+{
+    StoreBench bench;
+    bench.imports.FailCall("WriteFile", 1, FailMode::Once, ERROR_SUCCESS);
+
+    CHECK(SaveDiskAlert() == -1);
+    CHECK(bench.imports.Failures("WriteFile") == 1);
+    CHECK(bench.tree.Alerts().empty());
+}
+
 TEST_CASE("an alert of which a part was written counts as not written and the next one stands whole")
 {
     StoreBench bench;

@@ -252,6 +252,51 @@ TEST_CASE("an alert file that fails among the records taken loses nothing")
     CHECK_THAT(bench.ReadLog(), HasLine(1, RewriteFailure(bench, ERROR_CRC)));
 }
 
+TEST_CASE("a fetch in which a call fails without an error hands nothing out and loses nothing")
+{
+    struct Row
+    {
+        const char* pszImport;
+        ULONGLONG ullCall;
+    };
+    const auto row = GENERATE(values<Row>({
+        {"ReadFile", 1},
+        {"ReadFile", 3}, // the second reads the backup's last byte
+        {"SetFilePointerEx", 2},
+        {"WriteFile", 1},
+        {"WriteFile", 2},
+    }));
+    CAPTURE(row.pszImport, row.ullCall);
+    StoreBench bench;
+    const FilledStore store(bench);
+    bench.imports.FailCall(row.pszImport, row.ullCall, FailMode::Once, ERROR_SUCCESS);
+
+    store.CheckFetchFails(ERROR_GEN_FAILURE);
+    CHECK(bench.imports.Failures(row.pszImport) == 1);
+}
+
+TEST_CASE("a close that fails without an error loses nothing")
+{
+    StoreBench bench;
+    const FilledStore store(bench);
+    FailClose(bench.imports, 1, ERROR_SUCCESS);
+
+    store.CheckFetchFails(ERROR_GEN_FAILURE);
+}
+
+TEST_CASE("a rename that fails without an error hands nothing out")
+{
+    StoreBench bench;
+    bench.tree.WriteAlerts(LinesOf(1, 3));
+    bench.imports.FailCall("MoveFileExA", 1, FailMode::Once, ERROR_SUCCESS);
+
+    CHECK(bench.Take(1).nResult == ERROR_GEN_FAILURE);
+    CHECK(bench.imports.Failures("MoveFileExA") == 1);
+    CHECK(bench.tree.Alerts() == LinesOf(1, 3));
+    CHECK(bench.ReadLog().Lines().size() == 1);
+    CHECK_THAT(bench.ReadLog(), HasLine(1, RewriteFailure(bench, ERROR_GEN_FAILURE)));
+}
+
 TEST_CASE("a fetch that failed at any call leaves no handle behind")
 {
     struct Row

@@ -46,6 +46,9 @@ TEST_CASE("a fetch takes one record more than asked for and leaves the rest")
         {9, 4, 5},
         {9, INT_MAX - 1, 9},
         {9, INT_MAX, 9},
+        {3, 0, 1},
+        {3, -1, 0},
+        {3, INT_MIN, 0},
     }));
     StoreBench bench;
     bench.tree.WriteAlerts(LinesOf(0, row.nStored));
