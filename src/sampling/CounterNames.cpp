@@ -18,9 +18,8 @@ struct LanguageNames
     const char* apszName[ROLES];
 };
 
-// The names are matched with the system's own counters as they stand; what looks irregular is meant. The marker of
-// the aggregate instance has no underscore, since it is looked for inside names. Octal escapes are
-// code page 1252.
+// The names are matched with the system's own counters as they stand; what looks irregular is meant. The marker of the
+// aggregate instance has no underscore, since it is looked for inside names. Octal escapes are code page 1252.
 constexpr LanguageNames ENGLISH = {{
     "Processor",
     "Total",

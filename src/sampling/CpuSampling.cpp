@@ -7,9 +7,11 @@
 #include "common/Procedure.h"
 #include "diag/SPLogger.h"
 #include "sampling/CounterNames.h"
+#include "sampling/InstanceEnumeration.h"
 
 #include <cmath>
 #include <cstdint>
+#include <utility>
 
 namespace varnex
 {
@@ -17,9 +19,6 @@ namespace varnex
 namespace
 {
 
-constexpr int OBJECT_NAME_CHARS = 256;
-constexpr int SHORT_NAME_CHARS = 64;
-constexpr DWORD LIST_CHARS = 2048;
 constexpr std::size_t COUNTER_PATH_CHARS = 1024;
 constexpr int LAST_RETRY = 5; // at most six readings
 constexpr DWORD REUSE_MS = 200;
@@ -47,8 +46,7 @@ std::int64_t Ticks(const FILETIME& time) noexcept
 void FindGetSystemTimes() noexcept
 {
     UniqueModule kernel32(LoadLibraryA("Kernel32.dll"));
-    g_pfnGetSystemTimes =
-        kernel32 ? ProcedureOf<GetSystemTimesFunction>(kernel32.Get(), "GetSystemTimes") : nullptr;
+    g_pfnGetSystemTimes = kernel32 ? ProcedureOf<GetSystemTimesFunction>(kernel32.Get(), "GetSystemTimes") : nullptr;
     g_hKernel32 = g_pfnGetSystemTimes != nullptr ? kernel32.Release() : nullptr;
 }
 
@@ -89,8 +87,8 @@ bool BuildCounterPath(const wchar_t* pwszCPUName, wchar_t (&wszPath)[COUNTER_PAT
     wchar_t wszObject[OBJECT_NAME_CHARS];
     if (!VNXGetStringW(IDS_PROCESSOR_OBJECT, wszObject, OBJECT_NAME_CHARS))
     {
-        Log()->Level2A(
-            "GetSpecialCPUUtilization -- fail to get processor interface name from resource[%d], exit....", -1);
+        Log()->Level2A("GetSpecialCPUUtilization -- fail to get processor interface name from resource[%d], exit....",
+                       -1);
         return false;
     }
     wchar_t wszCounter[SHORT_NAME_CHARS];
@@ -105,7 +103,7 @@ bool BuildCounterPath(const wchar_t* pwszCPUName, wchar_t (&wszPath)[COUNTER_PAT
 
 // Reads until the counter gives something else than zero, or the retries are used up. Two collections without a pause
 // make the first reading zero more often than not; the second between the readings gives the rate its interval.
-int ReadBusyPercent(UniquePdhQuery& query, UniquePdhCounter& counter, const wchar_t* pwszCPUName)
+int ReadBusyPercent(UniquePdhQuery& query, UniquePdhCounter& counter, const wchar_t* pwszCPUName) noexcept
 {
     for (int nRetry = 0;; ++nRetry)
     {
@@ -158,42 +156,32 @@ int GetCPUUtlAverage() noexcept
 
 InstanceNames<wchar_t> GetCPUNameListW()
 {
-    wchar_t wszObject[OBJECT_NAME_CHARS];
-    if (!VNXGetStringW(IDS_PROCESSOR_OBJECT, wszObject, OBJECT_NAME_CHARS))
+    InstanceEnumeration<wchar_t> found = EnumerateInstances<wchar_t>(IDS_PROCESSOR_OBJECT);
+    switch (found.end)
     {
-        Log()->Level2A("GetCPUNameListW -- fail to get processor interface name from resource[%d], exit....", -1);
-        return {};
-    }
-    wchar_t wszTotal[SHORT_NAME_CHARS];
-    if (!VNXGetStringW(IDS_TOTAL_INSTANCE, wszTotal, SHORT_NAME_CHARS))
-    {
-        Log()->Level2A("GetCPUNameListW -- fail to get processor total resource string[%d], exit....", -1);
-        return {};
-    }
-    wchar_t wszCounters[LIST_CHARS] = L"";
-    wchar_t wszInstances[LIST_CHARS] = L"";
-    DWORD cchCounters = LIST_CHARS;
-    DWORD cchInstances = LIST_CHARS;
-    const PDH_STATUS nStatus = PdhEnumObjectItemsW(nullptr, nullptr, wszObject, wszCounters, &cchCounters, wszInstances,
-                                                   &cchInstances, PERF_DETAIL_ADVANCED, 0);
-    if (nStatus != ERROR_SUCCESS)
-    {
+    case EnumerationEnd::NoObjectName:
+        Log()->Level2A("GetCPUNameListW -- fail to get processor interface name from resource[%d], exit....",
+                       found.nStatus);
+        break;
+    case EnumerationEnd::NoTotalName:
+        Log()->Level2A("GetCPUNameListW -- fail to get processor total resource string[%d], exit....", found.nStatus);
+        break;
+    case EnumerationEnd::Failed:
         Log()->Level2A("GetCPUNameListW -- ERROR to get processor interface instance[1],PdhEnumObjectItemsHA(0x%08x).",
-                       nStatus);
-        return {};
-    }
-    if (wszInstances[0] == L'\0')
-    {
+                       found.nStatus);
+        break;
+    case EnumerationEnd::NoInstances:
         Log()->Level2A("GetCPUNameListW -- ERROR to get processor interface instance[2], PdhEnumObjectItemsHA(0x%08x).",
-                       0);
-        return {};
+                       found.nStatus);
+        break;
+    case EnumerationEnd::Listed: // also when only the aggregate instance was there
+        Log()->Level3A("GetCPUNameListW -- get processor name instance finish.");
+        break;
     }
-    InstanceNames<wchar_t> names = CopyInstanceNames(wszInstances, wszTotal);
-    Log()->Level3A("GetCPUNameListW -- get processor name instance finish.");
-    return names;
+    return std::move(found.names);
 }
 
-int GetSpecialCPUUtilization(const wchar_t* pwszCPUName)
+int GetSpecialCPUUtilization(const wchar_t* pwszCPUName) noexcept
 {
     if (pwszCPUName == nullptr)
     {

@@ -4,9 +4,11 @@
 #include "common/Pdh.h"
 #include "diag/SPLogger.h"
 #include "sampling/CounterNames.h"
+#include "sampling/InstanceEnumeration.h"
 
 #include <cmath>
 #include <cstdio>
+#include <utility>
 
 namespace varnex
 {
@@ -14,9 +16,6 @@ namespace varnex
 namespace
 {
 
-constexpr DWORD OBJECT_NAME_CHARS = 256;
-constexpr DWORD SHORT_NAME_CHARS = 64;
-constexpr DWORD LIST_CHARS = 2048;
 constexpr std::size_t COUNTER_PATH_CHARS = 512;
 constexpr int MAX_RETRIES = 5;
 constexpr std::int64_t BYTES_PER_MB = 1'048'576;
@@ -50,7 +49,7 @@ bool ReadBytesPerSecond(PDH_HCOUNTER hCounter, PDH_FMT_COUNTERVALUE& value, std:
 
 // Reads until there is a value, the retries are used up or a collection fails.
 void ReadWithRetries(PDH_HQUERY hQuery, PDH_HCOUNTER hCounter, const char* pszDiskName, PDH_FMT_COUNTERVALUE& value,
-                     std::int64_t* pnBytesPerSecond)
+                     std::int64_t* pnBytesPerSecond) noexcept
 {
     for (int nTries = 1;; ++nTries)
     {
@@ -77,19 +76,10 @@ void ReadWithRetries(PDH_HQUERY hQuery, PDH_HCOUNTER hCounter, const char* pszDi
     }
 }
 
-// A name into a cleared buffer; 0 or the status of the lookup.
-template <DWORD N>
-int CounterName(CounterRole role, char (&szName)[N]) noexcept
-{
-    szName[0] = '\0';
-    const DWORD cchName = N;
-    return GetCounterResourceString(role, szName, &cchName);
-}
-
 int BuildCounterPath(const char* pszDiskName, char (&szPath)[COUNTER_PATH_CHARS]) noexcept
 {
     char szObject[OBJECT_NAME_CHARS];
-    int nStatus = CounterName(IDS_PHYSICAL_DISK_OBJECT, szObject);
+    int nStatus = ReadCounterName(IDS_PHYSICAL_DISK_OBJECT, szObject);
     if (nStatus != 0)
     {
         Log()->Level2A("GetSingleDiskThroughput -- fail to get physical disk interface name from resource[%d], "
@@ -98,7 +88,7 @@ int BuildCounterPath(const char* pszDiskName, char (&szPath)[COUNTER_PATH_CHARS]
         return nStatus;
     }
     char szCounter[SHORT_NAME_CHARS];
-    nStatus = CounterName(IDS_DISK_BYTES_PER_SEC, szCounter);
+    nStatus = ReadCounterName(IDS_DISK_BYTES_PER_SEC, szCounter);
     if (nStatus != 0)
     {
         Log()->Level2A("GetSingleDiskThroughput -- fail to get physical disk Byte/Sec resource string[%d], exit....",
@@ -118,76 +108,57 @@ constexpr char NO_TOTAL_NAME[] = "GetDiskNameList -- fail to get physical disk t
 
 InstanceNames<char> GetDiskNameList()
 {
-    char szObject[OBJECT_NAME_CHARS];
-    int nLookup = CounterName(IDS_PHYSICAL_DISK_OBJECT, szObject);
-    if (nLookup != 0)
+    InstanceEnumeration<char> found = EnumerateInstances<char>(IDS_PHYSICAL_DISK_OBJECT);
+    switch (found.end)
     {
-        Log()->Level2A(NO_OBJECT_NAME, nLookup);
-        return {};
-    }
-    char szTotal[SHORT_NAME_CHARS];
-    nLookup = CounterName(IDS_TOTAL_INSTANCE, szTotal);
-    if (nLookup != 0)
-    {
-        Log()->Level2A(NO_TOTAL_NAME, nLookup);
-        return {};
-    }
-    char szCounters[LIST_CHARS] = "";
-    char szInstances[LIST_CHARS] = "";
-    DWORD cchCounters = LIST_CHARS;
-    DWORD cchInstances = LIST_CHARS;
-    const PDH_STATUS nStatus = PdhEnumObjectItemsA(nullptr, nullptr, szObject, szCounters, &cchCounters, szInstances,
-                                                   &cchInstances, PERF_DETAIL_ADVANCED, 0);
-    if (nStatus != ERROR_SUCCESS)
-    {
+    case EnumerationEnd::NoObjectName:
+        Log()->Level2A(NO_OBJECT_NAME, found.nStatus);
+        break;
+    case EnumerationEnd::NoTotalName:
+        Log()->Level2A(NO_TOTAL_NAME, found.nStatus);
+        break;
+    case EnumerationEnd::Failed:
         PrintToStandardOutput(
-            "GetDiskNameList -- ERROR to get physical disk interface[1], PdhEnumObjectItemsHA(0x%08x).\n", nStatus);
-        return {};
-    }
-    if (szInstances[0] == '\0')
-    {
+            "GetDiskNameList -- ERROR to get physical disk interface[1], PdhEnumObjectItemsHA(0x%08x).\n",
+            found.nStatus);
+        break;
+    case EnumerationEnd::NoInstances:
         PrintToStandardOutput(
-            "GetDiskNameList -- ERROR to get physical disk interface[2], PdhEnumObjectItemsHA(0x%08x).\n", 0);
-        return {};
+            "GetDiskNameList -- ERROR to get physical disk interface[2], PdhEnumObjectItemsHA(0x%08x).\n",
+            found.nStatus);
+        break;
+    case EnumerationEnd::Listed:
+        break;
     }
-    return CopyInstanceNames(szInstances, szTotal);
+    return std::move(found.names);
 }
 
 InstanceNames<wchar_t> GetDiskNameListW()
 {
-    wchar_t wszObject[OBJECT_NAME_CHARS];
-    if (!VNXGetStringW(IDS_PHYSICAL_DISK_OBJECT, wszObject, OBJECT_NAME_CHARS))
+    InstanceEnumeration<wchar_t> found = EnumerateInstances<wchar_t>(IDS_PHYSICAL_DISK_OBJECT);
+    switch (found.end)
     {
-        Log()->Level2A(NO_OBJECT_NAME, -1);
-        return {};
-    }
-    wchar_t wszTotal[SHORT_NAME_CHARS];
-    if (!VNXGetStringW(IDS_TOTAL_INSTANCE, wszTotal, SHORT_NAME_CHARS))
-    {
-        Log()->Level2A(NO_TOTAL_NAME, -1);
-        return {};
-    }
-    wchar_t wszCounters[LIST_CHARS] = L"";
-    wchar_t wszInstances[LIST_CHARS] = L"";
-    DWORD cchCounters = LIST_CHARS;
-    DWORD cchInstances = LIST_CHARS;
-    const PDH_STATUS nStatus = PdhEnumObjectItemsW(nullptr, nullptr, wszObject, wszCounters, &cchCounters, wszInstances,
-                                                   &cchInstances, PERF_DETAIL_ADVANCED, 0);
-    if (nStatus != ERROR_SUCCESS)
-    {
+    case EnumerationEnd::NoObjectName:
+        Log()->Level2A(NO_OBJECT_NAME, found.nStatus);
+        break;
+    case EnumerationEnd::NoTotalName:
+        Log()->Level2A(NO_TOTAL_NAME, found.nStatus);
+        break;
+    case EnumerationEnd::Failed:
         Log()->Level1A("GetDiskNameListW -- ERROR to get physical disk interface[1],PdhEnumObjectItemsHA(0x%08x).",
-                       nStatus);
-        return {};
+                       found.nStatus);
+        break;
+    case EnumerationEnd::NoInstances:
+        Log()->Level1A("GetDiskNameListW -- ERROR to get physical disk interface[2],PdhEnumObjectItemsHA(0x%08x).",
+                       found.nStatus);
+        break;
+    case EnumerationEnd::Listed:
+        break;
     }
-    if (wszInstances[0] == L'\0')
-    {
-        Log()->Level1A("GetDiskNameListW -- ERROR to get physical disk interface[2],PdhEnumObjectItemsHA(0x%08x).", 0);
-        return {};
-    }
-    return CopyInstanceNames(wszInstances, wszTotal);
+    return std::move(found.names);
 }
 
-int GetSingleDiskThroughput(const char* pszDiskName, std::int64_t* pnBytesPerSecond)
+int GetSingleDiskThroughput(const char* pszDiskName, std::int64_t* pnBytesPerSecond) noexcept
 {
     if (pszDiskName == nullptr || pnBytesPerSecond == nullptr)
     {

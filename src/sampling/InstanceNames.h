@@ -1,8 +1,8 @@
 #pragma once
 
-#include <cstring>
-#include <cwchar>
+#include <cstddef>
 #include <memory>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -14,44 +14,26 @@ namespace varnex
 template <class Character>
 using InstanceNames = std::vector<std::unique_ptr<Character[]>>;
 
-inline std::size_t TextLength(const char* pszText) noexcept
-{
-    return std::strlen(pszText);
-}
-inline std::size_t TextLength(const wchar_t* pwszText) noexcept
-{
-    return std::wcslen(pwszText);
-}
-inline bool ContainsText(const char* pszText, const char* pszPart) noexcept
-{
-    return std::strstr(pszText, pszPart) != nullptr;
-}
-inline bool ContainsText(const wchar_t* pwszText, const wchar_t* pwszPart) noexcept
-{
-    return std::wcsstr(pwszText, pwszPart) != nullptr;
-}
-
 // Copies the names out of an instance list (texts one after the other, ended by an empty one) but for the aggregate
-// instance, whose name contains the marker.
+// instance, whose name contains the marker. Throws std::bad_alloc.
 template <class Character>
 InstanceNames<Character> CopyInstanceNames(const Character* pszList, const Character* pszTotalMarker)
 {
+    using Text = std::basic_string_view<Character>;
     InstanceNames<Character> names;
-    while (*pszList != Character{})
+    for (Text name = pszList; !name.empty(); name = name.data() + name.size() + 1)
     {
-        const std::size_t cchName = TextLength(pszList) + 1;
-        auto name = std::make_unique<Character[]>(cchName);
-        std::memcpy(name.get(), pszList, cchName * sizeof(Character));
-        if (ContainsText(name.get(), pszTotalMarker))
+        auto copy = std::make_unique<Character[]>(name.size() + 1);
+        name.copy(copy.get(), name.size());
+        if (name.find(pszTotalMarker) == Text::npos)
         {
-            // The copy of a skipped name stays allocated: a known cost of each enumeration.
-            (void)name.release();
+            names.push_back(std::move(copy));
         }
         else
         {
-            names.push_back(std::move(name));
+            // The copy of a skipped name stays allocated: a known cost of each enumeration.
+            (void)copy.release();
         }
-        pszList += cchName; // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): of the skipped name's copy, above
     }
     return names;
 }

@@ -1,10 +1,9 @@
 #include "sampling/CounterNames.h"
 
 #include "unit/sampling/SamplingTest.h"
+#include "unit/sampling/SystemLanguages.h"
 
-#include <array>
 #include <string>
-#include <vector>
 
 namespace varnex::test
 {
@@ -12,56 +11,7 @@ namespace varnex::test
 namespace
 {
 
-constexpr UINT FIRST_ROLE = 101;
-constexpr UINT LAST_ROLE = 109;
 const std::string PREFILLED = "as it was";
-
-struct Language
-{
-    std::string name;
-    std::vector<LANGID> ids;
-    std::array<std::string, LAST_ROLE - FIRST_ROLE + 1> names;
-};
-
-// Bytes above 0x7F are code page 1252. Each language stands with several sublanguages.
-const std::vector<Language>& Languages()
-{
-    static const std::vector<Language> languages{
-        {"English",
-         {MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US), MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_UK)},
-         {"Processor", "Total", "% Processor Time", "Network Interface", "Loopback", "Bytes Total/sec",
-          "Current Bandwidth", "PhysicalDisk", "Disk Bytes/sec"}},
-        {"German",
-         {MAKELANGID(LANG_GERMAN, SUBLANG_GERMAN), MAKELANGID(LANG_GERMAN, SUBLANG_GERMAN_SWISS),
-          MAKELANGID(LANG_GERMAN, SUBLANG_GERMAN_LIECHTENSTEIN)},
-         {"Prozessor", "Total", "Prozessorzeit (%)", "Netzwerkschnittstelle", "Loopback", "Bytes gesendet/s",
-          "Aktuelle Bandbreite",
-          "physikalischer Datentr\xE4"
-          "ger",
-          "Bytes auf Festplatte/Sek"}},
-        {"Spanish",
-         {MAKELANGID(LANG_SPANISH, SUBLANG_SPANISH), MAKELANGID(LANG_SPANISH, SUBLANG_SPANISH_MEXICAN)},
-         {"Procesador", "Total", "% de tiempo de procesador", "Interfaz de red", "loopback", "Total de bytes/s",
-          "Ancho de banda actual",
-          "DiscoF\xED"
-          "sico",
-          "Bytes de s."}},
-        {"French",
-         {MAKELANGID(LANG_FRENCH, SUBLANG_FRENCH), MAKELANGID(LANG_FRENCH, SUBLANG_FRENCH_CANADIAN)},
-         {"Processeur", "Total", "% Temps processeur",
-          "Interface r\xE9"
-          "seau",
-          "Loopback", "Total des octets/s", "Bande passante actuelle", "Disque physique", "Octets disque/s"}},
-        {"Italian",
-         {MAKELANGID(LANG_ITALIAN, SUBLANG_ITALIAN), MAKELANGID(LANG_ITALIAN, SUBLANG_ITALIAN_SWISS)},
-         {"Processore", "Total", "% Tempo processore", "Interfaccia di rete", "Loopback", "Totale byte/sec",
-          "Larghezza di banda corrente", "Disco fisico", "Byte da/a disco/sec"}},
-        {"Portuguese",
-         {MAKELANGID(LANG_PORTUGUESE, SUBLANG_PORTUGUESE), MAKELANGID(LANG_PORTUGUESE, SUBLANG_PORTUGUESE_BRAZILIAN)},
-         {"Processador", "Total", "% tempo de processador", "Interface de rede", "Loopback", "Total de bytes/s",
-          "Largura de banda atual", "PhysicalDisk", "Bytes de disco/s"}}};
-    return languages;
-}
 
 class CounterNamesTest : public SamplingTest
 {
@@ -82,7 +32,7 @@ protected:
 
 TEST_CASE_METHOD(CounterNamesTest, "each language has its own counter names to the byte in all its sublanguages")
 {
-    for (const Language& language : Languages())
+    for (const SystemLanguage& language : SystemLanguages())
     {
         for (const LANGID nLanguage : language.ids)
         {
@@ -201,7 +151,7 @@ TEST_CASE_METHOD(CounterNamesTest, "a wide name is converted whole from the syst
     CHECK(wszName[22] == L'\u00E4');
     CHECK(asked.nCodePage == CP_ACP);
     CHECK(asked.dwFlags == 0);
-    CHECK(asked.text == Languages()[1].names[IDS_PHYSICAL_DISK_OBJECT - FIRST_ROLE]);
+    CHECK(asked.text == SystemLanguages()[1].names[IDS_PHYSICAL_DISK_OBJECT - FIRST_ROLE]);
     CHECK(asked.cbText == -1);
     CHECK(asked.cchTarget == 256);
 }

@@ -1,6 +1,8 @@
 #include "sampling/CpuSampling.h"
 
+#include "sampling/CounterNames.h"
 #include "unit/sampling/PdhTest.h"
+#include "unit/sampling/SystemLanguages.h"
 
 #include <string>
 #include <vector>
@@ -45,9 +47,12 @@ TEST_CASE_METHOD(CpuNameListTest, "the aggregate processor alone gives an empty 
 
 TEST_CASE_METHOD(CpuNameListTest, "processors are looked for under the name in the system language")
 {
-    SetSystemLanguage(MAKELANGID(LANG_GERMAN, SUBLANG_GERMAN_AUSTRIAN));
-    m_pdh.SetInstances(L"Prozessor", {L"0", L"_Total"});
+    const auto language = GENERATE(from_range(SystemLanguages()));
+    INFO(language.name);
+    SetSystemLanguage(language.ids.back());
+    m_pdh.SetInstances(language.WideName(IDS_PROCESSOR_OBJECT), {L"0", L"_Total"});
     CHECK(Enumerate() == std::vector<std::wstring>{L"0"});
+    CheckLog({{3, FINISH}});
 }
 
 TEST_CASE_METHOD(CpuNameListTest, "processors are enumerated on this machine at the advanced level of detail")

@@ -1,8 +1,10 @@
 #include "sampling/DiskSampling.h"
 
+#include "sampling/CounterNames.h"
 #include "support/CapturedOutput.h"
 #include "support/TestText.h"
 #include "unit/sampling/PdhTest.h"
+#include "unit/sampling/SystemLanguages.h"
 
 #include <string>
 #include <vector>
@@ -77,8 +79,10 @@ TEST_CASE_METHOD(DiskNameListTest, "the aggregate disk alone gives an empty list
 
 TEST_CASE_METHOD(DiskNameListTest, "disks are looked for under the name in the system language")
 {
-    SetSystemLanguage(MAKELANGID(LANG_ITALIAN, SUBLANG_ITALIAN));
-    m_pdh.SetInstances(L"Disco fisico", {L"0 C:", L"_Total"});
+    const auto language = GENERATE(from_range(SystemLanguages()));
+    INFO(language.name);
+    SetSystemLanguage(language.ids.back());
+    m_pdh.SetInstances(language.WideName(IDS_PHYSICAL_DISK_OBJECT), {L"0 C:", L"_Total"});
     CHECK(EnumerateA().names == std::vector<std::wstring>{L"0 C:"});
     CHECK(EnumerateW().names == std::vector<std::wstring>{L"0 C:"});
 }

@@ -1,8 +1,10 @@
 #include "sampling/CpuSampling.h"
 
+#include "sampling/CounterNames.h"
 #include "support/TestText.h"
 #include "support/VirtualClock.h"
 #include "unit/sampling/PdhTest.h"
+#include "unit/sampling/SystemLanguages.h"
 
 #include <climits>
 #include <limits>
@@ -124,9 +126,13 @@ TEST_CASE_METHOD(SpecialCpuTest, "a processor's query has no data source and its
 
 TEST_CASE_METHOD(SpecialCpuTest, "a processor's counter path is in the system language")
 {
-    SetSystemLanguage(MAKELANGID(LANG_GERMAN, SUBLANG_GERMAN));
-    m_pdh.SetValue(L"\\Prozessor(1)\\Prozessorzeit (%)", 17.0);
+    const auto language = GENERATE(from_range(SystemLanguages()));
+    INFO(language.name);
+    SetSystemLanguage(language.ids.back());
+    m_pdh.SetValue(L"\\" + language.WideName(IDS_PROCESSOR_OBJECT) + L"(1)\\" + language.WideName(IDS_PROCESSOR_TIME),
+                   17.0);
     CHECK(GetSpecialCPUUtilization(L"1") == 17);
+    CheckNoLog();
 }
 
 TEST_CASE_METHOD(SpecialCpuTest, "a processor's counter path is cut at 1023 characters")
