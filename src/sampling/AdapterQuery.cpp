@@ -9,11 +9,20 @@ namespace
 // Adapter type 0 is Ethernet 802.3; other types are not watched.
 constexpr wchar_t QUERY_TEXT[] = L"SELECT * FROM Win32_NetworkAdapter where adapterTypeId = 0";
 
-HRESULT ConnectToServices(ComPtr<IWbemServices>& services) noexcept
+// A step that succeeds without its object has failed.
+template <class Interface>
+HRESULT ResultOf(HRESULT nResult, const ComPtr<Interface>& object) noexcept
 {
-    ComPtr<IWbemLocator> locator;
+    return SUCCEEDED(nResult) && !object ? E_FAIL : nResult;
+}
+
+} // namespace
+
+HRESULT AdapterQuery::Connect() noexcept
+{
     HRESULT nResult = CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator,
-                                       reinterpret_cast<void**>(locator.GetAddressOf()));
+                                       reinterpret_cast<void**>(m_locator.ReleaseAndGetAddressOf()));
+    nResult = ResultOf(nResult, m_locator);
     if (FAILED(nResult))
     {
         return nResult;
@@ -23,24 +32,23 @@ HRESULT ConnectToServices(ComPtr<IWbemServices>& services) noexcept
     {
         return E_OUTOFMEMORY;
     }
-    nResult = locator->ConnectServer(space.Get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr,
-                                     services.ReleaseAndGetAddressOf());
+    nResult = m_locator->ConnectServer(space.Get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr,
+                                       m_services.ReleaseAndGetAddressOf());
+    nResult = ResultOf(nResult, m_services);
     if (FAILED(nResult))
     {
         return nResult;
     }
-    return CoSetProxyBlanket(services.Get(), RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NONE, nullptr, RPC_C_AUTHN_LEVEL_CALL,
+    return CoSetProxyBlanket(m_services.Get(), RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NONE, nullptr, RPC_C_AUTHN_LEVEL_CALL,
                              RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE);
 }
 
-} // namespace
-
 HRESULT AdapterQuery::Open() noexcept
 {
-    const HRESULT nResult = ConnectToServices(m_services);
-    if (FAILED(nResult))
+    const HRESULT nConnected = Connect();
+    if (FAILED(nConnected))
     {
-        return nResult;
+        return nConnected;
     }
     const UniqueBstr language(L"WQL");
     const UniqueBstr query(QUERY_TEXT);
@@ -48,14 +56,17 @@ HRESULT AdapterQuery::Open() noexcept
     {
         return E_OUTOFMEMORY;
     }
-    return m_services->ExecQuery(language.Get(), query.Get(), WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY,
-                                 nullptr, m_enumerator.ReleaseAndGetAddressOf());
+    const HRESULT nResult =
+        m_services->ExecQuery(language.Get(), query.Get(), WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY,
+                              nullptr, m_enumerator.ReleaseAndGetAddressOf());
+    return ResultOf(nResult, m_enumerator);
 }
 
 HRESULT AdapterQuery::Next(ComPtr<IWbemClassObject>& adapter) noexcept
 {
     ULONG nReturned = 0;
-    const HRESULT nResult = m_enumerator->Next(static_cast<LONG>(WBEM_INFINITE), 1, adapter.ReleaseAndGetAddressOf(), &nReturned);
+    const HRESULT nResult =
+        m_enumerator->Next(static_cast<LONG>(WBEM_INFINITE), 1, adapter.ReleaseAndGetAddressOf(), &nReturned);
     if (nResult != WBEM_S_NO_ERROR || nReturned < 1)
     {
         adapter.Reset();

@@ -29,12 +29,14 @@ std::int64_t GetNICSpeed(DWORD dwInterfaceIndex) noexcept
     InterfaceTable table;
     switch (table.Read(0))
     {
-    case InterfaceTable::ReadResult::Failed: {
+    case InterfaceTable::ReadResult::Failed:
+    {
         const DWORD dwError = GetLastError();
         Log()->Level1A("GetNICSpeed::GetIfTable()failed! Error code=%d", dwError);
         return 0;
     }
-    case InterfaceTable::ReadResult::NoMemory: {
+    case InterfaceTable::ReadResult::NoMemory:
+    {
         const DWORD dwError = GetLastError();
         Log()->Level1A("GetNICSpeed::ifTable: memory allocate failed! Error code=%d", dwError);
         return 0;
@@ -42,9 +44,9 @@ std::int64_t GetNICSpeed(DWORD dwInterfaceIndex) noexcept
     case InterfaceTable::ReadResult::Read:
         break;
     }
-    const auto row = std::find_if(table.begin(), table.end(), [dwInterfaceIndex](const MIB_IFROW& candidate) {
-        return candidate.dwIndex == dwInterfaceIndex;
-    });
+    const auto row =
+        std::find_if(table.begin(), table.end(),
+                     [dwInterfaceIndex](const MIB_IFROW& candidate) { return candidate.dwIndex == dwInterfaceIndex; });
     if (row == table.end())
     {
         return 0;
@@ -137,11 +139,15 @@ void TakeReading(NetworkCard& card, const MIB_IFROW& row) noexcept
 HRESULT NetworkUtilizationCollector::RefreshCardList()
 {
     AdapterQuery query;
-    HRESULT nResult = query.Open();
-    while (SUCCEEDED(nResult))
+    const HRESULT nOpened = query.Open();
+    if (FAILED(nOpened))
+    {
+        return nOpened;
+    }
+    for (;;)
     {
         ComPtr<IWbemClassObject> adapter;
-        nResult = query.Next(adapter);
+        const HRESULT nResult = query.Next(adapter);
         if (!adapter)
         {
             return FAILED(nResult) ? nResult : S_OK; // the end of the enumeration is a success
@@ -152,14 +158,13 @@ HRESULT NetworkUtilizationCollector::RefreshCardList()
             m_cardList.push_back(card);
         }
     }
-    return nResult;
 }
 
 NetworkCard* NetworkUtilizationCollector::FindCard(DWORD dwInterfaceIndex) noexcept
 {
-    const auto card = std::find_if(m_cardList.begin(), m_cardList.end(), [dwInterfaceIndex](const NetworkCard& c) {
-        return c.InterfaceIndex == dwInterfaceIndex;
-    });
+    const auto card =
+        std::find_if(m_cardList.begin(), m_cardList.end(),
+                     [dwInterfaceIndex](const NetworkCard& c) { return c.InterfaceIndex == dwInterfaceIndex; });
     return card == m_cardList.end() ? nullptr : &*card;
 }
 

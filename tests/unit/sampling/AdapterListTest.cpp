@@ -1,5 +1,6 @@
 #include "sampling/NetworkUtilizationCollector.h"
 
+#include "support/ProcessMeter.h"
 #include "support/ScriptedInterfaceTable.h"
 #include "support/ScriptedWmi.h"
 #include "unit/sampling/ArrayFailure.h"
@@ -382,6 +383,39 @@ TEST_CASE_METHOD(AdapterListTest, "a failed look at the interface table spoils o
     REQUIRE(m_collector.CardList().size() == 2);
     CHECK(m_collector.CardList()[0].Speed == 0);
     CHECK(m_collector.CardList()[1].Speed == 22);
+}
+
+TEST_CASE_METHOD(SamplingTest, "ten thousand refreshes leave handles, WMI objects, texts and memory where they were")
+{
+    NetworkUtilizationCollector collector;
+    // The scripts keep what they were called with, so each hundred refreshes have scripts of their own.
+    const auto refreshHundredTimes = [&]
+    {
+        ScriptedWmi wmi(m_redirector);
+        ScriptedInterfaceTable table(m_redirector);
+        table.AddRow(2, 1000);
+        wmi.SetObjects({WmiAdapter(L"With a speed", 1, WmiText(L"1000000000")),
+                        WmiAdapter(L"With the interface table's", 2, WmiOfType(VT_NULL))});
+        for (int i = 0; i < 100; ++i)
+        {
+            collector.ClearCardList();
+            if (collector.RefreshCardList() != 0 || collector.CardList().size() != 2)
+            {
+                return false;
+            }
+        }
+        return table.Calls().size() == 200 && wmi.LiveObjects() == 0 && wmi.LiveTexts() == 0;
+    };
+    REQUIRE(refreshHundredTimes()); // the first ones make what stays
+    const std::size_t nHandles = CountHandles();
+    const std::size_t cbMemory = PrivateBytes();
+    for (int i = 0; i < 100; ++i)
+    {
+        REQUIRE(refreshHundredTimes());
+    }
+    CHECK(CountHandles() == nHandles);
+    // A text or a table left behind by each refresh would be 300 kB and more.
+    CHECK(PrivateBytes() < cbMemory + 128 * 1024);
 }
 
 TEST_CASE("the adapters of this very machine can be listed and measured")
