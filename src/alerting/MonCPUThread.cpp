@@ -19,31 +19,19 @@ constexpr AlertPolicy POLICY = {ALERT_TYPE_CPU, L"CMonCPUThread", 90, 85, 5, 5};
 class CpuWatch : public MonitorWatch
 {
 public:
-    explicit CpuWatch(const CMonCPUThread& monitor) noexcept : m_monitor(monitor)
-    {
-    }
+    explicit CpuWatch(const CMonCPUThread& monitor) noexcept : m_monitor(monitor) {}
 
     void Cycle()
     {
-        const int nAmount = m_monitor.GetSamplingAmount();
-        if (TakeSample(nAmount))
-        {
-            Judge(m_history.Average(nAmount));
-        }
-        else if (m_history.HoldsAtLeast(m_monitor.GetSamplingAmount()))
-        {
-            Log()->Level2W(L"MonCPUThread -- Get CPU average utilization value fail, next loop.");
-        }
+        SampleAndJudge(
+            m_monitor, m_history, L"MonCPUThread -- Get CPU average utilization value fail, next loop.",
+            [this](int nAmount) { return TakeSample(nAmount); },
+            [this](int nAmount) { Judge(m_history.Average(nAmount)); });
     }
 
 private:
-    // True when there are enough samples to judge.
     bool TakeSample(int nAmount)
     {
-        if (nAmount < 1)
-        {
-            return false;
-        }
         const int nUtilization = GetCPUUtlAverage();
         if (static_cast<unsigned>(nUtilization) > 100)
         {
@@ -52,7 +40,7 @@ private:
         }
         m_history.Append(static_cast<std::uint32_t>(nUtilization));
         m_history.TrimTo(nAmount);
-        return m_history.HoldsAtLeast(nAmount);
+        return true;
     }
 
     void Judge(int nAverage)
@@ -63,8 +51,8 @@ private:
         Log()->Level4W(L"MonCPUThread -- Before Checking Alert Inf, nCPUUtlAverageValue(%d), Threshold(%d), "
                        L"bReachThreshold_LastTime(%d), nTodaySentAlertNum(%d), MaxAlertNum InADay(%d), current "
                        L"date(%s).",
-                       nAverage, m_monitor.GetThreshold(), m_state.bReachThreshold_LastTime,
-                       m_state.nTodaySentAlertNum, m_monitor.GetMaxAlertNum(), moment.wszDate);
+                       nAverage, m_monitor.GetThreshold(), m_state.bReachThreshold_LastTime, m_state.nTodaySentAlertNum,
+                       m_monitor.GetMaxAlertNum(), moment.wszDate);
         if (JudgeAverage(m_monitor, m_state, nAverage))
         {
             Log()->Level3W(L"MonCPUThread -- CPU average utilization(%d%%) reach threshold(%d%%), "

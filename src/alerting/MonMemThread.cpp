@@ -30,31 +30,20 @@ struct MemoryKind
 class MemoryWatch : public MonitorWatch
 {
 public:
-    explicit MemoryWatch(const CMonMemThread& monitor) noexcept : m_monitor(monitor)
-    {
-    }
+    explicit MemoryWatch(const CMonMemThread& monitor) noexcept : m_monitor(monitor) {}
 
     void Cycle()
     {
-        const int nAmount = m_monitor.GetSamplingAmount();
-        if (TakeSample(nAmount))
-        {
-            Judge(m_physical.history.Average(nAmount), m_pagingFile.history.Average(nAmount));
-        }
-        else if (m_physical.history.HoldsAtLeast(m_monitor.GetSamplingAmount()))
-        {
-            Log()->Level2W(L"MonMemThread -- Get Memory average utilization value fail, next loop.");
-        }
+        SampleAndJudge(
+            m_monitor, m_physical.history, L"MonMemThread -- Get Memory average utilization value fail, next loop.",
+            [this](int nAmount) { return TakeSample(nAmount); },
+            [this](int nAmount) { Judge(m_physical.history.Average(nAmount), m_pagingFile.history.Average(nAmount)); });
     }
 
 private:
-    // True when there are enough samples to judge. The percentages are taken without a check of their range.
+    // The percentages are taken without a check of their range.
     bool TakeSample(int nAmount)
     {
-        if (nAmount < 1)
-        {
-            return false;
-        }
         unsigned nPhysical = 0;
         unsigned nPagingFile = 0;
         const int nResult = GetAvaMemoryUtilization(&nPhysical, &nPagingFile);
@@ -63,11 +52,14 @@ private:
             Log()->Level1W(L"GetMemoryUtilizationAverage -- get memory utilization (%d)", nResult);
             return false;
         }
+        // Room in both first: without memory for one neither grows, and they stay equally long.
+        m_physical.history.MakeRoom();
+        m_pagingFile.history.MakeRoom();
         m_physical.history.Append(nPhysical);
         m_pagingFile.history.Append(nPagingFile);
         m_physical.history.TrimTo(nAmount);
         m_pagingFile.history.TrimTo(nAmount);
-        return m_physical.history.HoldsAtLeast(nAmount);
+        return true;
     }
 
     void Judge(int nPhysicalAverage, int nPagingFileAverage)
@@ -94,8 +86,7 @@ private:
         {
             Log()->Level3W(kind.pwszAlert, nAverage, m_monitor.GetThreshold(), kind.state.bReachThreshold_LastTime,
                            kind.state.nTodaySentAlertNum, m_monitor.GetMaxAlertNum(), moment.wszDate);
-            RaiseAlert(m_monitor, kind.state, moment, ALERT_TYPE_MEMORY, kind.nCounter, nAverage,
-                       kind.pszResourceName);
+            RaiseAlert(m_monitor, kind.state, moment, ALERT_TYPE_MEMORY, kind.nCounter, nAverage, kind.pszResourceName);
         }
     }
 

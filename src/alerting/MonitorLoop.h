@@ -6,6 +6,7 @@
 #include "diag/ExceptionBarrier.h"
 #include "diag/SPLogger.h"
 #include "entry/AlertReachPKIThread.h"
+#include "sampling/SampleHistory.h"
 
 #include <cstdint>
 
@@ -32,7 +33,7 @@ struct AlertMoment
 };
 
 // Reads today's count into the state. A count that cannot be read is logged at level 4, by a wide format that takes
-// the date and the result, and taken as 0.
+// the date and the result, and taken as 0. The calling thread must have initialised COM. Throws std::bad_alloc.
 void ReadTodaysCount(AlertState& state, const AlertMoment& moment, int nCounter, const wchar_t* pwszFailure);
 
 // Judges an average by the monitor's policy and the state. On true the caller logs its alert line and raises the
@@ -40,19 +41,38 @@ void ReadTodaysCount(AlertState& state, const AlertMoment& moment, int nCounter,
 bool JudgeAverage(const CAlertReachPKIThread& monitor, AlertState& state, int nAverage) noexcept;
 
 // Counts the alert, stores the count and dispatches the record, in this order: the count stays consumed, and the
-// threshold counts as reported, even if the record is lost.
+// threshold counts as reported, even if the record is lost. The calling thread must have initialised COM.
 void RaiseAlert(const CAlertReachPKIThread& monitor, AlertState& state, const AlertMoment& moment, int nAlertType,
                 int nCounter, int nAverage, const char* pszResourceName) noexcept;
 
 // Sleeps out the monitor's interval in steps of a second; each looks at the interval and at the keep-running flag.
 void WaitInterval(const CAlertReachPKIThread& monitor) noexcept;
 
-// Initialises COM for a monitor's thread. A failure is logged at level 1 by a wide format that takes the status.
+// Initialises COM for a monitor's thread. A failure is logged at level 1 by a wide format that takes the status. (The
+// width of the formats that all monitors share is of no account: their lines are plain ASCII.)
 bool EnterMonitorApartment(const wchar_t* pwszFailure) noexcept;
 
 // Reads the policy and logs the begin line: a wide format that takes thread, interval, threshold, sampling amount and
 // maximum.
 void BeginMonitor(CAlertReachPKIThread& monitor, const wchar_t* pwszBegin) noexcept;
+
+// One pass of a monitor that takes one sample a cycle: take(N) adds it to the history and keeps the newest N, or gives
+// false; judge(N) follows once there are N. A pass without a judgement is logged at level 2, but not while the history
+// is still filling; the sampling amount is read anew for that. Below 1 it lets no sample be taken.
+template <class Take, class Judge>
+void SampleAndJudge(const CAlertReachPKIThread& monitor, const SampleHistory& history, const wchar_t* pwszFailure,
+                    Take&& take, Judge&& judge)
+{
+    const int nAmount = monitor.GetSamplingAmount();
+    if (nAmount >= 1 && take(nAmount) && history.HoldsAtLeast(nAmount))
+    {
+        judge(nAmount);
+    }
+    else if (history.HoldsAtLeast(monitor.GetSamplingAmount()))
+    {
+        Log()->Level2W(pwszFailure);
+    }
+}
 
 // What a watch does not say otherwise. A watch has besides: void Cycle(), one pass of sampling and judging.
 class MonitorWatch

@@ -15,10 +15,10 @@ public:
     // The marker of a missing value: counts in a length, adds nothing to a sum that leaves missing values out.
     static constexpr std::uint32_t MISSING = 0xFFFFFFFF;
 
-    void Append(std::uint32_t nSample)
-    {
-        m_samples.push_back(nSample);
-    }
+    // Makes room for one sample, so that the next Append does not throw. Throws std::bad_alloc.
+    void MakeRoom() { m_samples.reserve(m_samples.size() + 1); }
+    // Throws std::bad_alloc, and then nothing has changed.
+    void Append(std::uint32_t nSample) { m_samples.push_back(nSample); }
     // Drops the oldest samples until at most nAmount are left.
     void TrimTo(int nAmount) noexcept
     {
@@ -28,10 +28,7 @@ public:
             m_samples.erase(m_samples.begin(), m_samples.end() - static_cast<std::ptrdiff_t>(nKept));
         }
     }
-    bool HoldsAtLeast(int nAmount) const noexcept
-    {
-        return m_samples.size() >= static_cast<std::uint32_t>(nAmount);
-    }
+    bool HoldsAtLeast(int nAmount) const noexcept { return m_samples.size() >= static_cast<std::uint32_t>(nAmount); }
     void DropOldest() noexcept
     {
         if (!m_samples.empty())
@@ -39,21 +36,12 @@ public:
             m_samples.erase(m_samples.begin());
         }
     }
-    const std::vector<std::uint32_t>& Samples() const noexcept
-    {
-        return m_samples;
-    }
+    const std::vector<std::uint32_t>& Samples() const noexcept { return m_samples; }
 
     // The sum as a signed 32-bit number, which wraps, divided by nAmount towards zero; 0 for an amount of 0.
-    int Average(int nAmount) const noexcept
-    {
-        return Quotient(Sum(false), nAmount);
-    }
+    int Average(int nAmount) const noexcept { return Quotient(Sum(false), nAmount); }
     // The same without the missing values, which still count in nAmount.
-    int AverageOfPresent(int nAmount) const noexcept
-    {
-        return Quotient(Sum(true), nAmount);
-    }
+    int AverageOfPresent(int nAmount) const noexcept { return Quotient(Sum(true), nAmount); }
 
 private:
     std::uint32_t Sum(bool bWithoutMissing) const noexcept

@@ -6,6 +6,7 @@
 
 #include <catch2/catch.hpp>
 
+#include <cstdlib>
 #include <set>
 
 namespace varnex::test
@@ -244,6 +245,37 @@ TEST_CASE("a memory sample that fails is logged, and called a failed average onl
     host.ForgetLog();
     host.clock.Advance(10); // flag and history were untouched
     CHECK(host.Log() == Lines{CheckLine(90, 20, 85, 1, 0, 1, 0, 5)});
+    host.StopAndEnd(VARNEX_ALERT_MEMORY);
+}
+
+TEST_CASE("without memory for one of the two histories neither takes the sample")
+{
+    MonitoredModule host(EachCycleJudged().Set("MemorySamplingAmount", 3));
+    host.memory.SetUtilization(10, 20);
+    host.LogEverything();
+    host.StartAndRun(VARNEX_ALERT_MEMORY);
+    // The second samples need more memory than the first ones had: two equal blocks after the reading, and the second
+    // of them is refused.
+    constexpr std::size_t cbTwoSamples = 2 * sizeof(unsigned);
+    int nBlocks = 0;
+    host.imports.Replace<void*(std::size_t)>("malloc",
+                                             [&nBlocks, nReads = host.memory.Reads(), &host](std::size_t cb) -> void*
+                                             {
+                                                 const bool bHistory =
+                                                     cb == cbTwoSamples && host.memory.Reads() > nReads;
+                                                 return bHistory && ++nBlocks == 2 ? nullptr : std::malloc(cb);
+                                             });
+    host.memory.SetUtilization(30, 40);
+    host.clock.Advance(10);
+    host.imports.Restore("malloc");
+    REQUIRE(nBlocks == 2);
+    CHECK(host.LogOf("exception") == Lines{"1 CMonMemThread -- exception stopped(std::bad_alloc)."});
+
+    host.clock.Advance(10);
+    CHECK(host.LogOf("Before Checking").empty()); // two samples each
+    host.memory.SetUtilization(50, 60);
+    host.clock.Advance(10); // (10 + 30 + 50) / 3 and (20 + 40 + 60) / 3
+    CHECK(host.LogOf("Before Checking") == Lines{CheckLine(30, 40, 85, 0, 0, 0, 0, 5)});
     host.StopAndEnd(VARNEX_ALERT_MEMORY);
 }
 

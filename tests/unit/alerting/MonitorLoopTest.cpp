@@ -60,17 +60,9 @@ void CheckCountsAsSentWithout(const char* pszImport)
 class ScriptedWatch : public MonitorWatch
 {
 public:
-    explicit ScriptedWatch(std::function<void()> onCycle) : m_onCycle(std::move(onCycle))
-    {
-    }
-    void Cycle()
-    {
-        m_onCycle();
-    }
-    bool AfterWait()
-    {
-        return !onAfterWait || onAfterWait();
-    }
+    explicit ScriptedWatch(std::function<void()> onCycle) : m_onCycle(std::move(onCycle)) {}
+    void Cycle() { m_onCycle(); }
+    bool AfterWait() { return !onAfterWait || onAfterWait(); }
     std::function<bool()> onAfterWait;
 
 private:
@@ -202,10 +194,12 @@ TEST_CASE("the count is stored before the record is dispatched")
     AlertState state;
     state.nTodaySentAlertNum = 2;
     std::string countAtDispatch;
-    bench.imports.Replace<decltype(::LocalAlloc)>("LocalAlloc", [&](UINT nFlags, SIZE_T cbBlock) {
-        countAtDispatch = bench.Counter(L"CPU");
-        return LocalAlloc(nFlags, cbBlock);
-    });
+    bench.imports.Replace<decltype(::LocalAlloc)>("LocalAlloc",
+                                                  [&](UINT nFlags, SIZE_T cbBlock)
+                                                  {
+                                                      countAtDispatch = bench.Counter(L"CPU");
+                                                      return LocalAlloc(nFlags, cbBlock);
+                                                  });
 
     RaiseAlert(bench.monitor, state, MomentOfTest(bench), ALERT_TYPE_CPU, ALERT_COUNTER_CPU, 90, "");
     CHECK(countAtDispatch == "3");
@@ -324,10 +318,12 @@ TEST_CASE("a monitor's thread enters COM or says why not")
     }));
     StoreBench bench;
     std::vector<LPVOID> reserved;
-    bench.imports.Replace<decltype(::CoInitialize)>("CoInitialize", [&](LPVOID pReserved) {
-        reserved.push_back(pReserved);
-        return row.nResult;
-    });
+    bench.imports.Replace<decltype(::CoInitialize)>("CoInitialize",
+                                                    [&](LPVOID pReserved)
+                                                    {
+                                                        reserved.push_back(pReserved);
+                                                        return row.nResult;
+                                                    });
 
     CHECK(EnterMonitorApartment(L"Monitor -- COM(0x%08x).") == row.bEntered);
     CHECK(reserved == std::vector<LPVOID>{nullptr});
@@ -339,7 +335,8 @@ TEST_CASE("a monitor begins with its policy and a line that shows it")
 {
     StoreBench bench;
     ScriptedMonitor monitor;
-    monitor.onUpdate = [&] {
+    monitor.onUpdate = [&]
+    {
         monitor.SetPolicy(90, 85, 5, 4);
         return 0;
     };
@@ -358,9 +355,74 @@ TEST_CASE("a monitor whose first policy throws begins all the same")
 
     BeginMonitor(monitor, L"[ID:%d]Begin: (%d)S, (%d%%), (%d), (%d)");
     CHECK_THAT(bench.ReadLog(),
-               HasLinesInOrder(
-                   {{1, "UpdateAlertPolicy -- exception stopped(no policy)."},
-                    {3, "[ID:" + std::to_string(GetCurrentThreadId()) + "]Begin: (0)S, (0%), (0), (0)"}}));
+               HasLinesInOrder({{1, "UpdateAlertPolicy -- exception stopped(no policy)."},
+                                {3, "[ID:" + std::to_string(GetCurrentThreadId()) + "]Begin: (0)S, (0%), (0), (0)"}}));
+}
+
+TEST_CASE("a pass is judged with enough samples, and called a failure only with a full history")
+{
+    struct Pass
+    {
+        int nAmount;
+        std::size_t nBefore; // samples
+        bool bTaken;
+        bool bJudged;
+        bool bFailure;
+    };
+    const auto pass = GENERATE(values<Pass>({
+        {3, 2, true, true, false},
+        {3, 3, true, true, false},
+        {3, 1, true, false, false},  // still filling
+        {3, 3, false, false, true},  // no sample
+        {3, 2, false, false, false}, // no sample while filling
+        {0, 0, true, false, true},   // any history holds none
+        {-1, 3, true, false, false}, // no history is that long
+    }));
+    CAPTURE(pass.nAmount, pass.nBefore, pass.bTaken);
+    StoreBench bench;
+    ScriptedMonitor monitor;
+    monitor.SetSamplingAmount(pass.nAmount);
+    SampleHistory history;
+    for (std::size_t i = 0; i < pass.nBefore; ++i)
+    {
+        history.Append(1);
+    }
+    int nAsked = 0;
+    std::vector<int> judged;
+    SampleAndJudge(
+        monitor, history, L"Pass fail, next loop.",
+        [&](int)
+        {
+            ++nAsked;
+            if (pass.bTaken)
+            {
+                history.Append(2);
+            }
+            return pass.bTaken;
+        },
+        [&](int nAmount) { judged.push_back(nAmount); });
+    CHECK(nAsked == (pass.nAmount < 1 ? 0 : 1));
+    CHECK(judged == (pass.bJudged ? std::vector<int>{pass.nAmount} : std::vector<int>{}));
+    CHECK(bench.ReadLog().Lines().size() == (pass.bFailure ? 1U : 0U));
+    CHECK(bench.ReadLog().Has(2, "Pass fail, next loop.") == pass.bFailure);
+}
+
+TEST_CASE("the sampling amount is read anew for a pass that fails")
+{
+    StoreBench bench;
+    ScriptedMonitor monitor;
+    monitor.SetSamplingAmount(2);
+    SampleHistory history;
+    history.Append(1);
+    SampleAndJudge(
+        monitor, history, L"Pass fail, next loop.",
+        [&](int)
+        {
+            monitor.SetSamplingAmount(1);
+            return false;
+        },
+        [](int) {});
+    CHECK_THAT(bench.ReadLog(), HasLine(2, "Pass fail, next loop."));
 }
 
 TEST_CASE("a cycle reads the policy and takes its pass and waits")
@@ -368,14 +430,16 @@ TEST_CASE("a cycle reads the policy and takes its pass and waits")
     StoreBench bench;
     ScriptedMonitor monitor;
     std::string order;
-    monitor.onUpdate = [&] {
+    monitor.onUpdate = [&]
+    {
         order += 'p';
         monitor.SetInterval(2);
         return 0;
     };
     int nCycles = 0;
     ScriptedWatch watch([&] { order += 'c'; });
-    watch.onAfterWait = [&] {
+    watch.onAfterWait = [&]
+    {
         order += static_cast<char>('0' + bench.clock.ElapsedMs() / 1000);
         if (++nCycles == 3)
         {
@@ -415,7 +479,8 @@ TEST_CASE("a monitor that was stopped before it began takes no pass")
     StoreBench bench;
     ScriptedMonitor monitor;
     bool bCalled = false;
-    monitor.onUpdate = [&] {
+    monitor.onUpdate = [&]
+    {
         bCalled = true;
         return 0;
     };
@@ -435,19 +500,22 @@ TEST_CASE("an exception costs a monitor its cycle but not its wait and not its l
     ScriptedMonitor monitor;
     monitor.SetInterval(3);
     int nRounds = 0;
-    const auto throwFirst = [&](const char* pszPlace) {
+    const auto throwFirst = [&](const char* pszPlace)
+    {
         if (thrower == pszPlace && nRounds == 1)
         {
             throw std::runtime_error(pszPlace);
         }
     };
-    monitor.onUpdate = [&] {
+    monitor.onUpdate = [&]
+    {
         ++nRounds;
         throwFirst("policy");
         return 0;
     };
     ScriptedWatch watch([&] { throwFirst("cycle"); });
-    watch.onAfterWait = [&] {
+    watch.onAfterWait = [&]
+    {
         throwFirst("after the wait");
         return nRounds < 2;
     };
@@ -467,9 +535,9 @@ TEST_CASE("a monitor that ends leaves its slot and is freed and says so and leav
     REQUIRE(slot.Publish(pMonitor));
     std::vector<std::string> order;
     pMonitor->onDelete = [&] { order.push_back(slot.IsSet() ? "freed in its slot" : "freed out of its slot"); };
-    bench.imports.Replace<decltype(::CoUninitialize)>("CoUninitialize", [&] {
-        order.push_back(bench.ReadLog().Has(4, "Monitor end...") ? "COM after the line" : "COM before the line");
-    });
+    bench.imports.Replace<decltype(::CoUninitialize)>(
+        "CoUninitialize", [&]
+        { order.push_back(bench.ReadLog().Has(4, "Monitor end...") ? "COM after the line" : "COM before the line"); });
 
     EndMonitor(pMonitor, slot, "Monitor end...");
     CHECK(order == std::vector<std::string>{"freed out of its slot", "COM after the line"});

@@ -1,9 +1,12 @@
 #include "sampling/SampleHistory.h"
 
+#include "support/ImportRedirector.h"
+
 #include <catch2/catch.hpp>
 
 #include <climits>
 #include <cstdint>
+#include <new>
 #include <vector>
 
 namespace varnex::test
@@ -37,6 +40,23 @@ struct Average
     int nAverage;
     int nAverageOfPresent;
 };
+
+// Whether the operation asks for memory, which it does not get.
+template <class Operation>
+bool NeedsMemory(const Operation& operation)
+{
+    ImportRedirector redirector;
+    redirector.FailCall("malloc", 1, FailMode::Once, ERROR_NOT_ENOUGH_MEMORY);
+    try
+    {
+        operation();
+    }
+    catch (const std::bad_alloc&)
+    {
+        return true;
+    }
+    return false;
+}
 
 } // namespace
 
@@ -90,6 +110,20 @@ TEST_CASE("the oldest sample is dropped and an empty history stays empty")
     CHECK(history.Samples().empty());
     history.DropOldest();
     CHECK(history.Samples().empty());
+}
+
+TEST_CASE("a sample for which room was made needs no memory")
+{
+    const SampleHistory history = HistoryOf({1, 2, 3});
+    SampleHistory full = history; // a copy has no room to spare
+    CHECK(NeedsMemory([&full] { full.Append(4); }));
+    CHECK(full.Samples() == Samples{1, 2, 3});
+    CHECK(NeedsMemory([&full] { full.MakeRoom(); }));
+    CHECK(full.Samples() == Samples{1, 2, 3});
+    full.MakeRoom();
+    CHECK(full.Samples() == Samples{1, 2, 3});
+    CHECK_FALSE(NeedsMemory([&full] { full.Append(4); }));
+    CHECK(full.Samples() == Samples{1, 2, 3, 4});
 }
 
 TEST_CASE("a missing sample counts in the length of a history")
