@@ -391,6 +391,36 @@ TEST_CASE("a second collection that fails is a measurement of 0")
     host.StopAndEnd(VARNEX_ALERT_DISK);
 }
 
+TEST_CASE("no memory for one disk's sample ends that pass, and the next one measures all disks again")
+{
+    MonitoredModule host(EachPassJudged());
+    SetTwoDisks(host, 60, 20);
+    host.LogEverything();
+    // The first sample of a disk needs the first memory of its history.
+    int nBlocks = 0;
+    host.imports.Replace<void*(std::size_t)>("malloc",
+                                             [&](std::size_t cb) -> void*
+                                             {
+                                                 const bool bHistory = cb == sizeof(unsigned) &&
+                                                                       host.pdh.CountCalls("PdhCloseQuery") == 1;
+                                                 nBlocks += bHistory ? 1 : 0;
+                                                 return bHistory ? nullptr : std::malloc(cb);
+                                             });
+    host.Start(VARNEX_ALERT_DISK);
+    host.clock.Advance(1);
+    host.imports.Restore("malloc");
+    REQUIRE(nBlocks == 1);
+    CHECK(host.LogOf("exception") == Lines{"1 CMonDiskThread -- exception stopped(std::bad_alloc)."});
+    CHECK(host.LogOf("Before Checking").empty());
+    CHECK(host.pdh.CountCalls("PdhOpenQueryA") == 1);
+    CHECK(host.pdh.OpenQueries() == 0);
+
+    host.clock.Advance(10);
+    CHECK(host.LogOf("Before Checking") == Lines{CheckLine("0 C:", 60, 50, 0, 0, 5, "2026-01-31 12:00:10"),
+                                                 CheckLine("1 D:", 20, 50, 1, 1, 5, "2026-01-31 12:00:10")});
+    host.StopAndEnd(VARNEX_ALERT_DISK);
+}
+
 TEST_CASE("a stop waits for all disks of the pass")
 {
     MonitoredModule host(EachPassJudged());

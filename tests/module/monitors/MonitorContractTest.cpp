@@ -7,6 +7,9 @@
 
 #include <catch2/catch.hpp>
 
+#include <atomic>
+#include <cstdlib>
+
 namespace varnex::test
 {
 
@@ -26,6 +29,7 @@ struct MonitorFacts
     DWORD dwMeasuringMs;  // a pass without its wait
     bool bKeepsSlotAfterApartmentFailure;
     bool bFreesSlotBeforeApartment;
+    int nBlocksKept; // of a run: the disk monitor keeps a copy of the aggregate instance's name
 };
 
 const std::vector<MonitorFacts>& AllMonitors()
@@ -36,19 +40,19 @@ const std::vector<MonitorFacts>& AllMonitors()
          "4 Monitor Memory Utilization thread end working...",
          "3 [ID:#]Monitor Memory Usage thread begin: Interval(90)S, Threshold(85%), SamplingAmount InADay(5), "
          "MaxAlertNum(5)",
-         0, true, true},
+         0, true, true, 0},
         {VARNEX_ALERT_DISK, "Disk", "CMonDiskThread", 60, 50,
          "1 CMonDiskThread -- initialize COM interface failed(0x8007000e).",
          "4 Monitor Disk throughput thread end working...",
          "3 [ID:#]Monitor Disk Usage thread begin: Interval(60)S, Threshold(50MB/Sec), SamplingAmount InADay(5), "
          "MaxAlertNum(5)",
-         100, true, true},
+         100, true, true, 1},
         {VARNEX_ALERT_NETWORK, "Network", "CMonNetworkThread", 90, 60,
          "1 MonNetworkThread -- initialize COM interface failed(0x8007000e).",
          "4 Monitor Network throughput thread end working...",
          "3 [ID:#]Monitor Network utilization thread begin: Interval(90)S, Threshold(60%), SamplingAmount InADay(5), "
          "MaxAlertNum(5)",
-         1000, false, false},
+         1000, false, false, 0},
     };
     return monitors;
 }
@@ -79,6 +83,33 @@ Lines PolicyLines(const MonitorFacts& facts, int nRead)
     return {line("Interval", facts.nInterval), line("threshold", facts.nThreshold), line("SamplingAmount", 5),
             line("MaxAlertNum", 5)};
 }
+
+// Counts the blocks of memory that the module holds of those that it has asked for since.
+class BlockCount
+{
+public:
+    explicit BlockCount(ImportRedirector& imports) : m_imports(imports)
+    {
+        m_imports.Replace<void*(std::size_t)>("malloc",
+                                              [this](std::size_t cb)
+                                              {
+                                                  void* const pBlock = std::malloc(cb);
+                                                  m_nBlocks += pBlock != nullptr ? 1 : 0;
+                                                  return pBlock;
+                                              });
+        m_imports.Replace<void(void*)>("free",
+                                       [this](void* pBlock)
+                                       {
+                                           m_nBlocks -= pBlock != nullptr ? 1 : 0;
+                                           std::free(pBlock);
+                                       });
+    }
+    int Blocks() const { return m_nBlocks; }
+
+private:
+    RestoredImports m_imports;
+    std::atomic<int> m_nBlocks{0};
+};
 
 void Measure(MonitoredModule& host, const MonitorFacts& facts)
 {
@@ -246,7 +277,7 @@ TEST_CASE("every initialisation of COM is undone once over a full run")
     CHECK(host.imports.Calls("CoUninitialize") == 1);
 }
 
-TEST_CASE("two hundred starts and stops leave no handle, thread or slot behind")
+TEST_CASE("two hundred starts and stops leave no handle, thread, memory or slot behind")
 {
     const MonitorFacts facts = EachMonitor();
     INFO(facts.pszClass);
@@ -258,6 +289,7 @@ TEST_CASE("two hundred starts and stops leave no handle, thread or slot behind")
         host.StopAndEnd(facts.nAlertType);
     };
     run(); // the first one opens what stays open
+    const BlockCount memory(host.imports);
     const std::size_t nHandles = CountHandles();
     const std::size_t nThreads = CountThreads();
     for (int i = 0; i < 200; ++i)
@@ -266,6 +298,7 @@ TEST_CASE("two hundred starts and stops leave no handle, thread or slot behind")
     }
     CHECK(CountHandles() == nHandles);
     CHECK(CountThreads() == nThreads);
+    CHECK(memory.Blocks() == 200 * facts.nBlocksKept);
     CHECK(host.LogOf("thread begin").size() == 201);
     CHECK(host.LogOf("exist").empty());
     CHECK(host.pdh.OpenQueries() == 0);
