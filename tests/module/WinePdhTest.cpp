@@ -1,7 +1,7 @@
 // The stand-in pdh.dll, loaded as a program would: every call and every refusal, from files with known numbers, with a
 // scripted clock and system language, and once from the live machine.
 
-#include "common/Handles.h"
+#include "module/monitors/WinePdh.h"
 #include "support/ImportRedirector.h"
 #include "support/TestText.h"
 
@@ -14,7 +14,6 @@
 
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -40,48 +39,6 @@ constexpr char szTwoProcessorsLater[] = "cpu  350 0 150 800 0 0 0 0 0 0\n"
 constexpr char szTwoDisks[] = " 259       0 nvme0n1 10 0 1000 5 20 0 3000 7 0 0 0\n"
                               " 259       1 nvme0n1p1 10 0 1000 5 20 0 3000 7 0 0 0\n"
                               "   8       0 sda 1 0 8 1 1 0 16 1 0 0 0\n";
-
-std::wstring FindLibrary()
-{
-    const char* pszPath = std::getenv("VARNEX_WINEPDH_DLL");
-#ifdef VARNEX_WINEPDH_DLL
-    pszPath = pszPath != nullptr ? pszPath : VARNEX_WINEPDH_DLL;
-#endif
-    REQUIRE(pszPath != nullptr);
-    return WideFromUtf8(pszPath);
-}
-
-// The library, loaded by its path and unloaded at the end.
-class StandIn
-{
-public:
-    HMODULE Handle() const noexcept { return m_module.Get(); }
-
-private:
-    template <class Call>
-    Call* Find(const char* pszName) const
-    {
-        INFO("no " << pszName);
-        const FARPROC pfnCall = GetProcAddress(m_module.Get(), pszName);
-        REQUIRE(pfnCall != nullptr);
-        return reinterpret_cast<Call*>(reinterpret_cast<void*>(pfnCall));
-    }
-
-    const UniqueModule m_module{LoadLibraryW(FindLibrary().c_str())};
-
-public:
-    decltype(::PdhAddCounterA)* const AddCounterA = Find<decltype(::PdhAddCounterA)>("PdhAddCounterA");
-    decltype(::PdhAddCounterW)* const AddCounterW = Find<decltype(::PdhAddCounterW)>("PdhAddCounterW");
-    decltype(::PdhCloseQuery)* const CloseQuery = Find<decltype(::PdhCloseQuery)>("PdhCloseQuery");
-    decltype(::PdhCollectQueryData)* const Collect = Find<decltype(::PdhCollectQueryData)>("PdhCollectQueryData");
-    decltype(::PdhEnumObjectItemsA)* const EnumA = Find<decltype(::PdhEnumObjectItemsA)>("PdhEnumObjectItemsA");
-    decltype(::PdhEnumObjectItemsW)* const EnumW = Find<decltype(::PdhEnumObjectItemsW)>("PdhEnumObjectItemsW");
-    decltype(::PdhGetFormattedCounterValue)* const GetValue =
-        Find<decltype(::PdhGetFormattedCounterValue)>("PdhGetFormattedCounterValue");
-    decltype(::PdhOpenQueryA)* const OpenQueryA = Find<decltype(::PdhOpenQueryA)>("PdhOpenQueryA");
-    decltype(::PdhOpenQueryW)* const OpenQueryW = Find<decltype(::PdhOpenQueryW)>("PdhOpenQueryW");
-    decltype(::PdhRemoveCounter)* const RemoveCounter = Find<decltype(::PdhRemoveCounter)>("PdhRemoveCounter");
-};
 
 // A file that stands in for one of the kernel's, named to the library by its variable and removed at the end.
 class FixedSource
@@ -123,7 +80,7 @@ private:
 // The library with fixed sources, English names unless told otherwise, and a clock that stands still.
 struct Fixture
 {
-    StandIn pdh;
+    WinePdh pdh;
     FixedSource processors{L"WINEPDH_PROC_STAT", szTwoProcessors};
     FixedSource disks{L"WINEPDH_DISKSTATS", szTwoDisks};
     LANGID wLanguage = MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US);
@@ -153,7 +110,7 @@ struct Fixture
 class OneCounter
 {
 public:
-    OneCounter(const StandIn& pdh, const wchar_t* pwszPath) : m_pdh(pdh)
+    OneCounter(const WinePdh& pdh, const wchar_t* pwszPath) : m_pdh(pdh)
     {
         REQUIRE(m_pdh.OpenQueryW(nullptr, 0, &m_hQuery) == ERROR_SUCCESS);
         REQUIRE(m_pdh.AddCounterW(m_hQuery, pwszPath, 0, &m_hCounter) == ERROR_SUCCESS);
@@ -185,7 +142,7 @@ public:
     }
 
 private:
-    const StandIn& m_pdh;
+    const WinePdh& m_pdh;
     PDH_HQUERY m_hQuery = nullptr;
     PDH_HCOUNTER m_hCounter = nullptr;
 };
@@ -210,7 +167,7 @@ struct Items
     Names instances;
 };
 
-Items EnumItems(const StandIn& pdh, const wchar_t* pwszObject)
+Items EnumItems(const WinePdh& pdh, const wchar_t* pwszObject)
 {
     wchar_t wszCounters[2048];
     wchar_t wszInstances[2048];
@@ -226,7 +183,7 @@ Items EnumItems(const StandIn& pdh, const wchar_t* pwszObject)
 }
 
 // The status of adding a counter to a query of its own; the handle must be set exactly at success.
-DWORD AddPath(const StandIn& pdh, const wchar_t* pwszPath)
+DWORD AddPath(const WinePdh& pdh, const wchar_t* pwszPath)
 {
     PDH_HQUERY hQuery = nullptr;
     REQUIRE(pdh.OpenQueryW(nullptr, 0, &hQuery) == ERROR_SUCCESS);
@@ -250,7 +207,7 @@ TEST_CASE_METHOD(Fixture, "the library that is tested is the stand-in, not the s
     wchar_t wszLoaded[MAX_PATH] = {};
     REQUIRE(GetModuleFileNameW(pdh.Handle(), wszLoaded, MAX_PATH) != 0);
     wchar_t wszWanted[MAX_PATH] = {};
-    REQUIRE(GetFullPathNameW(FindLibrary().c_str(), MAX_PATH, wszWanted, nullptr) != 0);
+    REQUIRE(GetFullPathNameW(WinePdh::Path().c_str(), MAX_PATH, wszWanted, nullptr) != 0);
     CHECK(CompareStringOrdinal(wszLoaded, -1, wszWanted, -1, TRUE) == CSTR_EQUAL);
 }
 
@@ -844,7 +801,7 @@ namespace
 
 struct QueryRounds
 {
-    const StandIn* pPdh;
+    const WinePdh* pPdh;
     HANDLE hStart;
     unsigned uFailures;
 };
@@ -867,7 +824,7 @@ DWORD WINAPI OpenAndCloseQueries(void* pArgument)
 
 TEST_CASE("threads with queries of their own do not disturb each other")
 {
-    const StandIn pdh;
+    const WinePdh pdh;
     const UniqueHandle start(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     REQUIRE(start);
     std::array<QueryRounds, 4> rounds;
@@ -890,7 +847,7 @@ TEST_CASE("threads with queries of their own do not disturb each other")
 
 TEST_CASE("the machine's own numbers are in their ranges")
 {
-    StandIn pdh;
+    WinePdh pdh;
     LANGID wLanguage = english.wId;
     ImportRedirector redirector(pdh.Handle());
     redirector.Replace<decltype(::GetSystemDefaultLangID)>("GetSystemDefaultLangID", [&] { return wLanguage; });
