@@ -6,6 +6,7 @@
 #include "entry/ModuleState.h"
 #include "sampling/DiskSampling.h"
 
+#include <memory>
 #include <new>
 #include <vector>
 
@@ -49,8 +50,9 @@ private:
         const AlertMoment moment;
         char szHappenTime[TIME_CHARS];
         FormatLocalTimeA(moment.nSeconds, szHappenTime);
-        ReadTodaysCount(m_state, moment, ALERT_COUNTER_DISK,
-                        L"MonDiskThread -- Get alert number from CFG file failed, input date(%s), error code(0x%08x). ");
+        ReadTodaysCount(
+            m_state, moment, ALERT_COUNTER_DISK,
+            L"MonDiskThread -- Get alert number from CFG file failed, input date(%s), error code(0x%08x). ");
         Log()->Level4A("MonDiskThread -- Before Checking Alert Inf, DiskName(%s), nAverageValue(%d), Threshold(%d), "
                        "bReachThreshold_LastTime(%d), nTodaySentAlertNum(%d), MaxAlertNum InADay(%d), happenTime(%s).",
                        pszName, nAverage, m_monitor.GetThreshold(), m_state.bReachThreshold_LastTime,

@@ -9,6 +9,7 @@
 #include "sampling/SampleHistory.h"
 
 #include <map>
+#include <vector>
 
 namespace varnex
 {

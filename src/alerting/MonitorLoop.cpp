@@ -39,9 +39,10 @@ void RaiseAlert(const CAlertReachPKIThread& monitor, AlertState& state, const Al
     ++state.nTodaySentAlertNum;
     state.bReachThreshold_LastTime = 1;
     // Whatever becomes of the count, the alert goes out.
-    StopExceptions("SaveAlertNumIntoLocal", COUNTERS_FAILED, [&] {
-        return SaveAlertNumIntoLocal(moment.wszDate, nCounter, static_cast<unsigned>(state.nTodaySentAlertNum));
-    });
+    StopExceptions(
+        "SaveAlertNumIntoLocal", COUNTERS_FAILED,
+        [&]
+        { return SaveAlertNumIntoLocal(moment.wszDate, nCounter, static_cast<unsigned>(state.nTodaySentAlertNum)); });
     SendAlertToAllServer(nAlertType, monitor.GetThreshold(), nAverage, pszResourceName, AsHappenTime(moment.nSeconds));
 }
 

@@ -4,6 +4,7 @@ namespace varnex
 {
 
 // Memory status, from GlobalMemoryStatusEx. Sizes are counted in whole megabytes (1048576 bytes) before any arithmetic.
+// Nothing is kept between calls; any thread.
 // Both return 0, -1 for a null pointer, or the system error (logged) when the function cannot be found. A status call
 // that fails is no error.
 

@@ -23,14 +23,8 @@ public:
             onDelete();
         }
     }
-    DWORD Run() override
-    {
-        return 0;
-    }
-    int UpdateAlertPolicy() override
-    {
-        return onUpdate ? onUpdate() : 0;
-    }
+    DWORD Run() override { return 0; }
+    int UpdateAlertPolicy() override { return onUpdate ? onUpdate() : 0; }
     void SetPolicy(int nInterval, int nThreshold, int nSamplingAmount, int nMaxAlertNum)
     {
         SetInterval(nInterval);
