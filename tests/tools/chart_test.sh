@@ -39,6 +39,7 @@ look dom dom.html network series=4 points=2762 threshold=60 marks=1 gaps=1
 grep -q 'href="#processors-alert-3"[^>]*title="20:30:30, CPU 95 %, threshold 85 %"' dom.html ||
   fail "an alert is not marked with its time and text"
 grep -q '<th scope="row">CPU1</th>.*<td>1370</td><td>10</td>' day.html || fail "the failed samples are not counted"
+look data day.html 'panel["tables"][0]["series"][1]["values"].count(None) == 1' # the line is broken there
 grep -q 'Nothing was recorded from 11:59:07 to 13:00:07' day.html || fail "the missing minutes are not told"
 for scheme in light dark; do
   dark=$([ "$scheme" = light ] || echo --blink-settings=preferredColorScheme=0)
@@ -85,8 +86,17 @@ expect_refusal 'no valid Time' bad_report.xml
 expect_refusal 'no alerts' CPUUtil.log --alerts KpmCfg.xml
 expect_refusal 'no configuration' CPUUtil.log --config CPUUtil.log
 printf 'Time\t\tCPU1\r\n2026-01-31 10:00:00\t5\r\n2026-01-31 10:01:00\t2026-01-31 10:02:00\t7\r\n2026-01-31 10:03:00\t12' >torn.log
+printf 'Time\t\tCPU1\r\n2026-01-31 02:59:00\t9223372036854775807\r\n2026-01-31 02:00:00\t-2147481643\r\n' >odd.log
+expect_page 'clock went back from 02:59:00 to 02:00:00' '"<td>1</td><td>1</td>" in page.text' odd.log
 expect_page '1 line of torn.log' 'panel["tables"][0]["times"] == [36000]' torn.log
 grep -q 'last line of torn.log is torn' "$folder/output" || fail "a torn last line is not told"
+
+# What the documentation shows.
+grep '^varnexhost chart' "$here/../../docs/chart.md" >shown.txt
+while read -r line; do
+  eval "$line" >output.txt 2>&1 </dev/null || { fail "$line"; cat output.txt; }
+done <shown.txt
+[ "$(wc -l <shown.txt)" -eq 2 ] || fail "the documentation does not show two commands"
 
 # Where the page goes.
 cp CPUUtil.log before.log

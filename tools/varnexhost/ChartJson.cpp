@@ -22,7 +22,9 @@ Json NumberOf(const std::optional<double>& cell)
         return nullptr;
     }
     const double dRounded = std::round(*cell * 1000) / 1000;
-    return dRounded == std::floor(dRounded) ? Json(static_cast<std::int64_t>(dRounded)) : Json(dRounded);
+    constexpr double BEYOND_ALL_SENSE = 1e15; // a number in a file may be any
+    return dRounded == std::floor(dRounded) && dRounded < BEYOND_ALL_SENSE ? Json(static_cast<std::int64_t>(dRounded))
+                                                                           : Json(dRounded);
 }
 
 // A moment without values between two samples breaks the line.

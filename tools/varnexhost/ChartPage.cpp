@@ -3,6 +3,7 @@
 #include "ChartAssets.h"
 #include "ChartJson.h"
 
+#include <algorithm>
 #include <map>
 
 namespace varnex::host
@@ -24,6 +25,10 @@ std::string AboutPage(const ChartDay& day, const std::vector<std::string>& fileN
         files += (files.empty() ? "" : ", ") + name;
     }
     std::string html = Element("p", "Day " + day.day + ", local time of the machine. Made from " + files + ".");
+    html += day.bReports
+                ? Element("p", "Points named (report) are averages over the minutes before them, as the report "
+                               "gave them: 0 also stands for too few valid samples.")
+                : "";
     for (const std::string& notice : day.notices)
     {
         html += "<p class=\"note\">" + EscapeHtml(notice) + "</p>\n";
@@ -34,7 +39,8 @@ std::string AboutPage(const ChartDay& day, const std::vector<std::string>& fileN
 // With as many decimals as the values have use for.
 std::string Shown(double dValue)
 {
-    const long long nTenths = static_cast<long long>(dValue * 10 + 0.5);
+    constexpr double BEYOND_ALL_SENSE = 1e15; // a number in a file may be any
+    const long long nTenths = static_cast<long long>(std::min(dValue, BEYOND_ALL_SENSE) * 10 + 0.5);
     return std::to_string(nTenths / 10) + (nTenths % 10 == 0 ? "" : "." + std::to_string(nTenths % 10));
 }
 

@@ -107,14 +107,16 @@ std::vector<std::string> NamesOfAll(const TraceFile& trace)
 void DayMaker::AddRows(ChartTable& table, const TraceFile& trace, const Convert& convert)
 {
     int nLast = -1;
+    bool bWentBack = false;
     for (const TraceRow& row : trace.rows)
     {
         if (row.moment.day != m_made.day)
         {
             continue;
         }
-        if (row.moment.nSecond < nLast)
+        if (row.moment.nSecond < nLast && !bWentBack)
         {
+            bWentBack = true;
             m_made.notices.push_back("The clock went back from " + ClockText(nLast) + " to " +
                                      ClockText(row.moment.nSecond) +
                                      ": samples of the same time of day are drawn among each other.");
@@ -344,11 +346,7 @@ ChartDay DayMaker::Make()
     AddDisks();
     AddNetwork();
     ShareOutAlerts();
-    if (!Reports().empty())
-    {
-        m_made.notices.push_back("Points named (report) are averages over the minutes before them, as the report gave "
-                                 "them: 0 also stands for too few valid samples.");
-    }
+    m_made.bReports = !Reports().empty();
     return std::move(m_made);
 }
 

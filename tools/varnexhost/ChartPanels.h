@@ -36,6 +36,7 @@ struct ChartDay
     std::vector<ChartPanel> panels;      // those that have samples
     std::vector<ChartAlert> otherAlerts; // of the day, but of resources without samples
     std::vector<std::string> notices;    // what a reader should know about the input, in whole sentences
+    bool bReports = false;               // some of the points are from reports
 };
 
 // The days of which there are samples or reports, ascending.

@@ -109,13 +109,19 @@
     return { width: box.clientWidth, height: box.clientWidth < 600 ? 240 : 300 };
   }
 
+  // Where there is room, as wide in every panel, so that the same time is below the same time.
+  function widthOfLabels(plot, labels) {
+    const needed = 24 + 7 * Math.max(5, ...(labels || []).map(label => label.length));
+    return plot.width < 600 ? needed : Math.max(needed, 94);
+  }
+
   function axesOf(panel) {
     const look = { stroke: colour("text"), grid: { stroke: colour("line"), width: 1 },
                    ticks: { stroke: colour("line"), width: 1 } };
     return [
       { ...look, incrs: steps, space: 48,
         values: (plot, splits, axis, space, step) => splits.map(split => clock(split, step < 60)) },
-      { ...look, size: (plot, labels) => 24 + 7 * Math.max(5, ...(labels || []).map(label => label.length)),
+      { ...look, size: widthOfLabels,
         values: (plot, splits) => splits.map(split => split + " " + panel.unit) }
     ];
   }
