@@ -9,6 +9,7 @@ namespace varnex
 // does not exist, while the module's path has no backslash. The text lives as long as the process.
 const wchar_t* ConfigFilePath() noexcept;
 
+// Whether there is anything of that name now; looked up anew at each call.
 bool ConfigFileExists() noexcept;
 
 } // namespace varnex

@@ -21,7 +21,6 @@ constexpr DWORD MUTEX_WAIT_MS = 90'000;
 constexpr wchar_t DATE_PATH[] = L"KPMConfiguration/PkiAlertNum/Date";
 constexpr std::size_t STORED_DATE_CHARS = 32;
 constexpr std::size_t STORED_COUNT_CHARS = 16;
-constexpr std::size_t NODE_PATH_CHARS = 260;
 
 const wchar_t* CountNodeName(int nCounter) noexcept
 {
@@ -42,7 +41,7 @@ const wchar_t* CountNodeName(int nCounter) noexcept
     }
 }
 
-void CountNodePath(const wchar_t* pwszName, wchar_t (&wszPath)[NODE_PATH_CHARS]) noexcept
+void CountNodePath(const wchar_t* pwszName, wchar_t (&wszPath)[XML_NODE_PATH_CHARS]) noexcept
 {
     FormatTextW(wszPath, L"KPMConfiguration/PkiAlertNum/%s", pwszName);
 }
@@ -55,7 +54,7 @@ bool IsDateRead(int nResult) noexcept
 
 int WriteCount(const wchar_t* pwszName, const wchar_t* pwszValue)
 {
-    wchar_t wszPath[NODE_PATH_CHARS];
+    wchar_t wszPath[XML_NODE_PATH_CHARS];
     CountNodePath(pwszName, wszPath);
     return SetXMLNodeValue(ConfigFilePath(), wszPath, pwszValue);
 }
@@ -91,7 +90,7 @@ void StartNewDay(const wchar_t* pwszDate)
 int SaveLocked(const wchar_t* pwszDate, int nCounter, unsigned nCount)
 {
     wchar_t wszStoredDate[STORED_DATE_CHARS] = L"";
-    const int nDateResult = GetXMLNodeValue(ConfigFilePath(), DATE_PATH, wszStoredDate, STORED_DATE_CHARS);
+    const int nDateResult = ReadXMLNodeValue(DATE_PATH, wszStoredDate, STORED_DATE_CHARS);
     if (!IsDateRead(nDateResult))
     {
         Log()->Level2W(L"SaveAlertNumIntoLocal -- get date in configure file failed(0x%08x), exit...", nDateResult);
@@ -152,22 +151,23 @@ int GetAlertNumFromLocal(const wchar_t* pwszDate, int nCounter, int* pnCount)
         return COUNTERS_NO_FILE;
     }
     wchar_t wszStoredDate[STORED_DATE_CHARS] = L"";
-    int nResult = GetXMLNodeValue(ConfigFilePath(), DATE_PATH, wszStoredDate, STORED_DATE_CHARS);
+    int nResult = ReadXMLNodeValue(DATE_PATH, wszStoredDate, STORED_DATE_CHARS);
     if (!IsDateRead(nResult))
     {
         Log()->Level2W(L"GetAlertNumFromLocal -- get date in configure file failed(0x%08x), exit...", nResult);
         return nResult;
     }
-    if (_wcsicmp(wszStoredDate, pwszDate) != 0)
+    // Nothing stored differs from every date, an empty one included.
+    if (wszStoredDate[0] == L'\0' || _wcsicmp(wszStoredDate, pwszDate) != 0)
     {
         Log()->Level4W(L"GetAlertNumFromLocal -- input date(%s) doesn't match configure date(%s), exit...", pwszDate,
                        wszStoredDate);
         return COUNTERS_FAILED;
     }
-    wchar_t wszPath[NODE_PATH_CHARS];
+    wchar_t wszPath[XML_NODE_PATH_CHARS];
     CountNodePath(CountNodeName(nCounter), wszPath);
     wchar_t wszCount[STORED_COUNT_CHARS] = L"";
-    nResult = GetXMLNodeValue(ConfigFilePath(), wszPath, wszCount, STORED_COUNT_CHARS);
+    nResult = ReadXMLNodeValue(wszPath, wszCount, STORED_COUNT_CHARS);
     if (nResult != 0)
     {
         Log()->Level2W(L"GetAlertNumFromLocal -- get alert number(%d) failed. alert type(%d), date(%s), error "

@@ -5,9 +5,9 @@
 #include "config/XmlDocument.h"
 #include "diag/SPLogger.h"
 
-#include <algorithm>
 #include <cstdlib>
-#include <string>
+#include <cwchar>
+#include <utility>
 
 namespace varnex
 {
@@ -45,7 +45,7 @@ bool OpenForNumber(XmlDocument& document)
                        pwszFile);
         return false;
     }
-    if (!document.Load(pwszFile))
+    if (document.Load(pwszFile) != S_OK)
     {
         Log()->Level1W(L"GetAlertConfValue -- DocumentPtr load file(%s) failed(0x%08x)", pwszFile, 0);
         return false;
@@ -85,15 +85,24 @@ constexpr NodeOperationTexts SET_TEXTS = {
 };
 
 // Some document objects crash on such a path, so it never reaches one.
-bool HasEmptyStep(const std::wstring& path)
+bool HasEmptyStep(const wchar_t* pwszNodePath) noexcept
 {
-    return path.empty() || path.front() == L'/' || path.back() == L'/' || path.find(L"//") != std::wstring::npos;
+    bool bStepBegins = true;
+    for (; *pwszNodePath != L'\0'; ++pwszNodePath)
+    {
+        if (*pwszNodePath == L'/' && bStepBegins)
+        {
+            return true;
+        }
+        bStepBegins = *pwszNodePath == L'/';
+    }
+    return bStepBegins; // nothing behind the last slash, or nothing at all
 }
 
-// Loads the file for a node operation. bLoaded tells a file that loads from one that does not; the result is what the
+// Loads the file for a node operation. nLoaded tells how that went (see XmlDocument::Load); the result is what the
 // operation returns when there is no document at all.
 int OpenForNode(const NodeOperationTexts& texts, const wchar_t* pwszNodePath, const wchar_t* pwszValue,
-                XmlDocument& document, bool& bLoaded)
+                XmlDocument& document, HRESULT& nLoaded)
 {
     const wchar_t* const pwszFile = ConfigFilePath();
     if (pwszNodePath == nullptr || pwszValue == nullptr)
@@ -101,14 +110,14 @@ int OpenForNode(const NodeOperationTexts& texts, const wchar_t* pwszNodePath, co
         Log()->Level1W(texts.pwszBadArguments, pwszFile, pwszNodePath, pwszValue);
         return XML_FAILED;
     }
-    if (HasEmptyStep(pwszNodePath))
-    {
-        return E_INVALIDARG;
-    }
     if (!ConfigFileExists())
     {
         Log()->Level1W(texts.pwszNoFile, pwszFile);
         return XML_FAILED;
+    }
+    if (HasEmptyStep(pwszNodePath) || std::wcslen(pwszNodePath) >= XML_NODE_PATH_CHARS)
+    {
+        return E_INVALIDARG;
     }
     const HRESULT nResult = document.Create(CLSCTX_ALL);
     if (FAILED(nResult))
@@ -116,36 +125,70 @@ int OpenForNode(const NodeOperationTexts& texts, const wchar_t* pwszNodePath, co
         Log()->Level1W(texts.pwszNotCreated, nResult);
         return nResult;
     }
-    bLoaded = document.Load(pwszFile);
-    if (!bLoaded)
+    nLoaded = document.Load(pwszFile);
+    if (nLoaded != S_OK)
     {
         Log()->Level4W(texts.pwszNotLoaded, pwszFile, 0);
     }
-    return 0;
+    return nLoaded == E_OUTOFMEMORY ? E_OUTOFMEMORY : 0;
 }
 
 // Finds the node at the end of a path, and makes each node on the way that is missing.
-HRESULT FindOrMakeNode(XmlDocument& document, const std::wstring& path, ComPtr<IXMLDOMNode>& node)
+HRESULT FindOrMakeNode(XmlDocument& document, const wchar_t* pwszNodePath, ComPtr<IXMLDOMNode>& node) noexcept
 {
+    wchar_t wszPathSoFar[XML_NODE_PATH_CHARS]; // ended behind each step in turn
+    CopyTextW(wszPathSoFar, pwszNodePath);
     ComPtr<IXMLDOMNode> parent;
-    for (std::size_t nBegin = 0; nBegin < path.size();)
+    for (wchar_t* pwszStep = wszPathSoFar;;)
     {
-        const std::size_t nEnd = std::min(path.find(L'/', nBegin), path.size());
-        const std::wstring pathSoFar = path.substr(0, nEnd);
-        HRESULT nResult = document.Find(pathSoFar.c_str(), node);
+        wchar_t* const pwszEnd = pwszStep + std::wcscspn(pwszStep, L"/");
+        const bool bLast = std::exchange(*pwszEnd, L'\0') == L'\0';
+        HRESULT nResult = document.Find(wszPathSoFar, node);
         if (SUCCEEDED(nResult) && !node)
         {
-            nResult = document.AppendElement(parent.Get(), path.substr(nBegin, nEnd - nBegin).c_str(), node);
+            nResult = document.AppendElement(parent.Get(), pwszStep, node);
         }
         if (FAILED(nResult) || !node)
         {
-            Log()->Level1W(L"SetXMLNodeValue -- create root node(%s) fail.", pathSoFar.c_str());
+            Log()->Level1W(L"SetXMLNodeValue -- create root node(%s) fail.", wszPathSoFar);
             return FAILED(nResult) ? nResult : E_FAIL;
         }
+        if (bLast)
+        {
+            return S_OK;
+        }
+        *pwszEnd = L'/';
         parent = node;
-        nBegin = nEnd + 1;
+        pwszStep = pwszEnd + 1;
     }
-    return S_OK;
+}
+
+// Copies a node's text. nLoaded is that of OpenForNode; a file that does not load gives 0 and leaves the buffer alone.
+int ReadNode(const wchar_t* pwszNodePath, wchar_t* pwszValue, std::size_t cchValue, HRESULT& nLoaded) noexcept
+{
+    XmlDocument document(ELEMENT_NAMESPACE);
+    const int nOpened = OpenForNode(GET_TEXTS, pwszNodePath, pwszValue, document, nLoaded);
+    if (nOpened != 0 || nLoaded != S_OK)
+    {
+        return nOpened;
+    }
+    ComPtr<IXMLDOMNode> node;
+    HRESULT nResult = document.Find(pwszNodePath, node);
+    if (SUCCEEDED(nResult) && !node)
+    {
+        return XML_NODE_NOT_FOUND;
+    }
+    UniqueBstr text;
+    if (SUCCEEDED(nResult))
+    {
+        nResult = XmlDocument::GetText(*node.Get(), text);
+    }
+    if (FAILED(nResult))
+    {
+        return nResult;
+    }
+    CopyTextW(pwszValue, cchValue, text.Text());
+    return 0;
 }
 
 } // namespace
@@ -168,8 +211,7 @@ int GetAlertConfValue(int nAlertType, unsigned confType)
     ComPtr<IXMLDOMNode> node;
     if (FAILED(document.Find(wszNodePath, node)) || !node)
     {
-        Log()->Level1W(L"GetAlertConfValue -- Not found matching node(%s), XMLfile(%s)", wszNodePath,
-                       ConfigFilePath());
+        Log()->Level1W(L"GetAlertConfValue -- Not found matching node(%s), XMLfile(%s)", wszNodePath, ConfigFilePath());
         return XML_FAILED;
     }
     UniqueBstr text;
@@ -210,38 +252,23 @@ void RefreshLogLevel()
 
 int GetXMLNodeValue(const wchar_t*, const wchar_t* pwszNodePath, wchar_t* pwszValue, std::size_t cchValue)
 {
-    XmlDocument document(ELEMENT_NAMESPACE);
-    bool bLoaded = false;
-    const int nOpened = OpenForNode(GET_TEXTS, pwszNodePath, pwszValue, document, bLoaded);
-    if (nOpened != 0 || !bLoaded)
-    {
-        return nOpened; // 0 for a file that does not load: callers see their empty buffer
-    }
-    ComPtr<IXMLDOMNode> node;
-    HRESULT nResult = document.Find(pwszNodePath, node);
-    if (SUCCEEDED(nResult) && !node)
-    {
-        return XML_NODE_NOT_FOUND;
-    }
-    UniqueBstr text;
-    if (SUCCEEDED(nResult))
-    {
-        nResult = XmlDocument::GetText(*node.Get(), text);
-    }
-    if (FAILED(nResult))
-    {
-        return nResult;
-    }
-    CopyTextW(pwszValue, cchValue, text.Text());
-    return 0;
+    HRESULT nLoaded = S_FALSE;
+    return ReadNode(pwszNodePath, pwszValue, cchValue, nLoaded);
+}
+
+int ReadXMLNodeValue(const wchar_t* pwszNodePath, wchar_t* pwszValue, std::size_t cchValue)
+{
+    HRESULT nLoaded = S_FALSE;
+    const int nResult = ReadNode(pwszNodePath, pwszValue, cchValue, nLoaded);
+    return FAILED(nLoaded) ? nLoaded : nResult;
 }
 
 int SetXMLNodeValue(const wchar_t*, const wchar_t* pwszNodePath, const wchar_t* pwszValue)
 {
     XmlDocument document(ELEMENT_NAMESPACE);
-    bool bLoaded = false;
-    const int nOpened = OpenForNode(SET_TEXTS, pwszNodePath, pwszValue, document, bLoaded);
-    if (nOpened != 0 || !bLoaded)
+    HRESULT nLoaded = S_FALSE;
+    const int nOpened = OpenForNode(SET_TEXTS, pwszNodePath, pwszValue, document, nLoaded);
+    if (nOpened != 0 || nLoaded != S_OK)
     {
         return nOpened != 0 ? nOpened : XML_FAILED;
     }

@@ -1,8 +1,13 @@
 #include "config/XmlDocument.h"
 
+#include "common/BoundedText.h"
 #include "common/Handles.h"
+#include "common/ModulePath.h"
+#include "config/LastErrorOr.h"
+#include "config/SharingPatience.h"
 
-#include <string>
+#include <cwchar>
+#include <utility>
 
 namespace varnex
 {
@@ -13,21 +18,11 @@ namespace
 constexpr CLSID CLASS_DOM_DOCUMENT = {0x2933BF90, 0x7B36, 0x11D2, {0xB2, 0x0E, 0x00, 0xC0, 0x4F, 0x98, 0x3E, 0x60}};
 constexpr IID INTERFACE_DOM_DOCUMENT = {0x2933BF81, 0x7B36, 0x11D2, {0xB2, 0x0E, 0x00, 0xC0, 0x4F, 0x98, 0x3E, 0x60}};
 
-// A file that is in another process's hands is tried again this often, a second in all.
-constexpr int SHARING_RETRIES = 20;
-constexpr DWORD SHARING_PAUSE_MS = 50;
+constexpr wchar_t TEMPORARY_ENDING[] = L".tmp";
 
-bool IsSharingError(DWORD dwError) noexcept
+HRESULT LastStatus() noexcept
 {
-    return dwError == ERROR_ACCESS_DENIED || dwError == ERROR_SHARING_VIOLATION || dwError == ERROR_LOCK_VIOLATION;
-}
-
-// The document reports a locked file and a malformed one alike; opening the file tells them apart.
-bool IsLockedByOther(const wchar_t* pwszPath) noexcept
-{
-    const UniqueFile file(CreateFileW(pwszPath, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-    return !file && IsSharingError(GetLastError());
+    return HRESULT_FROM_WIN32(LastErrorOr(ERROR_GEN_FAILURE));
 }
 
 HRESULT FlushFile(const wchar_t* pwszPath) noexcept
@@ -36,27 +31,22 @@ HRESULT FlushFile(const wchar_t* pwszPath) noexcept
                                       OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file || !FlushFileBuffers(file.Get()))
     {
-        return HRESULT_FROM_WIN32(GetLastError());
+        return LastStatus();
     }
     return S_OK;
 }
 
-// ERROR_SUCCESS, or why the file could not take the other's place.
-DWORD ReplaceFileBy(const wchar_t* pwszPath, const wchar_t* pwszNewPath) noexcept
+HRESULT ReplaceFileBy(const wchar_t* pwszPath, const wchar_t* pwszNewPath) noexcept
 {
-    for (int nTry = 0;; ++nTry)
-    {
-        if (MoveFileExW(pwszNewPath, pwszPath, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
-        {
-            return ERROR_SUCCESS;
-        }
-        const DWORD dwError = GetLastError();
-        if (!IsSharingError(dwError) || nTry == SHARING_RETRIES)
-        {
-            return dwError;
-        }
-        Sleep(SHARING_PAUSE_MS);
-    }
+    const bool bMoved = MoveFileExW(pwszNewPath, pwszPath, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != FALSE;
+    return bMoved ? S_OK : LastStatus();
+}
+
+// False when there is no room for the name.
+bool TemporaryPathOf(const wchar_t* pwszPath, wchar_t (&wszTemporaryPath)[PATH_CHARS]) noexcept
+{
+    FormatTextW(wszTemporaryPath, L"%s%s", pwszPath, TEMPORARY_ENDING);
+    return std::wcslen(wszTemporaryPath) == std::wcslen(pwszPath) + std::wcslen(TEMPORARY_ENDING);
 }
 
 } // namespace
@@ -78,39 +68,43 @@ HRESULT XmlDocument::Create(DWORD dwContext) noexcept
     return nResult;
 }
 
-bool XmlDocument::LoadOnce(const wchar_t* pwszPath) noexcept
+// S_OK, S_FALSE when the file does not load for whatever reason, or E_OUTOFMEMORY.
+HRESULT XmlDocument::LoadOnce(const wchar_t* pwszPath) noexcept
 {
     UniqueBstr path(pwszPath);
     if (!path)
     {
-        return false;
+        return E_OUTOFMEMORY;
     }
     ScopedVariant source;
     source.SetText(std::move(path));
     VARIANT_BOOL bLoaded = VARIANT_FALSE;
-    return SUCCEEDED(m_document->load(source.Get(), &bLoaded)) && bLoaded != VARIANT_FALSE;
+    const HRESULT nResult = m_document->load(source.Get(), &bLoaded);
+    if (nResult == E_OUTOFMEMORY)
+    {
+        return nResult;
+    }
+    return SUCCEEDED(nResult) && bLoaded != VARIANT_FALSE ? S_OK : S_FALSE;
 }
 
-bool XmlDocument::Load(const wchar_t* pwszPath)
+// The document reports a file in use and a malformed one alike. Opening the file without letting anybody write it tells
+// them apart, also from a file that is half written by one who lets it be read; and as long as it is open like that, a
+// last load decides, whatever came between the first one and the look.
+HRESULT XmlDocument::LoadOrLook(const wchar_t* pwszPath) noexcept
 {
-    for (int nTry = 0;; ++nTry)
+    const HRESULT nResult = LoadOnce(pwszPath);
+    if (nResult != S_FALSE)
     {
-        if (LoadOnce(pwszPath))
-        {
-            return true;
-        }
-        if (!IsLockedByOther(pwszPath))
-        {
-            // The lock may have gone between the load and the look: a last load decides, else a file that was locked
-            // for a moment would pass for a malformed one, and a malformed one for a new day.
-            return LoadOnce(pwszPath);
-        }
-        if (nTry == SHARING_RETRIES)
-        {
-            return false;
-        }
-        Sleep(SHARING_PAUSE_MS);
+        return nResult;
     }
+    const UniqueFile file(
+        CreateFileW(pwszPath, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    return file ? LoadOnce(pwszPath) : LastStatus();
+}
+
+HRESULT XmlDocument::Load(const wchar_t* pwszPath) noexcept
+{
+    return SharingPatience().Try([&]() noexcept { return LoadOrLook(pwszPath); });
 }
 
 HRESULT XmlDocument::Find(const wchar_t* pwszNodePath, ComPtr<IXMLDOMNode>& node) noexcept
@@ -196,25 +190,67 @@ HRESULT XmlDocument::SaveTo(const wchar_t* pwszPath) noexcept
     return m_document->save(target.Get());
 }
 
-HRESULT XmlDocument::Save(const wchar_t* pwszPath)
+// As SaveTo, but a file that may not be written is always told by a sharing error: not every document object says so.
+HRESULT XmlDocument::SaveToTemporary(const wchar_t* pwszTemporaryPath) noexcept
 {
-    const std::wstring temporaryPath = std::wstring(pwszPath) + L".tmp";
-    HRESULT nResult = SaveTo(temporaryPath.c_str());
+    const HRESULT nResult = SaveTo(pwszTemporaryPath);
     if (SUCCEEDED(nResult))
     {
-        nResult = FlushFile(temporaryPath.c_str());
+        return nResult;
+    }
+    const UniqueFile file(
+        CreateFileW(pwszTemporaryPath, GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const HRESULT nOpened = file ? S_OK : LastStatus();
+    return IsSharingStatus(nOpened) ? nOpened : nResult;
+}
+
+// bSafe: whether the new content is on the disk for good.
+HRESULT XmlDocument::SaveInPlace(const wchar_t* pwszPath, bool& bSafe) noexcept
+{
+    bSafe = false;
+    const HRESULT nResult = SaveTo(pwszPath);
+    if (FAILED(nResult))
+    {
+        return nResult;
+    }
+    const HRESULT nFlushed = FlushFile(pwszPath);
+    bSafe = SUCCEEDED(nFlushed);
+    // A reader that came at once keeps the file from being flushed, but saved it is.
+    return IsSharingStatus(nFlushed) ? S_OK : nFlushed;
+}
+
+HRESULT XmlDocument::Save(const wchar_t* pwszPath) noexcept
+{
+    const SharingPatience patience;
+    bool bSafe = false;
+    wchar_t wszTemporaryPath[PATH_CHARS];
+    if (!TemporaryPathOf(pwszPath, wszTemporaryPath))
+    {
+        return patience.Try([&]() noexcept { return SaveInPlace(pwszPath, bSafe); });
+    }
+    HRESULT nResult = patience.Try([&]() noexcept { return SaveToTemporary(wszTemporaryPath); });
+    const bool bWritten = SUCCEEDED(nResult);
+    if (bWritten)
+    {
+        nResult = patience.Try([&]() noexcept { return FlushFile(wszTemporaryPath); });
     }
     if (SUCCEEDED(nResult))
     {
-        const DWORD dwError = ReplaceFileBy(pwszPath, temporaryPath.c_str());
-        if (dwError == ERROR_SUCCESS)
+        nResult = patience.Try([&]() noexcept { return ReplaceFileBy(pwszPath, wszTemporaryPath); });
+    }
+    if (SUCCEEDED(nResult))
+    {
+        return S_OK;
+    }
+    if (IsSharingStatus(nResult)) // somebody keeps one of the files open: what is left is to write into the old one
+    {
+        nResult = SaveInPlace(pwszPath, bSafe);
+        if (!bSafe && bWritten)
         {
-            return S_OK;
+            return nResult; // the old file may be torn now or later: the temporary one stays, which is whole
         }
-        // Somebody keeps the file open: what is left is to write into it.
-        nResult = IsSharingError(dwError) ? SaveTo(pwszPath) : HRESULT_FROM_WIN32(dwError);
     }
-    DeleteFileW(temporaryPath.c_str());
+    DeleteFileW(wszTemporaryPath);
     return nResult;
 }
 

@@ -13,18 +13,18 @@ class XmlDocument
 {
 public:
     // pwszNamespace: of every element and attribute that is made here; lives as long as the document.
-    explicit XmlDocument(const wchar_t* pwszNamespace) noexcept : m_pwszNamespace(pwszNamespace)
-    {
-    }
+    explicit XmlDocument(const wchar_t* pwszNamespace) noexcept : m_pwszNamespace(pwszNamespace) {}
 
-    // Makes the document object in a context of CLSCTX_ flags.
+    // Makes the document object in a context of CLSCTX_ flags. Comes before everything else, on a thread that has
+    // initialised COM.
     HRESULT Create(DWORD dwContext) noexcept;
 
-    // Loads a file. A file that another process has locked for a moment is tried again for at most a second. False
-    // when the file does not load: it is locked still, or malformed.
-    bool Load(const wchar_t* pwszPath);
+    // Loads a file. One that another program has in use is tried again for at most a second. Returns S_OK; S_FALSE for
+    // a file that was there to be read, in nobody's hands, and is malformed; E_OUTOFMEMORY; or the failing status of a
+    // file that cannot be opened, a sharing error when it is in use still.
+    HRESULT Load(const wchar_t* pwszPath) noexcept;
 
-    // The first node at a path from the document; null when there is none. The status of a failed query.
+    // The first node at a path from the document; null, with a success, when there is none. Returns the query's status.
     HRESULT Find(const wchar_t* pwszNodePath, ComPtr<IXMLDOMNode>& node) noexcept;
 
     // Appends an element to a parent, or to the document when the parent is null.
@@ -36,15 +36,22 @@ public:
     // The whole document as text.
     HRESULT GetXml(UniqueBstr& text) noexcept;
 
-    // Replaces a file so that it is the old or the new one, whole, at every instant.
-    HRESULT Save(const wchar_t* pwszPath);
+    // Replaces a file so that it is the old or the new one, whole, at every instant: the new one is written beside it,
+    // under the name with ".tmp" behind, and moved over it. Sharing errors are tried again for at most a second in all.
+    // Only then, or when the longer name does not fit a path, the file is written in place, where a kill or a full disk
+    // can leave it torn; if that fails or cannot be flushed, the temporary file stays and is the whole new one.
+    HRESULT Save(const wchar_t* pwszPath) noexcept;
 
+    // The text of a node, null for an empty one; and the replacing of all that a node holds by a text.
     static HRESULT GetText(IXMLDOMNode& node, UniqueBstr& text) noexcept;
     static HRESULT SetText(IXMLDOMNode& node, const wchar_t* pwszText) noexcept;
 
 private:
-    bool LoadOnce(const wchar_t* pwszPath) noexcept;
+    HRESULT LoadOnce(const wchar_t* pwszPath) noexcept;
+    HRESULT LoadOrLook(const wchar_t* pwszPath) noexcept;
     HRESULT SaveTo(const wchar_t* pwszPath) noexcept;
+    HRESULT SaveToTemporary(const wchar_t* pwszTemporaryPath) noexcept;
+    HRESULT SaveInPlace(const wchar_t* pwszPath, bool& bSafe) noexcept;
     HRESULT CreateNode(long nType, const wchar_t* pwszName, ComPtr<IXMLDOMNode>& node) noexcept;
 
     const wchar_t* m_pwszNamespace;

@@ -21,24 +21,11 @@ ConfigFixture::ConfigFixture(const std::wstring& binPath, const std::wstring& ke
 
 ConfigFixture::ConfigFixture(Com com, const std::wstring& modulePathText, const std::wstring& key)
     : m_key(key), modulePath(redirector, modulePathText.empty() ? tree.ModulePath() : modulePathText),
-      mutex(redirector, key), m_bComInitialised(com == Com::Initialised && SUCCEEDED(CoInitialize(nullptr)))
+      logMutex(redirector), mutex(redirector, key),
+      m_bComInitialised(com == Com::Initialised && SUCCEEDED(CoInitialize(nullptr)))
 {
-    StartLog();
-}
-
-void ConfigFixture::StartLog()
-{
-    // The logger's mutex is named after the second of its making, in which another test may have made its own.
-    redirector.Replace<decltype(::CreateMutexA)>("CreateMutexA",
-                                                 [](LPSECURITY_ATTRIBUTES pSecurity, BOOL bOwned, LPCSTR pszName)
-                                                 {
-                                                     const std::string name =
-                                                         pszName + ("-" + std::to_string(GetCurrentProcessId()));
-                                                     return CreateMutexA(pSecurity, bOwned, name.c_str());
-                                                 });
     Log()->Configure(AnsiFromWide(tree.LogsPath()).c_str(), "Varnex");
     Log()->Level = 4;
-    redirector.Restore("CreateMutexA");
 }
 
 ConfigFixture::~ConfigFixture()

@@ -4,6 +4,7 @@
 #include "support/ImportRedirector.h"
 #include "support/ModulePathScript.h"
 #include "support/ModuleTree.h"
+#include "support/PrivateMutexes.h"
 
 #include <string>
 #include <vector>
@@ -37,6 +38,7 @@ public:
     ModuleTree tree;
     ImportRedirector redirector;
     ModulePathScript modulePath;
+    PrivateMutexes logMutex;
     CountsMutex mutex;
 
     // What makes this test's objects private.
@@ -49,7 +51,6 @@ public:
 
 private:
     ConfigFixture(Com com, const std::wstring& modulePathText, const std::wstring& key);
-    void StartLog();
 
     bool m_bComInitialised;
     std::size_t m_nLinesTaken = 0;

@@ -1,13 +1,19 @@
 #include "ConfigFixture.h"
+#include "ScriptedDom.h"
 
 #include "common/Handles.h"
 #include "config/DailyCounters.h"
 #include "config/XmlConfig.h"
 #include "support/ChildProcess.h"
+#include "support/VirtualClock.h"
 
 #include <catch2/catch.hpp>
 
 #include <windows.h>
+
+#include <oleauto.h>
+
+#include <msxml2.h>
 
 namespace varnex::test
 {
@@ -21,6 +27,7 @@ constexpr wchar_t KEY_VARIABLE[] = L"VARNEX_TEST_KEY";
 constexpr wchar_t COUNTER_VARIABLE[] = L"VARNEX_TEST_COUNTER";
 constexpr wchar_t WHERE_VARIABLE[] = L"VARNEX_TEST_WHERE";
 constexpr wchar_t END_VARIABLE[] = L"VARNEX_TEST_END_EVENT";
+constexpr wchar_t READY_ENDING[] = L"-ready"; // of the semaphore that counts the readers that have begun
 constexpr unsigned SAVES = 15;
 constexpr DWORD CHILD_MS = 60000;
 
@@ -68,6 +75,8 @@ TEST_CASE("child: reads the counters until it is told to end", "[.]")
     ConfigFixture config(Variable(DIRECTORY_VARIABLE), Variable(KEY_VARIABLE));
     const UniqueHandle end(OpenEventW(SYNCHRONIZE, FALSE, Variable(END_VARIABLE).c_str()));
     REQUIRE(end);
+    const UniqueHandle ready(
+        OpenSemaphoreW(SEMAPHORE_MODIFY_STATE, FALSE, (Variable(END_VARIABLE) + READY_ENDING).c_str()));
     int anLast[] = {0, 0};
     int nReads = 0;
     while (WaitForSingleObject(end.Get(), 20) == WAIT_TIMEOUT)
@@ -80,6 +89,10 @@ TEST_CASE("child: reads the counters until it is told to end", "[.]")
             REQUIRE(nCount >= anLast[nIndex]);
             anLast[nIndex] = nCount;
             ++nReads;
+        }
+        if (nReads == 2 && ready)
+        {
+            ReleaseSemaphore(ready.Get(), 1, nullptr);
         }
     }
     CHECK(nReads > 0);
@@ -120,6 +133,82 @@ TEST_CASE("processes that save different counters at the same time lose none, an
         CHECK(nCount == static_cast<int>(SAVES));
     }
     CHECK(config.tree.FilesInBin() == std::vector<std::wstring>{L"KpmCfg.xml"});
+}
+
+TEST_CASE("readers in other processes see a whole file and a count that only grows while it is written in place")
+{
+    ConfigFixture config;
+    config.tree.WriteConfig(
+        ConfigBuilder().SetCounter("Date", "2026-01-31").SetCounter("CPU", "0").SetCounter("PF", "0"));
+    const std::wstring endName = L"varnex-test-end-" + std::to_wstring(GetCurrentProcessId());
+    const UniqueHandle end(CreateEventW(nullptr, TRUE, FALSE, endName.c_str()));
+    REQUIRE(end);
+    const UniqueHandle ready(CreateSemaphoreW(nullptr, 0, 2, (endName + READY_ENDING).c_str()));
+    REQUIRE(ready);
+    std::vector<ChildProcess> readers;
+    for (int i = 0; i < 2; ++i)
+    {
+        readers.push_back(
+            StartChild("child: reads the counters until it is told to end", config, END_VARIABLE, endName));
+        REQUIRE(WaitForSingleObject(ready.Get(), CHILD_MS) == WAIT_OBJECT_0);
+    }
+    unsigned nSaved = 0;
+    {
+        VirtualClock clock(config.redirector); // the second before each writing in place takes no time
+        config.redirector.FailCall("MoveFileExW", 1, FailMode::FromThereOn, ERROR_SHARING_VIOLATION);
+        // A reader that has the file open at this moment makes it a refused save: those do not count.
+        for (int nTry = 0; nTry < 1000 && nSaved < SAVES; ++nTry)
+        {
+            nSaved += SaveAlertNumIntoLocal(TODAY, 1, nSaved + 1) == 0 ? 1 : 0;
+        }
+        config.redirector.StopFailing("MoveFileExW");
+    }
+    CHECK(nSaved == SAVES);
+    for (const ChildProcess& reader : readers)
+    {
+        CHECK(reader.Runs());
+    }
+    SetEvent(end.Get());
+    for (const ChildProcess& reader : readers)
+    {
+        CheckEndedWell(reader);
+    }
+    CHECK(config.tree.ConfigNode(L"KPMConfiguration/PkiAlertNum/CPU") == std::to_wstring(SAVES));
+}
+
+TEST_CASE("child: ends in the middle of writing in place", "[.]")
+{
+    ConfigFixture config(Variable(DIRECTORY_VARIABLE), Variable(KEY_VARIABLE));
+    const std::wstring file = Variable(DIRECTORY_VARIABLE) + L"\\KpmCfg.xml";
+    VirtualClock clock(config.redirector);
+    ScriptedDom dom;
+    config.redirector.FailCall("MoveFileExW", 1, FailMode::FromThereOn, ERROR_SHARING_VIOLATION);
+    dom.Replace<HRESULT(IXMLDOMDocument*, VARIANT)>(DomMethod::Save,
+                                                    [&](IXMLDOMDocument* pDocument, VARIANT to)
+                                                    {
+                                                        if (to.bstrVal == file)
+                                                        {
+                                                            WriteFileBytes(file, "<KPMConf");
+                                                            TerminateProcess(GetCurrentProcess(), 99);
+                                                        }
+                                                        return pDocument->save(to);
+                                                    });
+    SaveAlertNumIntoLocal(TODAY, 1, 50);
+}
+
+TEST_CASE("a process that ends in the middle of writing in place leaves the whole new file beside it")
+{
+    ConfigFixture config;
+    config.tree.WriteConfig(ConfigBuilder().SetCounter("Date", "2026-01-31").SetCounter("CPU", "4"));
+    const ChildProcess child =
+        StartChild("child: ends in the middle of writing in place", config, WHERE_VARIABLE, L"in place");
+    REQUIRE(child.WaitForEnd(CHILD_MS));
+    CHECK(child.ExitCode() == 99);
+    CHECK(config.FileBytes() == "<KPMConf");
+    config.tree.WriteConfigText(ReadFileBytes(config.File() + L".tmp"));
+    int nCount = 77;
+    CHECK(GetAlertNumFromLocal(TODAY, 1, &nCount) == 0);
+    CHECK(nCount == 50);
 }
 
 TEST_CASE("child: ends in the middle of a save", "[.]")

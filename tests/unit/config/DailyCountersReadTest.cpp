@@ -126,13 +126,20 @@ TEST_CASE("dates are compared without case, and are not parsed")
     CHECK(nCount == 11);
 }
 
-TEST_CASE("an empty date is the date of a file that has none")
+TEST_CASE("an empty date is not the date of a file that has none, or that does not load")
 {
     ConfigFixture config;
-    config.tree.WriteConfig(ConfigBuilder().SetCounter("CPU", "5"));
-    int nCount = 77;
-    CHECK(GetAlertNumFromLocal(L"", 1, &nCount) == 0);
-    CHECK(nCount == 5);
+    for (const std::string& text :
+         {ConfigBuilder().SetCounter("CPU", "5").Build(),
+          ConfigBuilder().SetCounter("Date", "").SetCounter("CPU", "5").Build(), std::string("<KPMConfiguration>")})
+    {
+        CAPTURE(text);
+        config.tree.WriteConfigText(text);
+        int nCount = 77;
+        CHECK(GetAlertNumFromLocal(L"", 1, &nCount) == -1);
+        CHECK(nCount == 77);
+        CHECK(config.TakeLog().back() == Mismatch("", ""));
+    }
 }
 
 TEST_CASE("31 characters of the stored date count")

@@ -1,10 +1,15 @@
 #include "ConfigFixture.h"
 
+#include "common/Handles.h"
 #include "config/XmlConfig.h"
 #include "diag/SPLogger.h"
 #include "support/TestText.h"
 
 #include <catch2/catch.hpp>
+
+#include <windows.h>
+
+#include <objbase.h>
 
 #include <climits>
 
@@ -187,6 +192,40 @@ TEST_CASE("an edit of the file is seen by the next call")
         CHECK(nLevel == nValue);
         CHECK(NodeValue(L"KPMConfiguration/PkiAlert/CPUInterval") == std::to_wstring(nValue));
     }
+}
+
+TEST_CASE("threads that read at the same time, from the first need of the path on, all get their values")
+{
+    ConfigFixture config;
+    config.tree.WriteConfig(ConfigBuilder().SetPolicy("CPU", 1, 2, 3, 4).SetPolicy("Memory", 5, 6, 7, 8));
+    constexpr int nReads = 10;
+    const auto read = [](void*) -> DWORD
+    {
+        DWORD dwGood = 0;
+        if (SUCCEEDED(CoInitialize(nullptr)))
+        {
+            for (int i = 0; i < nReads; ++i)
+            {
+                dwGood += GetAlertConfValue(1, 4) == 4 && GetAlertConfValue(2, 1) == 5 ? 1 : 0;
+            }
+            CoUninitialize();
+        }
+        return dwGood;
+    };
+    std::vector<UniqueHandle> threads;
+    for (int i = 0; i < 4; ++i)
+    {
+        threads.emplace_back(CreateThread(nullptr, 0, read, nullptr, 0, nullptr));
+        REQUIRE(threads.back());
+    }
+    for (const UniqueHandle& thread : threads)
+    {
+        REQUIRE(WaitForSingleObject(thread.Get(), 60000) == WAIT_OBJECT_0);
+        DWORD dwGood = 0;
+        GetExitCodeThread(thread.Get(), &dwGood);
+        CHECK(dwGood == nReads);
+    }
+    CHECK(config.TakeLog().empty());
 }
 
 // --- the log level --------------------------------------------------------------------------------------------------

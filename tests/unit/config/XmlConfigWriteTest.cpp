@@ -184,13 +184,35 @@ TEST_CASE("a node writer without a path or a text is refused with all it was giv
     CHECK(lines[1] == Line(1, begin + ownPath + ")" + end, {PointerText(pwszPath), PointerText(nullptr)}));
 }
 
-TEST_CASE("a missing file is not made by a write")
+TEST_CASE("a missing file is not made by a write, whatever the path")
 {
     ConfigFixture config;
-    CHECK(SetXMLNodeValue(nullptr, L"KPMConfiguration/One", L"text") == -1);
-    CHECK(config.TakeLog() ==
-          Lines{Line(1, "SetXMLNodeValue -- XML file(%s) doesn't exist, exit...", {config.FileInLog()}), ""});
+    for (const wchar_t* const pwszPath : {L"KPMConfiguration/One", L"KPMConfiguration//One", L""})
+    {
+        CHECK(SetXMLNodeValue(nullptr, pwszPath, L"text") == -1);
+        CHECK(config.TakeLog() ==
+              Lines{Line(1, "SetXMLNodeValue -- XML file(%s) doesn't exist, exit...", {config.FileInLog()}), ""});
+    }
     CHECK(config.tree.FilesInBin().empty());
+}
+
+TEST_CASE("a path of 259 characters is written and read, a longer one is refused without a document")
+{
+    ConfigFixture config;
+    config.tree.WriteConfigText(CONFIG_TEXT);
+    const std::wstring root = L"KPMConfiguration/";
+    const std::wstring longest = root + std::wstring(259 - root.size(), L'n');
+    const std::wstring longer = longest + L"n";
+    wchar_t wszValue[16] = L"before";
+    CHECK(SetXMLNodeValue(nullptr, longest.c_str(), L"text") == 0);
+    CHECK(GetXMLNodeValue(nullptr, longest.c_str(), wszValue, 16) == 0);
+    CHECK(std::wstring(wszValue) == L"text");
+    config.redirector.CountCalls("CoCreateInstance");
+    CHECK(SetXMLNodeValue(nullptr, longer.c_str(), L"other") == E_INVALIDARG);
+    CHECK(GetXMLNodeValue(nullptr, longer.c_str(), wszValue, 16) == E_INVALIDARG);
+    CHECK(config.redirector.Calls("CoCreateInstance") == 0);
+    CHECK(Node(config, longest.c_str()) == L"text");
+    CHECK(config.TakeLog().empty());
 }
 
 TEST_CASE("a malformed file is not written")

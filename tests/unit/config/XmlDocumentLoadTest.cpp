@@ -128,6 +128,57 @@ TEST_CASE("a file that was locked at the load but is free at the look is loaded 
     CHECK(clock.ElapsedMs() == 0);
 }
 
+TEST_CASE("while the last load decides, nobody can write the file or replace it")
+{
+    ConfigFixture config;
+    VirtualClock clock(config.redirector);
+    config.tree.WriteConfigText(CONFIG_TEXT);
+    const std::wstring other = config.tree.InBin(L"other.xml");
+    WriteFileBytes(other, "<KPMConfiguration>");
+    ScriptedDom dom;
+    std::vector<bool> written;
+    std::vector<bool> replaced;
+    dom.Replace<HRESULT(IXMLDOMDocument*, VARIANT, VARIANT_BOOL*)>(
+        DomMethod::Load,
+        [&](IXMLDOMDocument* pDocument, VARIANT source, VARIANT_BOOL* pbLoaded) -> HRESULT
+        {
+            if (written.empty()) // the first load: the file is locked, and free again at the look
+            {
+                written.push_back(true);
+                return E_FAIL;
+            }
+            const DWORD dwShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+            const UniqueFile writer(CreateFileW(config.File().c_str(), GENERIC_WRITE, dwShareAll, nullptr,
+                                                OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+            written.push_back(static_cast<bool>(writer));
+            replaced.push_back(MoveFileExW(other.c_str(), config.File().c_str(), MOVEFILE_REPLACE_EXISTING) != FALSE);
+            return pDocument->load(source, pbLoaded);
+        });
+    wchar_t wszValue[16] = L"before";
+    CHECK(GetXMLNodeValue(nullptr, PATH, wszValue, 16) == 0);
+    CHECK(std::wstring(wszValue) == L"text");
+    CHECK(written == std::vector<bool>{true, false});
+    CHECK(replaced == std::vector<bool>{false});
+}
+
+TEST_CASE("a locked file whose loads take their time is tried for a second all the same")
+{
+    LockedConfig config;
+    const ULONGLONG ullBefore = config.clock.TickCount();
+    ScriptedDom dom;
+    dom.Replace<HRESULT(IXMLDOMDocument*, VARIANT, VARIANT_BOOL*)>(
+        DomMethod::Load,
+        [&](IXMLDOMDocument* pDocument, VARIANT source, VARIANT_BOOL* pbLoaded)
+        {
+            config.clock.SetTickCount(config.clock.TickCount() + 300);
+            return pDocument->load(source, pbLoaded);
+        });
+    wchar_t wszValue[16] = L"before";
+    CHECK(GetXMLNodeValue(nullptr, PATH, wszValue, 16) == 0);
+    CHECK(dom.Calls(DomMethod::Load) == 3); // at 0, 350 and 700 ms
+    CHECK(config.clock.TickCount() - ullBefore <= 1000);
+}
+
 TEST_CASE("only the errors of a file in other hands are waited for")
 {
     ConfigFixture config;

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <windows.h>
+
+namespace varnex
+{
+
+// Whether another program's hold on a file kept a call from its work, perhaps for a moment only.
+inline bool IsSharingError(DWORD dwError) noexcept
+{
+    return dwError == ERROR_ACCESS_DENIED || dwError == ERROR_SHARING_VIOLATION || dwError == ERROR_LOCK_VIOLATION;
+}
+
+inline bool IsSharingStatus(HRESULT nStatus) noexcept
+{
+    return FAILED(nStatus) && HRESULT_FACILITY(nStatus) == FACILITY_WIN32 &&
+           IsSharingError(static_cast<DWORD>(HRESULT_CODE(nStatus)));
+}
+
+// The second, counted from its making, in which a file in other hands is tried again. All that is tried with one object
+// shares that second. For one thread.
+class SharingPatience
+{
+public:
+    // Runs an operation until it ends in anything but a sharing error, or until the second leaves no room for another
+    // pause. Returns the status of its last run; there is always one.
+    template <class Operation>
+    HRESULT Try(Operation operation) const noexcept
+    {
+        for (;;)
+        {
+            const HRESULT nResult = operation();
+            if (!IsSharingStatus(nResult) || GetTickCount64() + PAUSE_MS > m_ullEndMs)
+            {
+                return nResult;
+            }
+            Sleep(PAUSE_MS);
+        }
+    }
+
+private:
+    static constexpr DWORD PAUSE_MS = 50;
+    static constexpr DWORD LIMIT_MS = 1000;
+
+    const ULONGLONG m_ullEndMs = GetTickCount64() + LIMIT_MS;
+};
+
+} // namespace varnex
