@@ -11,6 +11,7 @@ void AddCommands(CLI::App& app, CommandChoice& choice)
     AddCheckConfigCommand(app, choice);
     AddPrintConfigCommand(app, choice);
     AddCollectCommand(app, choice);
+    AddSampleCommand(app, choice);
     AddChartCommand(app, choice);
     AddBurnCommand(app, choice);
 }

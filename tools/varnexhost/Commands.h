@@ -22,6 +22,7 @@ void AddReportCommand(CLI::App& app, CommandChoice& choice);
 void AddCheckConfigCommand(CLI::App& app, CommandChoice& choice);
 void AddPrintConfigCommand(CLI::App& app, CommandChoice& choice);
 void AddCollectCommand(CLI::App& app, CommandChoice& choice);
+void AddSampleCommand(CLI::App& app, CommandChoice& choice);
 void AddChartCommand(CLI::App& app, CommandChoice& choice);
 void AddBurnCommand(CLI::App& app, CommandChoice& choice);
 

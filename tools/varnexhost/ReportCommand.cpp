@@ -1,9 +1,13 @@
 #include "Commands.h"
 #include "ConsoleStream.h"
+#include "PrometheusFile.h"
+#include "PrometheusText.h"
 #include "ReportClient.h"
 #include "ReportText.h"
 #include "SlowNotice.h"
+#include "Text.h"
 
+#include <ctime>
 #include <memory>
 
 namespace varnex::host
@@ -17,6 +21,7 @@ struct ReportOptions
     ReportRequest request;
     bool bXml = false;
     bool bJson = false;
+    std::string exposition; // empty: the report is printed
 };
 
 std::wstring AskPatiently(const ReportRequest& request)
@@ -25,11 +30,29 @@ std::wstring AskPatiently(const ReportRequest& request)
     return AskForReport(request);
 }
 
+// Nothing is printed: a scheduled task has nobody to read it.
+void WriteExposition(const std::wstring& xml, const ReportOptions& options)
+{
+    const ReportCircumstances circumstances{std::time(nullptr), options.request.nSpan * 60};
+    ReplaceExposition(FromUtf8(options.exposition), ReportAsPrometheus(xml, circumstances));
+}
+
 ExitCode RunReport(const ReportOptions& options)
 {
     const std::wstring xml = AskPatiently(options.request);
+    if (!options.exposition.empty())
+    {
+        WriteExposition(xml, options);
+        return ExitCode::Done;
+    }
     StandardOutput().Write(options.bXml ? xml + L"\n" : options.bJson ? ReportAsJson(xml) : ReportAsTable(xml));
     return ExitCode::Done;
+}
+
+// An empty name would be taken for none.
+CLI::Validator CheckFileName()
+{
+    return {[](const std::string& name) { return name.empty() ? "a file's name is wanted" : ""; }, ""};
 }
 
 } // namespace
@@ -51,7 +74,15 @@ void AddReportCommand(CLI::App& app, CommandChoice& choice)
         ->check(CLI::Range(1, 3600).description(""))
         ->type_name("S");
     CLI::Option* pXml = pReport->add_flag("--xml", options->bXml, "The report as the module wrote it");
-    pReport->add_flag("--json", options->bJson, "The report as JSON")->excludes(pXml);
+    CLI::Option* pJson = pReport->add_flag("--json", options->bJson, "The report as JSON")->excludes(pXml);
+    pReport
+        ->add_option("--prometheus", options->exposition,
+                     "Write the report as Prometheus metrics to FILE, for a textfile collector; the file is replaced "
+                     "whole, and left as it is when no report comes")
+        ->check(CheckFileName())
+        ->excludes(pXml)
+        ->excludes(pJson)
+        ->type_name("FILE");
     pReport->callback([&choice, options] { choice.run = [options] { return RunReport(*options); }; });
 }
 
