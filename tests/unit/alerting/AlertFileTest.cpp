@@ -25,18 +25,9 @@ public:
     {
         WriteFileBytes(m_source, bytes);
     }
-    UniqueFile OpenSource() const
-    {
-        return Open(m_source, GENERIC_READ);
-    }
-    UniqueFile OpenTarget() const
-    {
-        return Open(m_target, GENERIC_READ | GENERIC_WRITE);
-    }
-    std::string Target() const
-    {
-        return ReadFileBytes(m_target);
-    }
+    UniqueFile OpenSource() const { return Open(m_source, GENERIC_READ); }
+    UniqueFile OpenTarget() const { return Open(m_target, GENERIC_READ | GENERIC_WRITE); }
+    std::string Target() const { return ReadFileBytes(m_target); }
 
 private:
     static UniqueFile Open(const std::wstring& path, DWORD dwAccess)
@@ -82,9 +73,8 @@ void SkipLine(LineReader& reader)
 void CutWrites(ImportRedirector& imports, DWORD cbTaken)
 {
     imports.Replace<decltype(::WriteFile)>(
-        "WriteFile", [cbTaken](HANDLE hFile, LPCVOID pData, DWORD cbData, LPDWORD pcbWritten, LPOVERLAPPED) {
-            return WriteFile(hFile, pData, std::min(cbData, cbTaken), pcbWritten, nullptr);
-        });
+        "WriteFile", [cbTaken](HANDLE hFile, LPCVOID pData, DWORD cbData, LPDWORD pcbWritten, LPOVERLAPPED)
+        { return WriteFile(hFile, pData, std::min(cbData, cbTaken), pcbWritten, nullptr); });
 }
 
 } // namespace
@@ -108,7 +98,11 @@ TEST_CASE("a line reader gives the lines of a text file")
         {"a\r\r\n", {"a\r\n"}},
         {"a\r", {"a\r"}},
         // So is the byte that ends a file for a text-mode stream.
-        {"a\x1A" "b\r\nc\r\n", {"a\x1A" "b\n", "c\n"}},
+        {"a\x1A"
+         "b\r\nc\r\n",
+         {"a\x1A"
+          "b\n",
+          "c\n"}},
         {"\x1A", {"\x1A"}},
         {"\xE4\xFF\r\n", {"\xE4\xFF\n"}},
     }));

@@ -173,9 +173,8 @@ TEST_CASE("an alert of which a part was written counts as not written and the ne
 {
     StoreBench bench;
     bench.imports.Replace<decltype(::WriteFile)>(
-        "WriteFile", [](HANDLE hFile, LPCVOID pData, DWORD, LPDWORD pcbWritten, LPOVERLAPPED) {
-            return WriteFile(hFile, pData, 10, pcbWritten, nullptr);
-        });
+        "WriteFile", [](HANDLE hFile, LPCVOID pData, DWORD, LPDWORD pcbWritten, LPOVERLAPPED)
+        { return WriteFile(hFile, pData, 10, pcbWritten, nullptr); });
     CHECK(SaveDiskAlert() == -1);
     bench.imports.Restore("WriteFile");
 

@@ -60,15 +60,17 @@ struct FilledStore
 void FailClose(ImportRedirector& imports, ULONGLONG ullCall, DWORD dwError)
 {
     const auto ullSeen = std::make_shared<ULONGLONG>(0);
-    imports.Replace<decltype(::CloseHandle)>("CloseHandle", [=](HANDLE hObject) {
-        const BOOL bClosed = CloseHandle(hObject); // it is gone all the same
-        if (++*ullSeen == ullCall)
-        {
-            SetLastError(dwError);
-            return FALSE;
-        }
-        return bClosed;
-    });
+    imports.Replace<decltype(::CloseHandle)>("CloseHandle",
+                                             [=](HANDLE hObject)
+                                             {
+                                                 const BOOL bClosed = CloseHandle(hObject); // it is gone all the same
+                                                 if (++*ullSeen == ullCall)
+                                                 {
+                                                     SetLastError(dwError);
+                                                     return FALSE;
+                                                 }
+                                                 return bClosed;
+                                             });
 }
 
 } // namespace
@@ -177,7 +179,9 @@ TEST_CASE("a copy of which a part was written takes itself back and loses nothin
     const FilledStore store(bench);
     const auto nWrites = std::make_shared<int>(0);
     bench.imports.Replace<decltype(::WriteFile)>(
-        "WriteFile", [=](HANDLE hFile, LPCVOID pData, DWORD cbData, LPDWORD pcbWritten, LPOVERLAPPED) {
+        "WriteFile",
+        [=](HANDLE hFile, LPCVOID pData, DWORD cbData, LPDWORD pcbWritten, LPOVERLAPPED)
+        {
             const DWORD cbTaken = ++*nWrites == 2 ? 100 : cbData;
             return WriteFile(hFile, pData, cbTaken, pcbWritten, nullptr);
         });
@@ -320,15 +324,18 @@ TEST_CASE("a fetch that failed at any call leaves no handle behind")
     CAPTURE(row.pszImport, row.ullCall);
     bool bMet = true;
 
-    CHECK(HandlesGainedBy([&] {
-              store.Fill();
-              const ULONGLONG ullFailed =
-                  row.pszImport == std::string("CreateFileA") ? reinterpret_cast<ULONGLONG>(INVALID_HANDLE_VALUE) : 0;
-              bench.imports.FailCall(row.pszImport, row.ullCall, FailMode::Once, ERROR_NOT_ENOUGH_MEMORY, ullFailed);
-              const bool bFailed = bench.Take(1).nResult != 0;
-              bMet = bMet && bFailed && bench.imports.Failures(row.pszImport) == 1;
-              bench.imports.StopFailing(row.pszImport);
-          }) == 0);
+    CHECK(
+        HandlesGainedBy(
+            [&]
+            {
+                store.Fill();
+                const ULONGLONG ullFailed =
+                    row.pszImport == std::string("CreateFileA") ? reinterpret_cast<ULONGLONG>(INVALID_HANDLE_VALUE) : 0;
+                bench.imports.FailCall(row.pszImport, row.ullCall, FailMode::Once, ERROR_NOT_ENOUGH_MEMORY, ullFailed);
+                const bool bFailed = bench.Take(1).nResult != 0;
+                bMet = bMet && bFailed && bench.imports.Failures(row.pszImport) == 1;
+                bench.imports.StopFailing(row.pszImport);
+            }) == 0);
     CHECK(bMet);
     CHECK(bench.tree.Alerts() == store.data);
 }
@@ -337,12 +344,14 @@ TEST_CASE("a close that failed leaves no handle behind and the next fetch goes w
 {
     StoreBench bench;
     const FilledStore store(bench);
-    CHECK(HandlesGainedBy([&] {
-              store.Fill();
-              FailClose(bench.imports, 1, ERROR_DISK_FULL);
-              bench.Take(1);
-              bench.imports.Restore("CloseHandle");
-          }) == 0);
+    CHECK(HandlesGainedBy(
+              [&]
+              {
+                  store.Fill();
+                  FailClose(bench.imports, 1, ERROR_DISK_FULL);
+                  bench.Take(1);
+                  bench.imports.Restore("CloseHandle");
+              }) == 0);
     CHECK(bench.Take(1).Values() == Values{1, 2});
     CHECK(bench.tree.Alerts() == store.left + store.data.substr(LinesOf(1, 2).size()));
 }

@@ -211,20 +211,22 @@ TEST_CASE("the byte that ends a text for others is data")
 {
     StoreBench bench;
     const std::string rest = "rest \x1A of\x1A\r\n" + LineOf(4);
-    bench.tree.WriteAlerts("3;50;1;1706745599(x);D\x1A" "1;\r\n\x1A\r\n" + LineOf(2) + rest);
+    bench.tree.WriteAlerts("3;50;1;1706745599(x);D\x1A"
+                           "1;\r\n\x1A\r\n" +
+                           LineOf(2) + rest);
 
     const Taken taken = bench.Take(1);
     CHECK(taken.Values() == Values{1, 2});
-    CHECK(taken.records[0].ResourceName == std::string("D\x1A" "1"));
+    CHECK(taken.records[0].ResourceName == std::string("D\x1A"
+                                                       "1"));
     CHECK(bench.tree.Alerts() == rest);
 }
 
 TEST_CASE("what was not read stays as it is byte by byte")
 {
     StoreBench bench;
-    const std::string rest =
-        GENERATE(values<std::string>({"\n", "a\nb\r\r\nc\r", std::string("nul\0nul\r\n", 9), "no end",
-                                      std::string(100000, 'x'), "\r\n\r\n"}));
+    const std::string rest = GENERATE(values<std::string>(
+        {"\n", "a\nb\r\r\nc\r", std::string("nul\0nul\r\n", 9), "no end", std::string(100000, 'x'), "\r\n\r\n"}));
     bench.tree.WriteAlerts(LinesOf(1, 2) + rest);
 
     CHECK(bench.Take(1).Values() == Values{1, 2});

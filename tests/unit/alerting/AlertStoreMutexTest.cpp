@@ -59,11 +59,12 @@ TEST_CASE("the mutex of the store is global and free for every account")
 {
     StoreBench bench;
     MutexRequest request;
-    bench.imports.Replace<decltype(::CreateMutexA)>(
-        "CreateMutexA", [&](LPSECURITY_ATTRIBUTES pSecurity, BOOL bOwned, LPCSTR pszName) {
-            request = ReadRequest(pSecurity, bOwned, pszName);
-            return CreateMutexA(pSecurity, bOwned, pszName);
-        });
+    bench.imports.Replace<decltype(::CreateMutexA)>("CreateMutexA",
+                                                    [&](LPSECURITY_ATTRIBUTES pSecurity, BOOL bOwned, LPCSTR pszName)
+                                                    {
+                                                        request = ReadRequest(pSecurity, bOwned, pszName);
+                                                        return CreateMutexA(pSecurity, bOwned, pszName);
+                                                    });
 
     CHECK(PrePKIAlertInf() == 0);
     const UniqueHandle made(std::exchange(g_hAlertFileMutex, nullptr));
@@ -96,8 +97,7 @@ TEST_CASE("a mutex that cannot be made is logged and the store goes without one"
     CHECK(PrePKIAlertInf() == -1);
     CHECK(g_hAlertFileMutex == nullptr);
     CHECK(bench.ReadLog().Lines().size() == 1);
-    CHECK_THAT(bench.ReadLog(),
-               HasLine(1, "PrePKIAlertInf -- Failed to create event for alert local file (5)."));
+    CHECK_THAT(bench.ReadLog(), HasLine(1, "PrePKIAlertInf -- Failed to create event for alert local file (5)."));
 
     Log()->Level = 0;
     const ULONGLONG ullWaits = bench.imports.Calls("WaitForSingleObject");
@@ -114,8 +114,8 @@ TEST_CASE("an alert is written while the mutex of the store is held")
     const StoreJournal journal(bench.imports);
 
     CHECK(SaveAlert() == 0);
-    CHECK(journal.Events() == StoreJournal::List{"wait 60000", "open LocalAlt.dat", "write LocalAlt.dat",
-                                                 "close LocalAlt.dat", "release"});
+    CHECK(journal.Events() ==
+          StoreJournal::List{"wait 60000", "open LocalAlt.dat", "write LocalAlt.dat", "close LocalAlt.dat", "release"});
 }
 
 TEST_CASE("a fetch takes and rewrites while the mutex of the store is held")
@@ -126,10 +126,10 @@ TEST_CASE("a fetch takes and rewrites while the mutex of the store is held")
 
     CHECK(bench.Take(1).nResult == 0);
     // The backup file is opened first: without a data file an empty one is left.
-    CHECK(journal.Events() ==
-          StoreJournal::List{"wait 60000", "open LocalAlt_Backup.dat", "open LocalAlt.dat",
-                             "write LocalAlt_Backup.dat", "close LocalAlt_Backup.dat", "close LocalAlt.dat",
-                             "move LocalAlt_Backup.dat to LocalAlt.dat with 1", "release"});
+    CHECK(journal.Events() == StoreJournal::List{"wait 60000", "open LocalAlt_Backup.dat", "open LocalAlt.dat",
+                                                 "write LocalAlt_Backup.dat", "close LocalAlt_Backup.dat",
+                                                 "close LocalAlt.dat",
+                                                 "move LocalAlt_Backup.dat to LocalAlt.dat with 1", "release"});
 }
 
 TEST_CASE("an alert waits a minute for the mutex and is written without it then")
@@ -159,11 +159,13 @@ TEST_CASE("a fetch waits a minute for the mutex and goes on without it then")
 TEST_CASE("an alert that got the mutex within the minute goes on at once")
 {
     StoreBench bench;
-    bench.clock.RunOnOtherThread([&] {
-        WaitForSingleObject(bench.Mutex(), INFINITE);
-        Sleep(59000);
-        ReleaseMutex(bench.Mutex());
-    });
+    bench.clock.RunOnOtherThread(
+        [&]
+        {
+            WaitForSingleObject(bench.Mutex(), INFINITE);
+            Sleep(59000);
+            ReleaseMutex(bench.Mutex());
+        });
     bench.clock.WaitUntilAllAsleep();
 
     CHECK(SaveAlert() == 0);
