@@ -113,6 +113,7 @@ VARNEX_API unsigned int StopPKIUtlThread(void);
 
 /* An unhandled-exception filter: Windows' LPTOP_LEVEL_EXCEPTION_FILTER, named without <windows.h>. */
 struct _EXCEPTION_POINTERS;
+/* NOLINTNEXTLINE(modernize-use-using): C has no other way. */
 typedef long(VARNEX_CALLBACK* VARNEX_EXCEPTION_FILTER)(struct _EXCEPTION_POINTERS* pExceptionPointers);
 
 /* How much a crash dump holds. */
