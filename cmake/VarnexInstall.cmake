@@ -24,6 +24,8 @@ install(FILES include/varnex/Varnex.h DESTINATION include/varnex)
 install(FILES src/entry/Varnex.def DESTINATION lib)
 install(FILES examples/KpmCfg.xml DESTINATION examples)
 install(FILES CHANGELOG.md DESTINATION .)
+# varnexhost holds uPlot, for its charts.
+install(FILES third_party/uplot/LICENSE DESTINATION licenses RENAME uPlot.txt)
 install(DIRECTORY docs DESTINATION . FILES_MATCHING PATTERN "*.md" PATTERN "*.xsd")
 
 configure_file(cmake/package/README.md.in "${CMAKE_CURRENT_BINARY_DIR}/package-files/README.md" @ONLY)
