@@ -192,6 +192,8 @@ TEST_CASE("the longest path of a log is rolled within bounds")
 {
     LogFixture fixture;
     fixture.logger.Configure(std::string(248, 'd').c_str(), "Varnex"); // 259 characters with the name
+    fixture.redirector.Replace<decltype(::CreateDirectoryA)>("CreateDirectoryA",
+                                                             [](LPCSTR, LPSECURITY_ATTRIBUTES) { return TRUE; });
     ScriptLogSize(fixture.redirector, 1, 0);
     std::string newPath;
     fixture.redirector.Replace<decltype(::MoveFileExA)>("MoveFileExA",
