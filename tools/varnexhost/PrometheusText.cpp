@@ -18,7 +18,7 @@ using Json = nlohmann::ordered_json;
 using Labels = std::vector<std::pair<const char*, std::string>>;
 
 constexpr std::int64_t BYTES_PER_MB = 1'048'576;
-constexpr std::int64_t BITS_PER_LINK_UNIT = 1'000'000;
+constexpr std::int64_t BYTES_PER_MEGABIT = 125'000;
 
 std::string LabelValue(const std::string& text)
 {
@@ -123,7 +123,7 @@ std::string AdapterFamilies(const Json& adapters)
 {
     Family utilization("varnex_network_utilization_ratio",
                        "Average utilization of one network adapter's link, both directions together, 0 to 1.");
-    Family speed("varnex_network_link_speed_bits_per_second", "Speed of one network adapter's link.");
+    Family speed("varnex_network_link_speed_bytes_per_second", "Speed of one network adapter's link.");
     for (std::size_t i = 0; i < adapters.size(); ++i)
     {
         const Labels labels = LabelsOf("mac", adapters[i], "MACAddress", i);
@@ -131,7 +131,7 @@ std::string AdapterFamilies(const Json& adapters)
         const auto nSpeed = adapters[i].at("LinkSpeed").get<std::int64_t>();
         if (nSpeed > 0) // else it is unknown
         {
-            speed.Add(labels, nSpeed * BITS_PER_LINK_UNIT);
+            speed.Add(labels, nSpeed * BYTES_PER_MEGABIT);
         }
     }
     return utilization.Text() + speed.Text();
