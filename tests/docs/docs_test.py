@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Holds the pages against the project: usage: docs_test.py links|c|cpp|xml|commands SOURCE_DIR BUILD_DIR
+"""Holds the pages against the project: usage: docs_test.py links|c|cpp|xml|yaml|commands SOURCE_DIR BUILD_DIR
 
 A block or command of a kind that this script does not know fails: nothing on a page goes unproven by accident.
 """
@@ -127,6 +127,24 @@ def check_xml():
                 fail(page, f"line {number}: {error}")
 
 
+def check_yaml(known=("varnex-rules.yml", "prometheus.yml")):
+    """Each block names its file, and promtool takes it; a configuration finds the page's other files beside it."""
+    for page in PAGES:
+        if len(re.findall(r"^```ya?ml", page.read_text(), re.M)) != len(re.findall(r"^```yaml \S+\n", page.read_text(), re.M)):
+            fail(page, "a yaml block without the name of its file")
+        files = re.findall(r"^```yaml (\S+)\n(.*?)^```", page.read_text(), re.M | re.S)
+        directory = work_directory("yaml")
+        for name, text in files:
+            (directory / name).write_text(text)
+        for name, _ in files:
+            if name not in known:
+                fail(page, f"{name}: a file of no known kind; teach this script, or take it off the page")
+                continue
+            result = run(["promtool", "check", "config" if name == "prometheus.yml" else "rules", name], directory)
+            if result.returncode != 0:
+                fail(page, f"{name}: promtool does not take it:\n{result.stdout}")
+
+
 def check_test_command(page, command, arguments):
     """scripts/test.sh: its filter must find tests. Not run: this is one of them."""
     if arguments and arguments[0] == "--preset":
@@ -173,6 +191,19 @@ def check_varnexhost(page, command, arguments):
         fail(page, f"{command}: ended with {result.returncode}:\n{result.stdout}")
 
 
+def check_task(page, command, arguments):
+    """Its switches are known, with a value each, and what it runs is a command of ours; nothing here schedules."""
+    switches = dict(zip(arguments[2::2], arguments[3::2]))
+    if arguments[1] != "/Create" or len(arguments) % 2 != 0 or set(switches) != {"/TN", "/SC", "/MO", "/RU", "/TR"}:
+        fail(page, f"{command}: a switch is unknown, missing or without its value")
+        return
+    program, *rest = switches["/TR"].split()
+    if not program.endswith("\\varnexhost.exe") or len(switches["/TR"]) > 261:
+        fail(page, f"{command}: not what a task can run")
+    else:
+        check_varnexhost(page, command, rest)
+
+
 def check_registry(page, command, arguments):
     result = run([WINE] + arguments + ["/f"], timeout=90)
     if result.returncode != 0:
@@ -182,7 +213,7 @@ def check_registry(page, command, arguments):
 
 def check_command(page, command):
     # Windows' commands keep their backslashes.
-    arguments = ([a.strip('"') for a in shlex.split(command, posix=False)] if command.startswith("reg ")
+    arguments = ([a.strip('"') for a in shlex.split(command, posix=False)] if command.startswith(("reg ", "schtasks "))
                  else shlex.split(command))
     kinds = {
         "scripts/test.sh": lambda: check_test_command(page, command, arguments[1:]),
@@ -190,6 +221,7 @@ def check_command(page, command):
         "cmake": lambda: check_preset_command(page, command, arguments),
         "varnexhost": lambda: check_varnexhost(page, command, arguments[1:]),
         "reg": lambda: check_registry(page, command, arguments),
+        "schtasks": lambda: check_task(page, command, arguments),
     }
     if arguments[0] in kinds:
         kinds[arguments[0]]()
@@ -214,7 +246,8 @@ def check_commands():
                 check_command(page, command)
 
 
-{"links": check_links, "c": check_c, "cpp": check_cpp, "xml": check_xml, "commands": check_commands}[KIND]()
+{"links": check_links, "c": check_c, "cpp": check_cpp, "xml": check_xml, "yaml": check_yaml,
+ "commands": check_commands}[KIND]()
 if failures:
     print("\n".join(failures))
     sys.exit(1)
