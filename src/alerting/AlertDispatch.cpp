@@ -30,8 +30,8 @@ int SendAlertToAllServer(int nAlertType, int nThreshold, int nValue, const char*
     {
         CopyTextA(record.Get()->ResourceName, pszResourceName);
     }
-    const UniqueHandle thread(reinterpret_cast<HANDLE>(
-        _beginthreadex(nullptr, 0, WriteAlertRecord_Thread, record.Get(), 0, nullptr)));
+    const UniqueHandle thread(
+        reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, WriteAlertRecord_Thread, record.Get(), 0, nullptr)));
     if (!thread)
     {
         const DWORD dwError = GetLastError();
@@ -50,11 +50,13 @@ unsigned __stdcall WriteAlertRecord_Thread(void* pRecord) noexcept
         Log()->Level1A("WriteAlertRecord_Thread -- Failed to get TLS data!");
         return 0xFFFFFFFF;
     }
-    const int nResult = StopExceptions("WriteAlertRecord_Thread", -1, [&record] {
-        const VARNEX_ALERT_BUF& alert = *record.Get();
-        return SaveLocalAlertInfo(alert.AlertType, alert.Threshold, alert.Value, alert.ResourceName, alert.HappenTime,
-                                  alert.Extra);
-    });
+    const int nResult = StopExceptions("WriteAlertRecord_Thread", -1,
+                                       [&record]
+                                       {
+                                           const VARNEX_ALERT_BUF& alert = *record.Get();
+                                           return SaveLocalAlertInfo(alert.AlertType, alert.Threshold, alert.Value,
+                                                                     alert.ResourceName, alert.HappenTime, alert.Extra);
+                                       });
     if (nResult != 0)
     {
         Log()->Level4A("WriteAlertRecord_Thread -- save alert to local fail(%d)", nResult);

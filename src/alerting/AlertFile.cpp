@@ -1,6 +1,6 @@
 #include "alerting/AlertFile.h"
 
-#include "config/LastErrorOr.h"
+#include "common/LastError.h"
 
 #include <cstring>
 

@@ -5,9 +5,9 @@
 #include "common/BoundedText.h"
 #include "common/EveryoneAccess.h"
 #include "common/Handles.h"
+#include "common/LastError.h"
 #include "common/LocalTime.h"
 #include "common/ModulePath.h"
-#include "config/LastErrorOr.h"
 #include "diag/SPLogger.h"
 #include "entry/ModuleState.h"
 

@@ -48,7 +48,7 @@ int GetAlertRecord(int* pnAlertTypes, wchar_t** ppwszTexts, unsigned int cchText
     {
         return 0;
     }
-    return varnex::StopExceptions("GetAlertRecord", 0, [&] {
-        return varnex::FetchAlerts(pnAlertTypes, ppwszTexts, cchText, pnThresholds, pnValues, nMaxCount);
-    });
+    return varnex::StopExceptions(
+        "GetAlertRecord", 0,
+        [&] { return varnex::FetchAlerts(pnAlertTypes, ppwszTexts, cchText, pnThresholds, pnValues, nMaxCount); });
 }

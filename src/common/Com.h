@@ -16,14 +16,8 @@ using Microsoft::WRL::ComPtr;
 struct BstrTraits
 {
     using Type = BSTR;
-    static Type Invalid() noexcept
-    {
-        return nullptr;
-    }
-    static void Close(Type bstr) noexcept
-    {
-        SysFreeString(bstr);
-    }
+    static Type Invalid() noexcept { return nullptr; }
+    static void Close(Type bstr) noexcept { SysFreeString(bstr); }
 };
 
 class UniqueBstr : public UniqueResource<BstrTraits>
@@ -31,15 +25,10 @@ class UniqueBstr : public UniqueResource<BstrTraits>
 public:
     UniqueBstr() noexcept = default;
     // Null when there is no memory; the caller reports E_OUTOFMEMORY.
-    explicit UniqueBstr(const wchar_t* pwszText) noexcept : UniqueResource(SysAllocString(pwszText))
-    {
-    }
+    explicit UniqueBstr(const wchar_t* pwszText) noexcept : UniqueResource(SysAllocString(pwszText)) {}
 
     // The text, never null: a null BSTR is an empty text.
-    const wchar_t* Text() const noexcept
-    {
-        return Get() != nullptr ? Get() : L"";
-    }
+    const wchar_t* Text() const noexcept { return Get() != nullptr ? Get() : L""; }
 };
 
 static_assert(isMoveOnly<UniqueBstr>);
@@ -48,14 +37,8 @@ static_assert(isMoveOnly<UniqueBstr>);
 class ScopedVariant
 {
 public:
-    ScopedVariant() noexcept
-    {
-        VariantInit(&m_value);
-    }
-    ~ScopedVariant()
-    {
-        VariantClear(&m_value);
-    }
+    ScopedVariant() noexcept { VariantInit(&m_value); }
+    ~ScopedVariant() { VariantClear(&m_value); }
     ScopedVariant(const ScopedVariant&) = delete;
     ScopedVariant& operator=(const ScopedVariant&) = delete;
 
@@ -72,10 +55,7 @@ public:
         m_value.vt = VT_I4;
         m_value.lVal = nValue;
     }
-    const VARIANT& Get() const noexcept
-    {
-        return m_value;
-    }
+    const VARIANT& Get() const noexcept { return m_value; }
     VARIANT* Receive() noexcept
     {
         VariantClear(&m_value);
@@ -100,18 +80,9 @@ public:
     {
     }
 
-    HRESULT Result() const noexcept
-    {
-        return m_nResult;
-    }
-    bool Usable() const noexcept
-    {
-        return SUCCEEDED(m_nResult) || m_nResult == m_nTolerated;
-    }
-    static void Leave() noexcept
-    {
-        CoUninitialize();
-    }
+    HRESULT Result() const noexcept { return m_nResult; }
+    bool Usable() const noexcept { return SUCCEEDED(m_nResult) || m_nResult == m_nTolerated; }
+    static void Leave() noexcept { CoUninitialize(); }
 
 private:
     HRESULT m_nResult;

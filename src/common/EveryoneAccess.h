@@ -21,10 +21,7 @@ public:
     EveryoneAccess& operator=(const EveryoneAccess&) = delete;
 
     // Valid as long as this object.
-    SECURITY_ATTRIBUTES* Attributes() noexcept
-    {
-        return &m_attributes;
-    }
+    SECURITY_ATTRIBUTES* Attributes() noexcept { return &m_attributes; }
 
 private:
     SECURITY_DESCRIPTOR m_descriptor;

@@ -12,10 +12,7 @@ namespace varnex
 struct HandleTraits
 {
     using Type = HANDLE;
-    static Type Invalid() noexcept
-    {
-        return nullptr;
-    }
+    static Type Invalid() noexcept { return nullptr; }
     static void Close(Type hObject) noexcept
     {
         const LastErrorKeeper keeper;
@@ -28,10 +25,7 @@ using UniqueHandle = UniqueResource<HandleTraits>;
 struct FileTraits
 {
     using Type = HANDLE;
-    static Type Invalid() noexcept
-    {
-        return INVALID_HANDLE_VALUE;
-    }
+    static Type Invalid() noexcept { return INVALID_HANDLE_VALUE; }
     static void Close(Type hFile) noexcept
     {
         const LastErrorKeeper keeper;
@@ -45,19 +39,13 @@ public:
     using UniqueResource::UniqueResource;
 
     // Closes now and tells whether the system took everything that was written.
-    bool Close() noexcept
-    {
-        return CloseHandle(Release()) != FALSE;
-    }
+    bool Close() noexcept { return CloseHandle(Release()) != FALSE; }
 };
 
 struct ModuleTraits
 {
     using Type = HMODULE;
-    static Type Invalid() noexcept
-    {
-        return nullptr;
-    }
+    static Type Invalid() noexcept { return nullptr; }
     static void Close(Type hModule) noexcept
     {
         const LastErrorKeeper keeper;
@@ -71,10 +59,7 @@ template <class T>
 struct LocalBlockTraits
 {
     using Type = T*;
-    static Type Invalid() noexcept
-    {
-        return nullptr;
-    }
+    static Type Invalid() noexcept { return nullptr; }
     static void Close(Type pBlock) noexcept
     {
         const LastErrorKeeper keeper;
@@ -88,10 +73,7 @@ using UniqueLocalBlock = UniqueResource<LocalBlockTraits<T>>;
 struct ViewTraits
 {
     using Type = void*;
-    static Type Invalid() noexcept
-    {
-        return nullptr;
-    }
+    static Type Invalid() noexcept { return nullptr; }
     static void Close(Type pView) noexcept
     {
         const LastErrorKeeper keeper;
@@ -103,10 +85,7 @@ using UniqueView = UniqueResource<ViewTraits>;
 struct RegistryKeyTraits
 {
     using Type = HKEY;
-    static Type Invalid() noexcept
-    {
-        return nullptr;
-    }
+    static Type Invalid() noexcept { return nullptr; }
     static void Close(Type hKey) noexcept
     {
         const LastErrorKeeper keeper;
@@ -120,10 +99,7 @@ using UniqueRegistryKey = UniqueResource<RegistryKeyTraits>;
 struct MutexHoldTraits
 {
     using Type = HANDLE;
-    static Type Invalid() noexcept
-    {
-        return nullptr;
-    }
+    static Type Invalid() noexcept { return nullptr; }
     static void Close(Type hMutex) noexcept
     {
         const LastErrorKeeper keeper;

@@ -13,10 +13,7 @@ public:
     {
         EnterCriticalSection(&m_section);
     }
-    ~CriticalSectionHold()
-    {
-        LeaveCriticalSection(&m_section);
-    }
+    ~CriticalSectionHold() { LeaveCriticalSection(&m_section); }
     CriticalSectionHold(const CriticalSectionHold&) = delete;
     CriticalSectionHold& operator=(const CriticalSectionHold&) = delete;
 
@@ -28,14 +25,8 @@ private:
 class SlimLockHold
 {
 public:
-    explicit SlimLockHold(SRWLOCK& lock) noexcept : m_lock(lock)
-    {
-        AcquireSRWLockExclusive(&m_lock);
-    }
-    ~SlimLockHold()
-    {
-        ReleaseSRWLockExclusive(&m_lock);
-    }
+    explicit SlimLockHold(SRWLOCK& lock) noexcept : m_lock(lock) { AcquireSRWLockExclusive(&m_lock); }
+    ~SlimLockHold() { ReleaseSRWLockExclusive(&m_lock); }
     SlimLockHold(const SlimLockHold&) = delete;
     SlimLockHold& operator=(const SlimLockHold&) = delete;
 

@@ -12,17 +12,11 @@ template <class T>
 class NeverDestroyed
 {
 public:
-    NeverDestroyed()
-    {
-        ::new (static_cast<void*>(m_storage)) T;
-    }
+    NeverDestroyed() { ::new (static_cast<void*>(m_storage)) T; }
     NeverDestroyed(const NeverDestroyed&) = delete;
     NeverDestroyed& operator=(const NeverDestroyed&) = delete;
 
-    T& Get() noexcept
-    {
-        return *std::launder(reinterpret_cast<T*>(m_storage));
-    }
+    T& Get() noexcept { return *std::launder(reinterpret_cast<T*>(m_storage)); }
 
 private:
     alignas(T) std::byte m_storage[sizeof(T)];

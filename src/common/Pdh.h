@@ -13,28 +13,16 @@ namespace varnex
 struct PdhQueryTraits
 {
     using Type = PDH_HQUERY;
-    static Type Invalid() noexcept
-    {
-        return nullptr;
-    }
-    static void Close(Type hQuery) noexcept
-    {
-        PdhCloseQuery(hQuery);
-    }
+    static Type Invalid() noexcept { return nullptr; }
+    static void Close(Type hQuery) noexcept { PdhCloseQuery(hQuery); }
 };
 using UniquePdhQuery = UniqueResource<PdhQueryTraits>;
 
 struct PdhCounterTraits
 {
     using Type = PDH_HCOUNTER;
-    static Type Invalid() noexcept
-    {
-        return nullptr;
-    }
-    static void Close(Type hCounter) noexcept
-    {
-        PdhRemoveCounter(hCounter);
-    }
+    static Type Invalid() noexcept { return nullptr; }
+    static void Close(Type hCounter) noexcept { PdhRemoveCounter(hCounter); }
 };
 using UniquePdhCounter = UniqueResource<PdhCounterTraits>;
 

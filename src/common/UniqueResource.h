@@ -14,12 +14,8 @@ public:
     using Type = typename Traits::Type;
 
     UniqueResource() noexcept = default;
-    explicit UniqueResource(Type value) noexcept : m_value(value)
-    {
-    }
-    UniqueResource(UniqueResource&& other) noexcept : m_value(other.Release())
-    {
-    }
+    explicit UniqueResource(Type value) noexcept : m_value(value) {}
+    UniqueResource(UniqueResource&& other) noexcept : m_value(other.Release()) {}
     UniqueResource& operator=(UniqueResource&& other) noexcept
     {
         if (this != &other)
@@ -30,19 +26,10 @@ public:
     }
     UniqueResource(const UniqueResource&) = delete;
     UniqueResource& operator=(const UniqueResource&) = delete;
-    ~UniqueResource()
-    {
-        Reset();
-    }
+    ~UniqueResource() { Reset(); }
 
-    Type Get() const noexcept
-    {
-        return m_value;
-    }
-    explicit operator bool() const noexcept
-    {
-        return m_value != Traits::Invalid();
-    }
+    Type Get() const noexcept { return m_value; }
+    explicit operator bool() const noexcept { return m_value != Traits::Invalid(); }
 
     // Gives the resource up without closing it.
     Type Release() noexcept
@@ -73,8 +60,8 @@ private:
 
 // Proves for an owner that it cannot be copied and moves without throwing.
 template <class Owner>
-inline constexpr bool isMoveOnly = !std::is_copy_constructible_v<Owner> && !std::is_copy_assignable_v<Owner> &&
-                                   std::is_nothrow_move_constructible_v<Owner> &&
-                                   std::is_nothrow_move_assignable_v<Owner>;
+inline constexpr bool isMoveOnly =
+    !std::is_copy_constructible_v<Owner> && !std::is_copy_assignable_v<Owner> &&
+    std::is_nothrow_move_constructible_v<Owner> && std::is_nothrow_move_assignable_v<Owner>;
 
 } // namespace varnex

@@ -2,8 +2,8 @@
 
 #include "common/BoundedText.h"
 #include "common/Handles.h"
+#include "common/LastError.h"
 #include "common/ModulePath.h"
-#include "config/LastErrorOr.h"
 #include "config/SharingPatience.h"
 
 #include <cwchar>

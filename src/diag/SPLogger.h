@@ -52,10 +52,7 @@ public:
     public:
         explicit WritersHeldOff(DWORD dwWaitMs) noexcept;
         // False when the writers could not be held off in that time.
-        explicit operator bool() const noexcept
-        {
-            return m_bHeldOff;
-        }
+        explicit operator bool() const noexcept { return m_bHeldOff; }
 
     private:
         MutexHold m_hold;

@@ -9,11 +9,11 @@ extern "C"
 {
 #endif
 
-__declspec(dllimport) void __stdcall ExitProcess(unsigned int nExitCode);
-__declspec(dllimport) void* __stdcall GetStdHandle(unsigned long dwWhich);
-__declspec(dllimport) int __stdcall WriteFile(void* hFile, const void* pBytes, unsigned long cbBytes,
-                                              unsigned long* pcbWritten, void* pOverlapped);
-void mainCRTStartup(void);
+    __declspec(dllimport) void __stdcall ExitProcess(unsigned int nExitCode);
+    __declspec(dllimport) void* __stdcall GetStdHandle(unsigned long dwWhich);
+    __declspec(dllimport) int __stdcall WriteFile(void* hFile, const void* pBytes, unsigned long cbBytes,
+                                                  unsigned long* pcbWritten, void* pOverlapped);
+    void mainCRTStartup(void);
 
 #ifdef __cplusplus
 }

@@ -44,17 +44,21 @@ class BlockBook
 public:
     explicit BlockBook(ImportRedirector& imports)
     {
-        imports.Replace<decltype(::LocalAlloc)>("LocalAlloc", [this](UINT nFlags, SIZE_T cbBlock) {
-            const HLOCAL hBlock = LocalAlloc(nFlags, cbBlock);
-            m_nFlags = nFlags;
-            m_cbBlock = cbBlock;
-            m_taken.insert(hBlock);
-            return hBlock;
-        });
-        imports.Replace<decltype(::LocalFree)>("LocalFree", [this](HLOCAL hBlock) {
-            m_nFreed += static_cast<int>(m_taken.erase(hBlock));
-            return LocalFree(hBlock);
-        });
+        imports.Replace<decltype(::LocalAlloc)>("LocalAlloc",
+                                                [this](UINT nFlags, SIZE_T cbBlock)
+                                                {
+                                                    const HLOCAL hBlock = LocalAlloc(nFlags, cbBlock);
+                                                    m_nFlags = nFlags;
+                                                    m_cbBlock = cbBlock;
+                                                    m_taken.insert(hBlock);
+                                                    return hBlock;
+                                                });
+        imports.Replace<decltype(::LocalFree)>("LocalFree",
+                                               [this](HLOCAL hBlock)
+                                               {
+                                                   m_nFreed += static_cast<int>(m_taken.erase(hBlock));
+                                                   return LocalFree(hBlock);
+                                               });
     }
     UINT m_nFlags = 0;
     SIZE_T m_cbBlock = 0;
@@ -76,8 +80,10 @@ struct ThreadRequest
     {
         const auto request = std::make_shared<ThreadRequest>();
         imports.Replace<decltype(::_beginthreadex)>(
-            "_beginthreadex", [=](void* pSecurity, unsigned cbStack, unsigned(__stdcall * pfnBody)(void*),
-                                  void* pRecord, unsigned nFlags, unsigned*) {
+            "_beginthreadex",
+            [=](void* pSecurity, unsigned cbStack, unsigned(__stdcall * pfnBody)(void*), void* pRecord, unsigned nFlags,
+                unsigned*)
+            {
                 request->pSecurity = pSecurity;
                 request->cbStack = cbStack;
                 request->pfnBody = pfnBody;
@@ -88,10 +94,7 @@ struct ThreadRequest
             });
         return request;
     }
-    unsigned RunThread() const
-    {
-        return pfnBody(pRecord);
-    }
+    unsigned RunThread() const { return pfnBody(pRecord); }
 };
 
 // Stands in the import table itself, for scripts stop what they throw: another product's hook that throws through its
@@ -123,10 +126,7 @@ public:
         g_thrower = std::move(thrower);
         WriteImportSlot(m_ppSlot, reinterpret_cast<void*>(&CreateFileThatThrowsOnce));
     }
-    ~ThrowingHook()
-    {
-        WriteImportSlot(m_ppSlot, reinterpret_cast<void*>(g_pfnCreateFile));
-    }
+    ~ThrowingHook() { WriteImportSlot(m_ppSlot, reinterpret_cast<void*>(g_pfnCreateFile)); }
     ThrowingHook(const ThrowingHook&) = delete;
     ThrowingHook& operator=(const ThrowingHook&) = delete;
 
@@ -181,10 +181,12 @@ TEST_CASE("the thread of an alert starts at once with nothing special and its ha
     StoreBench bench;
     const auto request = ThreadRequest::Catch(bench.imports);
     HANDLE hClosed = nullptr;
-    bench.imports.Replace<decltype(::CloseHandle)>("CloseHandle", [&](HANDLE hObject) {
-        hClosed = hObject;
-        return CloseHandle(hObject);
-    });
+    bench.imports.Replace<decltype(::CloseHandle)>("CloseHandle",
+                                                   [&](HANDLE hObject)
+                                                   {
+                                                       hClosed = hObject;
+                                                       return CloseHandle(hObject);
+                                                   });
 
     CHECK(SendDiskAlert() == 0);
     CHECK(request->pSecurity == nullptr);
@@ -341,10 +343,12 @@ TEST_CASE("a dispatched alert leaves no handle behind")
 {
     StoreBench bench;
 
-    CHECK(HandlesGainedBy([&] {
-              SendDiskAlert();
-              bench.clock.AdvanceUntilWorkersEnd(1);
-          }) == 0);
+    CHECK(HandlesGainedBy(
+              [&]
+              {
+                  SendDiskAlert();
+                  bench.clock.AdvanceUntilWorkersEnd(1);
+              }) == 0);
 }
 
 } // namespace varnex::test

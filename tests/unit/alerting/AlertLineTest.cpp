@@ -135,8 +135,8 @@ TEST_CASE("numbers of a stored line are taken as far as they are numbers")
 
 TEST_CASE("a line with fewer than five separators is no alert")
 {
-    const auto line = GENERATE(values<std::string>({"", "1", "\n", "1;2", "1;2;3", "1;2;3;4", "1;2;3;4;D1",
-                                                    "1;2;3;4(2024-01-31 23:59:59);D1\n"}));
+    const auto line = GENERATE(values<std::string>(
+        {"", "1", "\n", "1;2", "1;2;3", "1;2;3;4", "1;2;3;4;D1", "1;2;3;4(2024-01-31 23:59:59);D1\n"}));
     CAPTURE(line);
     CHECK(ResultOfParsing(line) == -1);
     CHECK(ResultOfParsing(line + ";;;;;") == 0);

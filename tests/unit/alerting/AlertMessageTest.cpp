@@ -27,13 +27,15 @@ struct NameRequest
 std::shared_ptr<NameRequest> UseHostName(ImportRedirector& imports, const std::wstring& name)
 {
     const auto request = std::make_shared<NameRequest>();
-    imports.Replace<decltype(::GetComputerNameExW)>(
-        "GetComputerNameExW", [=](COMPUTER_NAME_FORMAT format, LPWSTR pwszName, LPDWORD pcchName) {
-            *request = {format, *pcchName};
-            *pcchName = static_cast<DWORD>(name.copy(pwszName, *pcchName - 1));
-            pwszName[*pcchName] = L'\0';
-            return TRUE;
-        });
+    imports.Replace<decltype(::GetComputerNameExW)>("GetComputerNameExW",
+                                                    [=](COMPUTER_NAME_FORMAT format, LPWSTR pwszName, LPDWORD pcchName)
+                                                    {
+                                                        *request = {format, *pcchName};
+                                                        *pcchName =
+                                                            static_cast<DWORD>(name.copy(pwszName, *pcchName - 1));
+                                                        pwszName[*pcchName] = L'\0';
+                                                        return TRUE;
+                                                    });
     return request;
 }
 
@@ -85,11 +87,14 @@ TEST_CASE("a resource name is read in the code page of the system")
 {
     StoreBench bench;
     UseHostName(bench.imports, L"HOST01");
-    const std::wstring name = WideFromAnsi("Gr\xFC\xDF" "e (R)");
+    const std::wstring name = WideFromAnsi("Gr\xFC\xDF"
+                                           "e (R)");
     REQUIRE(name != L"Gr\x00C3\x00BC");
 
-    CHECK(MessageOf(3, "Gr\xFC\xDF" "e (R)") == g_head + L", " + name);
-    CHECK(MessageOf(4, "Gr\xFC\xDF" "e (R)") == g_head + L", " + name);
+    CHECK(MessageOf(3, "Gr\xFC\xDF"
+                       "e (R)") == g_head + L", " + name);
+    CHECK(MessageOf(4, "Gr\xFC\xDF"
+                       "e (R)") == g_head + L", " + name);
 }
 
 TEST_CASE("a resource name is shown up to 259 characters")

@@ -96,8 +96,8 @@ TEST_CASE("any other policy value is taken as it is")
 TEST_CASE("each policy value has its own default")
 {
     MonitorBench bench;
-    bench.tree.WriteConfig(ConfigBuilder().Set("DiskInterval", 30).Set("DiskSamplingAmount", "none").Set(
-        "DiskMaxAlertNum", 2));
+    bench.tree.WriteConfig(
+        ConfigBuilder().Set("DiskInterval", 30).Set("DiskSamplingAmount", "none").Set("DiskMaxAlertNum", 2));
 
     ReadAlertPolicy(bench.monitor, DISK_POLICY);
     CheckPolicy(bench.monitor, 30, 85, 5, 2);

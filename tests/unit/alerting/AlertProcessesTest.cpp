@@ -87,10 +87,7 @@ public:
         }
         return nResult == 0 || nResult == -1;
     }
-    std::size_t Size() const
-    {
-        return m_counts.size();
-    }
+    std::size_t Size() const { return m_counts.size(); }
     bool HasEachOnce(int nValues) const
     {
         if (m_counts.size() != static_cast<std::size_t>(nValues))

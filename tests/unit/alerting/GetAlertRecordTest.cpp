@@ -39,26 +39,20 @@ public:
             m_texts[i] = m_buffers[i].data();
         }
     }
-    void LeaveOutText(std::size_t nIndex)
-    {
-        m_texts[nIndex] = nullptr;
-    }
+    void LeaveOutText(std::size_t nIndex) { m_texts[nIndex] = nullptr; }
     int Run(int nMaxCount, unsigned cchOffered = cchText)
     {
         return GetAlertRecord(types.data(), m_texts.data(), cchOffered, thresholds.data(), values.data(), nMaxCount);
     }
-    std::wstring Text(std::size_t nIndex) const
-    {
-        return m_buffers[nIndex].c_str();
-    }
+    std::wstring Text(std::size_t nIndex) const { return m_buffers[nIndex].c_str(); }
     bool IsTextUntouched(std::size_t nIndex) const
     {
         return m_buffers[nIndex] == std::wstring(cchText, g_wchUntouched);
     }
     bool IsUntouched(std::size_t nIndex) const
     {
-        return types[nIndex] == g_nUntouched && thresholds[nIndex] == g_nUntouched &&
-               values[nIndex] == g_nUntouched && IsTextUntouched(nIndex);
+        return types[nIndex] == g_nUntouched && thresholds[nIndex] == g_nUntouched && values[nIndex] == g_nUntouched &&
+               IsTextUntouched(nIndex);
     }
 
     Numbers types;
@@ -76,12 +70,14 @@ class HostBench : public StoreBench
 public:
     HostBench()
     {
-        imports.Replace<decltype(::GetComputerNameExW)>(
-            "GetComputerNameExW", [](COMPUTER_NAME_FORMAT, LPWSTR pwszName, LPDWORD pcchName) {
-                *pcchName = static_cast<DWORD>(std::wstring(L"HOST01").copy(pwszName, *pcchName));
-                pwszName[*pcchName] = L'\0';
-                return TRUE;
-            });
+        imports.Replace<decltype(::GetComputerNameExW)>("GetComputerNameExW",
+                                                        [](COMPUTER_NAME_FORMAT, LPWSTR pwszName, LPDWORD pcchName)
+                                                        {
+                                                            *pcchName = static_cast<DWORD>(
+                                                                std::wstring(L"HOST01").copy(pwszName, *pcchName));
+                                                            pwszName[*pcchName] = L'\0';
+                                                            return TRUE;
+                                                        });
     }
 };
 

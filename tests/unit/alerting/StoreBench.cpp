@@ -25,8 +25,8 @@ std::vector<int> Taken::Values() const
 }
 
 StoreBench::StoreBench()
-    : mutexes(imports), path(imports, tree.ModulePath()), clock(imports), m_mutex(CreateMutexA(nullptr, FALSE, nullptr)),
-      m_end(CreateEventW(nullptr, TRUE, FALSE, nullptr))
+    : mutexes(imports), path(imports, tree.ModulePath()), clock(imports),
+      m_mutex(CreateMutexA(nullptr, FALSE, nullptr)), m_end(CreateEventW(nullptr, TRUE, FALSE, nullptr))
 {
     UseUtc(imports);
     clock.Set(LocalTime{2024, 2, 1, 6, 0, 0});
@@ -104,23 +104,27 @@ Taken StoreBench::Take(int nMaxCount) const
 bool StoreBench::IsMutexFree()
 {
     bool bFree = false;
-    clock.RunWhileAdvancing([this, &bFree] {
-        bFree = WaitForSingleObject(Mutex(), 0) == WAIT_OBJECT_0;
-        if (bFree)
+    clock.RunWhileAdvancing(
+        [this, &bFree]
         {
-            ReleaseMutex(Mutex());
-        }
-    });
+            bFree = WaitForSingleObject(Mutex(), 0) == WAIT_OBJECT_0;
+            if (bFree)
+            {
+                ReleaseMutex(Mutex());
+            }
+        });
     return bFree;
 }
 
 void StoreBench::LetOtherThreadHoldMutex()
 {
-    clock.RunOnOtherThread([this] {
-        WaitForSingleObject(Mutex(), INFINITE);
-        clock.Block(m_end.Get());
-        ReleaseMutex(Mutex());
-    });
+    clock.RunOnOtherThread(
+        [this]
+        {
+            WaitForSingleObject(Mutex(), INFINITE);
+            clock.Block(m_end.Get());
+            ReleaseMutex(Mutex());
+        });
     clock.WaitUntilAllAsleep();
 }
 

@@ -62,10 +62,7 @@ public:
     // A fetch of up to nMaxCount records and one more.
     Taken Take(int nMaxCount) const;
 
-    HANDLE Mutex() const noexcept
-    {
-        return m_mutex.Get();
-    }
+    HANDLE Mutex() const noexcept { return m_mutex.Get(); }
     // Whether another thread gets the store's mutex at once.
     bool IsMutexFree();
     // Another thread holds the mutex until the end of the bench, or ends while it has it.

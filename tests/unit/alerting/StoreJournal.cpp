@@ -42,25 +42,31 @@ std::string StoreJournal::NameOf(HANDLE hFile) const
 
 void StoreJournal::ScriptMutex()
 {
-    m_imports.Replace<decltype(::WaitForSingleObject)>(
-        "WaitForSingleObject", [this](HANDLE hObject, DWORD dwMilliseconds) {
-            if (hObject == g_hAlertFileMutex)
-            {
-                Note("wait " + std::to_string(dwMilliseconds));
-            }
-            return WaitForSingleObject(hObject, dwMilliseconds);
-        });
-    m_imports.Replace<decltype(::ReleaseMutex)>("ReleaseMutex", [this](HANDLE hMutex) {
-        Note(hMutex == g_hAlertFileMutex ? "release" : "release of another mutex");
-        return ReleaseMutex(hMutex);
-    });
+    m_imports.Replace<decltype(::WaitForSingleObject)>("WaitForSingleObject",
+                                                       [this](HANDLE hObject, DWORD dwMilliseconds)
+                                                       {
+                                                           if (hObject == g_hAlertFileMutex)
+                                                           {
+                                                               Note("wait " + std::to_string(dwMilliseconds));
+                                                           }
+                                                           return WaitForSingleObject(hObject, dwMilliseconds);
+                                                       });
+    m_imports.Replace<decltype(::ReleaseMutex)>("ReleaseMutex",
+                                                [this](HANDLE hMutex)
+                                                {
+                                                    Note(hMutex == g_hAlertFileMutex ? "release"
+                                                                                     : "release of another mutex");
+                                                    return ReleaseMutex(hMutex);
+                                                });
 }
 
 void StoreJournal::ScriptFiles()
 {
     m_imports.Replace<decltype(::CreateFileA)>(
-        "CreateFileA", [this](LPCSTR pszPath, DWORD dwAccess, DWORD dwShare, LPSECURITY_ATTRIBUTES pSecurity,
-                              DWORD dwCreation, DWORD dwFlags, HANDLE hTemplate) {
+        "CreateFileA",
+        [this](LPCSTR pszPath, DWORD dwAccess, DWORD dwShare, LPSECURITY_ATTRIBUTES pSecurity, DWORD dwCreation,
+               DWORD dwFlags, HANDLE hTemplate)
+        {
             Note("open " + NameOfPath(pszPath));
             const HANDLE hFile = CreateFileA(pszPath, dwAccess, dwShare, pSecurity, dwCreation, dwFlags, hTemplate);
             const LastErrorKeeper keeper;
@@ -68,22 +74,29 @@ void StoreJournal::ScriptFiles()
             return hFile;
         });
     m_imports.Replace<decltype(::WriteFile)>(
-        "WriteFile", [this](HANDLE hFile, LPCVOID pData, DWORD cbData, LPDWORD pcbWritten, LPOVERLAPPED pOverlapped) {
+        "WriteFile",
+        [this](HANDLE hFile, LPCVOID pData, DWORD cbData, LPDWORD pcbWritten, LPOVERLAPPED pOverlapped)
+        {
             Note("write " + NameOf(hFile));
             return WriteFile(hFile, pData, cbData, pcbWritten, pOverlapped);
         });
-    m_imports.Replace<decltype(::CloseHandle)>("CloseHandle", [this](HANDLE hObject) {
-        if (!NameOf(hObject).empty())
-        {
-            Note("close " + NameOf(hObject));
-            m_openFiles.erase(hObject);
-        }
-        return CloseHandle(hObject);
-    });
-    m_imports.Replace<decltype(::MoveFileExA)>("MoveFileExA", [this](LPCSTR pszFrom, LPCSTR pszTo, DWORD dwFlags) {
-        Note("move " + NameOfPath(pszFrom) + " to " + NameOfPath(pszTo) + " with " + std::to_string(dwFlags));
-        return MoveFileExA(pszFrom, pszTo, dwFlags);
-    });
+    m_imports.Replace<decltype(::CloseHandle)>("CloseHandle",
+                                               [this](HANDLE hObject)
+                                               {
+                                                   if (!NameOf(hObject).empty())
+                                                   {
+                                                       Note("close " + NameOf(hObject));
+                                                       m_openFiles.erase(hObject);
+                                                   }
+                                                   return CloseHandle(hObject);
+                                               });
+    m_imports.Replace<decltype(::MoveFileExA)>("MoveFileExA",
+                                               [this](LPCSTR pszFrom, LPCSTR pszTo, DWORD dwFlags)
+                                               {
+                                                   Note("move " + NameOfPath(pszFrom) + " to " + NameOfPath(pszTo) +
+                                                        " with " + std::to_string(dwFlags));
+                                                   return MoveFileExA(pszFrom, pszTo, dwFlags);
+                                               });
 }
 
 } // namespace varnex::test

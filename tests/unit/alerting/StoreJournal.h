@@ -26,10 +26,7 @@ public:
     StoreJournal(const StoreJournal&) = delete;
     StoreJournal& operator=(const StoreJournal&) = delete;
 
-    const List& Events() const noexcept
-    {
-        return m_events;
-    }
+    const List& Events() const noexcept { return m_events; }
 
 private:
     void ScriptMutex();

@@ -9,10 +9,9 @@ namespace
 void UseZone(ImportRedirector& imports, const TIME_ZONE_INFORMATION& zone)
 {
     imports.Replace<decltype(::SystemTimeToTzSpecificLocalTime)>(
-        "SystemTimeToTzSpecificLocalTime", [zone](const TIME_ZONE_INFORMATION*, const SYSTEMTIME* pUtc,
-                                                  SYSTEMTIME* pLocal) {
-            return SystemTimeToTzSpecificLocalTime(&zone, pUtc, pLocal);
-        });
+        "SystemTimeToTzSpecificLocalTime",
+        [zone](const TIME_ZONE_INFORMATION*, const SYSTEMTIME* pUtc, SYSTEMTIME* pLocal)
+        { return SystemTimeToTzSpecificLocalTime(&zone, pUtc, pLocal); });
 }
 
 constexpr WORD g_wLastInMonth = 5;

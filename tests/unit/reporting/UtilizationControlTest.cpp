@@ -548,13 +548,13 @@ TEST_CASE("a thread that dies only after the stop gave it up leaves its store's 
     stuck.Engage("network"); // it holds its store's lock
     bench.clock.Advance(65);
     UniqueHandle doomed;
-    bench.imports.Replace<decltype(::TerminateThread)>(
-        "TerminateThread",
-        [&doomed](HANDLE hThread, DWORD) -> BOOL
-        {
-            return DuplicateHandle(GetCurrentProcess(), hThread, GetCurrentProcess(), doomed.Receive(), 0, FALSE,
-                                   DUPLICATE_SAME_ACCESS);
-        });
+    bench.imports.Replace<decltype(::TerminateThread)>("TerminateThread",
+                                                       [&doomed](HANDLE hThread, DWORD) -> BOOL
+                                                       {
+                                                           return DuplicateHandle(GetCurrentProcess(), hThread,
+                                                                                  GetCurrentProcess(), doomed.Receive(),
+                                                                                  0, FALSE, DUPLICATE_SAME_ACCESS);
+                                                       });
     bench.Stop();
     CHECK(g_pUtlNetworkThread.IsSet());
     CHECK_THAT(bench.ReadLog(), HasLine(1, "StopPKIUtlThread -- a thread could not be ended."));
