@@ -1,0 +1,47 @@
+#pragma once
+
+#include "Comparison.h"
+
+#include "support/ModuleTree.h"
+
+#include <string>
+
+#include <windows.h>
+
+namespace varnex::bench
+{
+
+// A directory tree with the module in it, and this program's module code made to believe that it is that module:
+// its own path is the copy's, its log lies in the tree, and it is silent until a row wants lines.
+//
+// One for a process: the path of the configuration is found once.
+class Setting
+{
+public:
+    explicit Setting(const Effort& chosenEffort);
+    ~Setting();
+    Setting(const Setting&) = delete;
+    Setting& operator=(const Setting&) = delete;
+
+    const Effort effort;
+    test::ModuleTree tree;
+
+    // Writes the configuration that a host installs, with one second of interval for every monitor.
+    // Today's counts are in it, all 0.
+    void WriteConfig();
+
+private:
+    HMODULE m_hModule;
+};
+
+// COM on this thread for a scope, as single-threaded apartment.
+class ComScope
+{
+public:
+    ComScope();
+    ~ComScope();
+    ComScope(const ComScope&) = delete;
+    ComScope& operator=(const ComScope&) = delete;
+};
+
+} // namespace varnex::bench

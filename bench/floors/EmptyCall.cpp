@@ -1,0 +1,10 @@
+#include "EmptyCall.h"
+
+namespace varnex::bench
+{
+
+void EmptyCall(const char*, ...) noexcept
+{
+}
+
+} // namespace varnex::bench

@@ -1,0 +1,39 @@
+#!/usr/bin/env bash
+# Measures what the module costs beside what nobody could do without: a table on the screen, the same as JSON in
+# build/bench. About ten minutes on a calm machine; --short takes seconds, and its figures say little.
+# usage: scripts/bench.sh [--short]
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+form="full run"
+json=full.json
+if [ "${1:-}" = --short ]; then
+  form="short form"
+  json=short.json
+elif [ $# -gt 0 ]; then
+  echo "usage: scripts/bench.sh [--short]" >&2
+  exit 2
+fi
+
+build="${VARNEX_BENCH_BUILD:-build/release}"
+if [ "$build" = build/release ]; then
+  scripts/build.sh release varnex_bench
+fi
+export WINEPREFIX="${WINEPREFIX:-$PWD/build/wine-prefix}"
+export WINEDEBUG="${WINEDEBUG:--all}"
+unset DISPLAY
+
+# One server for the whole run: its start is no part of any figure.
+mkdir -p "$WINEPREFIX" build/bench
+if wineserver -p >/dev/null 2>&1 </dev/null; then
+  trap 'wineserver -k || true' EXIT
+fi
+
+load() {
+  echo "load of the machine's $(nproc) cores $1: $(cut -d' ' -f1-3 /proc/loadavg) (a calm one has less than 1 beside this program)"
+}
+load before
+# Wine shows the root as drive Z:.
+VARNEX_BENCH_JSON="Z:$PWD/build/bench/$json" scripts/wine-run.sh "$build/bin/bench/varnex_bench.exe" "$form"
+load after
+echo "JSON: build/bench/$json"
