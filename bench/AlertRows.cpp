@@ -139,8 +139,8 @@ void MeasureFetching(Setting& setting, Results& results, const Stores& stores, s
     const HeapPeak peak;
     fetch.Run();
     // The reader's piece lies on the stack, whatever the size of the file.
-    results.Add(Figure{"fetch 16 of " + std::to_string(nLines) + ": heap at most", static_cast<double>(peak.Bytes()) / 1024,
-                       "KiB", 64});
+    results.Add(Figure{"fetch 16 of " + std::to_string(nLines) + ": heap at most",
+                       static_cast<double>(peak.Bytes()) / 1024, "KiB", 64});
 }
 
 } // namespace

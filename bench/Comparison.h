@@ -57,10 +57,10 @@ bool MeetsGoal(const Row& row);
 // How long to go on.
 struct Effort
 {
-    double dSeconds;        // for a row
-    std::size_t nFewest;    // pairs, whatever the time
-    std::size_t nMost;      // pairs
-    bool bWholeDay;         // the footprint of a day of the monitors, too
+    double dSeconds;     // for a row
+    std::size_t nFewest; // pairs, whatever the time
+    std::size_t nMost;   // pairs
+    bool bWholeDay;      // the footprint of a day of the monitors, too
 };
 
 class Stopwatch
@@ -113,9 +113,8 @@ Row Compare(Row row, const Effort& effort, unsigned nBatch, Module module, Floor
 {
     std::vector<Pair> pairs;
     const Stopwatch whole;
-    for (std::size_t nPair = 0; nPair <= effort.nFewest || (whole.Nanoseconds() < effort.dSeconds * 1e9 &&
-                                                            nPair <= effort.nMost);
-         ++nPair)
+    for (std::size_t nPair = 0;
+         nPair <= effort.nFewest || (whole.Nanoseconds() < effort.dSeconds * 1e9 && nPair <= effort.nMost); ++nPair)
     {
         Pair pair{};
         for (const bool bFloor : {nPair % 2 != 0, nPair % 2 == 0})

@@ -23,7 +23,7 @@ void LoadAndUnload(const std::wstring& path)
 
 void MeasureEntry(Setting& setting, Results& results)
 {
-    const ComScope com; // so that neither side starts COM
+    const ComScope com;                                            // so that neither side starts COM
     const std::wstring module = setting.tree.InBin(L"Loaded.dll"); // the tree's own is mapped already
     const std::wstring floor = setting.tree.InBin(L"FloorDl.dll");
     REQUIRE(CopyFileW(setting.tree.ModulePath().c_str(), module.c_str(), FALSE));

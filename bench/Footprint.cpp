@@ -50,9 +50,9 @@ void MeasureDay(Setting& setting, Results& results)
     setting.WriteConfig();
     const FloorConfig config(FloorConfigFile(setting));
     SetMachine({8, 4, 4});
-    const double dPart = setting.effort.bWholeDay ? 1.0 / 96 : 1.0 / 480; // a quarter of an hour, or three minutes
+    const double dPart = setting.effort.bWholeDay ? 1.0 / 24 : 1.0 / 480; // an hour, or three minutes
     std::vector<Pair> pairs;
-    for (std::size_t i = 0; i < (setting.effort.bWholeDay ? 9U : 1U); ++i)
+    for (std::size_t i = 0; i < (setting.effort.bWholeDay ? 5U : 1U); ++i)
     {
         const Pair part = MeasurePartOfDay(config, dPart);
         pairs.push_back({part.dModuleNs / dPart, part.dFloorNs / dPart});
@@ -63,8 +63,8 @@ void MeasureDay(Setting& setting, Results& results)
     row.goal = {GoalKind::Ratio, 1.10};
     Summarise(row, pairs);
     results.Add(row);
-    results.Add(Figure{"share of one core, 8 processors, 4 disks, 4 adapters", row.dModuleNs / 1e9 / DAY_SECONDS * 100,
-                       "%"});
+    results.Add(
+        Figure{"share of one core, 8 processors, 4 disks, 4 adapters", row.dModuleNs / 1e9 / DAY_SECONDS * 100, "%"});
     results.Add(Figure{"the same of the floors", row.dFloorNs / 1e9 / DAY_SECONDS * 100, "%"});
 }
 

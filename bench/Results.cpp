@@ -60,7 +60,10 @@ void PrintRow(const Row& row, const Row* pBefore)
     std::printf("%-28s %-24s %11s %11s %7.3f %5.2f-%-5.2f %11s %9s %-4s %s\n", row.operation.c_str(), row.work.c_str(),
                 TimeText(row.dModuleNs).c_str(), TimeText(row.dFloorNs).c_str(), row.dRatio, row.dRatioLow,
                 row.dRatioHigh, TimeText(row.dOverNs).c_str(), GoalText(row.goal).c_str(),
-                row.goal.kind == GoalKind::None ? "" : MeetsGoal(row) ? "ok" : "OVER", GrowthText(row, pBefore).c_str());
+                row.goal.kind == GoalKind::None ? ""
+                : MeetsGoal(row)                ? "ok"
+                                                : "OVER",
+                GrowthText(row, pBefore).c_str());
 }
 
 } // namespace

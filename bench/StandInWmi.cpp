@@ -40,9 +40,9 @@ public:
             pValue->lVal = nIndex;
             return S_OK;
         }
-        const wchar_t* pwszText = std::wcscmp(pwszName, L"Speed") == 0   ? L"1000000000"
+        const wchar_t* pwszText = std::wcscmp(pwszName, L"Speed") == 0  ? L"1000000000"
                                   : std::wcscmp(pwszName, L"Name") == 0 ? L"An Ethernet Adapter of Common Make"
-                                                                          : L"00:15:5D:00:00:01";
+                                                                        : L"00:15:5D:00:00:01";
         pValue->vt = VT_BSTR;
         pValue->bstrVal = SysAllocString(pwszText);
         return S_OK;

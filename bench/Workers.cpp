@@ -168,8 +168,8 @@ std::vector<Pair> MeasureCycles(const WorkerKind& kind, const FloorConfig& confi
         }
         dFloorBefore = dFloorNs;
         ++nCycle;
-        if (pairs.size() >= effort.nFewest && (whole.Nanoseconds() > effort.dSeconds * 1e9 ||
-                                               pairs.size() >= effort.nMost))
+        if (pairs.size() >= effort.nFewest &&
+            (whole.Nanoseconds() > effort.dSeconds * 1e9 || pairs.size() >= effort.nMost))
         {
             kind.pfnRequestStop();
         }

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Measures what the module costs beside what nobody could do without: a table on the screen, the same as JSON in
-# build/bench. About ten minutes on a calm machine; --short takes seconds, and its figures say little.
-# usage: scripts/bench.sh [--short]
+# build/bench. Some six minutes; --short takes seconds, and its figures say little.
+# usage: scripts/bench.sh [--short] [PART...]      parts: log config alerts cycles reports entry footprint
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -10,9 +10,11 @@ json=full.json
 if [ "${1:-}" = --short ]; then
   form="short form"
   json=short.json
-elif [ $# -gt 0 ]; then
-  echo "usage: scripts/bench.sh [--short]" >&2
-  exit 2
+  shift
+fi
+if [ $# -gt 0 ]; then
+  export VARNEX_BENCH_PARTS="$*"
+  json=parts.json
 fi
 
 build="${VARNEX_BENCH_BUILD:-build/release}"

@@ -3,8 +3,6 @@
 namespace varnex::bench
 {
 
-void EmptyCall(const char*, ...) noexcept
-{
-}
+void EmptyCall(const char*, ...) noexcept {}
 
 } // namespace varnex::bench

@@ -103,9 +103,8 @@ void FloorConfig::Save(IXMLDOMDocument& document, bool bSafe) const noexcept
     document.save(target);
     if (bSafe)
     {
-        const HANDLE hFile =
-            CreateFileW(m_temporaryFile.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                        OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        const HANDLE hFile = CreateFileW(m_temporaryFile.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                         nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
         FlushFileBuffers(hFile);
         CloseHandle(hFile);
         MoveFileExW(m_temporaryFile.c_str(), m_file.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);

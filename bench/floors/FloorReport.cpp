@@ -166,8 +166,7 @@ unsigned BuildReportFloor(unsigned nProcessors, unsigned nDisks, unsigned nCards
                                          {texts.bstrPageCapacity, texts.bstrMegabytes}});
     for (unsigned i = 0; i < nDisks; ++i)
     {
-        document.AddEntry(texts.bstrDisk,
-                          {{texts.bstrIndex, texts.bstrOne}, {texts.bstrThroughput, texts.bstrBytes}});
+        document.AddEntry(texts.bstrDisk, {{texts.bstrIndex, texts.bstrOne}, {texts.bstrThroughput, texts.bstrBytes}});
     }
     for (unsigned i = 0; i < nCards; ++i)
     {
