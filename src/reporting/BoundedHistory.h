@@ -41,7 +41,9 @@ public:
     // The sample that many places before the newest one; nBack is below Size().
     const Sample& FromNewest(std::size_t nBack) const noexcept
     {
-        return m_samples[(m_nOldest + m_samples.size() - 1 - nBack) % m_samples.size()];
+        const std::size_t nPlace = m_nOldest + m_samples.size() - 1 - nBack;
+        // Not by a remainder: a report reads every sample of the day, and a division would be most of its averages' cost.
+        return m_samples[nPlace < m_samples.size() ? nPlace : nPlace - m_samples.size()];
     }
     // Only of a history that is not empty.
     const Sample& Newest() const noexcept { return FromNewest(0); }
