@@ -57,6 +57,7 @@ std::string WithLineEnds(const std::string& text)
 SPLogger* SPLogger::Instance() noexcept
 {
     static SPLogger logger;
+    s_pInstance.store(&logger, std::memory_order_release);
     return &logger;
 }
 

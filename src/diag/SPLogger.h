@@ -71,6 +71,8 @@ public:
     SPLogger& operator=(const SPLogger&) = delete;
 
 private:
+    friend SPLogger* Log() noexcept;
+
     SPLogger() noexcept;
     ~SPLogger();
 
@@ -80,12 +82,16 @@ private:
     void WriteLineW(const wchar_t* pwszTag, const wchar_t* pwszFormat, std::va_list arguments);
     void AppendText(const char* pachText, std::size_t cbText) noexcept;
     void BuildFilePath() noexcept;
+
+    // What Instance returned first. A line below the level costs little more than this look.
+    inline static std::atomic<SPLogger*> s_pInstance{nullptr};
 };
 
 // The logger, for callers that log: `Log()->Level1A("Operation -- what happened(%d).", nStatus)`.
 inline SPLogger* Log() noexcept
 {
-    return SPLogger::Instance();
+    SPLogger* const pLogger = SPLogger::s_pInstance.load(std::memory_order_acquire);
+    return pLogger != nullptr ? pLogger : SPLogger::Instance();
 }
 
 } // namespace varnex
