@@ -19,6 +19,7 @@ run_item() {
   scripts/wine-run.sh "$build/bin/$2.exe" "${@:3}" || failed+=("$1")
 }
 
+run_item faults reliability_faults
 run_item kill reliability_kill
 run_item contention reliability_contention
 run_item log reliability_log

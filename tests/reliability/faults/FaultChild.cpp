@@ -1,0 +1,192 @@
+// The child's side of the fault loop: goes through fault points, one life of the module each, and ends at the first
+// that shows something wrong.
+
+#include "FaultOrder.h"
+#include "FaultScenario.h"
+
+#include "support/ProcessMeter.h"
+
+#include "common/Com.h"
+
+#include <catch2/catch.hpp>
+
+#include <algorithm>
+#include <iostream>
+#include <map>
+
+namespace varnex::test
+{
+
+namespace
+{
+
+constexpr std::size_t KEPT_HANDLES = 4; // of a load: two events, the section, the run-time library's semaphore
+constexpr unsigned LOG_SECONDS = 3600;
+
+// A log mutex that is never given back costs each later line five seconds.
+unsigned SecondsToEnd(const std::string& target)
+{
+    return target == "ReleaseMutex" ? LOG_SECONDS : 300;
+}
+
+FaultTarget Find(const std::vector<FaultTarget>& targets, const std::string& name)
+{
+    const auto found =
+        std::find_if(targets.begin(), targets.end(), [&](const FaultTarget& target) { return target.name == name; });
+    REQUIRE(found != targets.end());
+    return *found;
+}
+
+std::map<std::string, ULONGLONG> CountCallsOfALife()
+{
+    FaultScenario scenario;
+    const std::vector<FaultTarget> targets = scenario.Targets();
+    scenario.Run();
+    std::map<std::string, ULONGLONG> counts;
+    for (const FaultTarget& target : targets)
+    {
+        counts[target.name] = target.calls();
+    }
+    return counts;
+}
+
+// --- the ways to do wrong on purpose ---------------------------------------------------------------------------------
+
+void DoWrong(const std::string& sabotage, FaultScenario& scenario)
+{
+    if (sabotage == "crash")
+    {
+        TerminateProcess(GetCurrentProcess(), 0xC0000005);
+    }
+    else if (sabotage == "handle")
+    {
+        for (std::size_t i = 0; i <= KEPT_HANDLES; ++i)
+        {
+            (void)CreateEventW(nullptr, TRUE, FALSE, nullptr); // never closed, that is the point
+        }
+    }
+    else if (sabotage == "thread")
+    {
+        scenario.clock.RunOnOtherThread([&scenario]
+                                        { scenario.clock.Block(CreateEventW(nullptr, TRUE, FALSE, nullptr)); });
+    }
+    else if (sabotage == "line")
+    {
+        scenario.tree.WriteAlerts("1;50;90;17067");
+    }
+    else if (sabotage == "configuration")
+    {
+        scenario.imports.Replace<decltype(::DeleteFileW)>("DeleteFileW",
+                                                          [&scenario](LPCWSTR)
+                                                          {
+                                                              scenario.tree.WriteConfigText("<KPMConf");
+                                                              return TRUE;
+                                                          });
+        scenario.tree.WriteConfigText("<KPMConf");
+    }
+}
+
+// --- the points ------------------------------------------------------------------------------------------------------
+
+class FaultPoints
+{
+public:
+    explicit FaultPoints(const FaultOrder& order) : m_order(order), m_calls(CountCallsOfALife()) {}
+
+    void GoThrough()
+    {
+        for (const std::string& target : m_order.targets)
+        {
+            for (const FailMode mode : {FailMode::Once, FailMode::FromThereOn})
+            {
+                if (IsWanted(target, mode) && !IsBehind(target, mode))
+                {
+                    GoThrough(target, mode);
+                }
+            }
+        }
+    }
+
+private:
+    void GoThrough(const std::string& target, FailMode mode)
+    {
+        const ULONGLONG ullCalls = m_calls.at(target);
+        const ULONGLONG ullStep =
+            m_order.ullPoints == 0 ? 1 : std::max<ULONGLONG>(1, (ullCalls + m_order.ullPoints - 1) / m_order.ullPoints);
+        for (FaultPoint point = {target, mode, 1}; IsBehind(point) || Try(point); point.ullCall += ullStep)
+        {
+            if (m_order.ullPoints != 0 && point.ullCall + ullStep > ullCalls)
+            {
+                return;
+            }
+        }
+    }
+
+    bool IsWanted(const std::string& target, FailMode mode) const
+    {
+        // Without any memory the run-time library cannot throw std::bad_alloc, and ends the process.
+        return mode == FailMode::Once || (target != "malloc" && target != "calloc");
+    }
+
+    // Whether another child has been through the whole row.
+    bool IsBehind(const std::string& target, FailMode mode) const
+    {
+        return target == m_order.last.target && mode == FailMode::Once && m_order.last.mode == FailMode::FromThereOn;
+    }
+
+    // Whether another child has come to it, or past it.
+    bool IsBehind(const FaultPoint& point) const
+    {
+        const FaultPoint& last = m_order.last;
+        return point.target == last.target && point.mode == last.mode && point.ullCall <= last.ullCall;
+    }
+
+    // False when the life made fewer calls.
+    bool Try(const FaultPoint& point)
+    {
+        std::cout << POINT_BEGINS << point.Text() << std::endl;
+        const std::size_t nHandles = CountHandles();
+        const std::size_t nThreads = CountThreads();
+        ULONGLONG ullFailures = 0;
+        const ScenarioOutcome outcome = Live(point, ullFailures);
+        if (ullFailures != 0)
+        {
+            CHECK(CountHandles() <= nHandles + KEPT_HANDLES);
+            CHECK(CountThreads() <= nThreads);
+            std::cout << POINT_ENDS << point.Text() << " after " << outcome.nSecondsToEnd << " s" << std::endl;
+        }
+        return ullFailures != 0;
+    }
+
+    ScenarioOutcome Live(const FaultPoint& point, ULONGLONG& ullFailures)
+    {
+        FaultScenario scenario;
+        scenario.nMaxSecondsToEnd = SecondsToEnd(point.target);
+        const FaultTarget target = Find(scenario.Targets(), point.target);
+        scenario.failing = point.target;
+        target.fail(point.ullCall, point.mode);
+        DoWrong(m_order.sabotage, scenario);
+        const ScenarioOutcome outcome = scenario.Run();
+        ullFailures = target.failures();
+        return outcome;
+    }
+
+    const FaultOrder& m_order;
+    const std::map<std::string, ULONGLONG> m_calls;
+};
+
+} // namespace
+
+TEST_CASE("child: goes through fault points", "[.]")
+{
+    const ThreadApartment apartment(E_FAIL);
+    const FaultOrder order = FaultOrder::OfThisProcess();
+    REQUIRE_FALSE(order.targets.empty());
+    // What is opened once for the process is opened now.
+    OutputDebugStringA("fault points");
+    CountCallsOfALife();
+    FaultPoints(order).GoThrough();
+    std::cout << ORDER_ENDS << std::endl;
+}
+
+} // namespace varnex::test

@@ -1,0 +1,177 @@
+#include "../LongForm.h"
+#include "FaultLane.h"
+#include "FaultScenario.h"
+#include "ImportFaults.h"
+
+#include "common/Com.h"
+#include "support/AlertLines.h"
+
+#include <catch2/catch.hpp>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace varnex::test
+{
+
+namespace
+{
+
+// Of the long form's targets the suite takes those that a busy machine refuses first, and of each the first call: by
+// itself, and with all later ones.
+const std::vector<std::string> SHORT_TARGETS = {"CloseHandle",
+                                                "CreateFileA",
+                                                "WriteFile",
+                                                "ReadFile",
+                                                "MoveFileExA",
+                                                "MoveFileExW",
+                                                "CreateMutexA",
+                                                "LocalAlloc",
+                                                "_beginthreadex",
+                                                "CoCreateInstance",
+                                                "SysAllocString",
+                                                "PdhCollectQueryData",
+                                                "GetIfTable",
+                                                "IWbemServices::ExecQuery",
+                                                "IXMLDOMDocument::load",
+                                                "IXMLDOMDocument::save"};
+constexpr ULONGLONG SHORT_POINTS = 1; // of each target and mode
+constexpr std::size_t LANES = 2;
+
+struct CalledTarget
+{
+    std::string name;
+    ULONGLONG ullCalls;
+};
+
+bool IsInThisForm(const std::string& target)
+{
+    return IsLongForm() || std::count(SHORT_TARGETS.begin(), SHORT_TARGETS.end(), target) != 0;
+}
+
+// The targets that a healthy life calls, most called first.
+std::vector<CalledTarget> TargetsOfALife()
+{
+    const ThreadApartment apartment(E_FAIL);
+    FaultScenario scenario;
+    const std::vector<FaultTarget> targets = scenario.Targets();
+    scenario.Run();
+    std::vector<CalledTarget> called;
+    for (const FaultTarget& target : targets)
+    {
+        if (target.calls() != 0 && IsInThisForm(target.name))
+        {
+            called.push_back({target.name, target.calls()});
+        }
+    }
+    std::sort(called.begin(), called.end(),
+              [](const CalledTarget& a, const CalledTarget& b) { return a.ullCalls > b.ullCalls; });
+    return called;
+}
+
+// How many points of each target; the environment may say it for a form between the short and the long one.
+ULONGLONG PointsOfEach()
+{
+    wchar_t wszPoints[16] = L"";
+    if (GetEnvironmentVariableW(L"VARNEX_FAULT_POINTS", wszPoints, 16) != 0)
+    {
+        return wcstoul(wszPoints, nullptr, 10);
+    }
+    return IsLongForm() ? 0 : SHORT_POINTS;
+}
+
+std::vector<FaultLane> DealOut(const std::vector<CalledTarget>& targets)
+{
+    std::vector<FaultOrder> orders(LANES);
+    for (std::size_t i = 0; i < targets.size(); ++i)
+    {
+        orders[i % LANES].targets.push_back(targets[i].name);
+    }
+    std::vector<FaultLane> lanes;
+    for (FaultOrder& order : orders)
+    {
+        order.ullPoints = PointsOfEach();
+        lanes.emplace_back(order);
+    }
+    return lanes;
+}
+
+void AttendAll(std::vector<FaultLane>& lanes)
+{
+    for (bool bAny = true; bAny;)
+    {
+        bAny = false;
+        for (FaultLane& lane : lanes)
+        {
+            bAny = lane.Attend() || bAny;
+        }
+        Sleep(50);
+    }
+}
+
+} // namespace
+
+TEST_CASE("a life without a fault raises five alerts, hands out two, answers with a report and ends in two seconds")
+{
+    const ThreadApartment apartment(E_FAIL);
+    FaultScenario scenario;
+    const ScenarioOutcome outcome = scenario.Run();
+    CHECK(outcome.bLoaded);
+    CHECK(outcome.nStored == 5);
+    CHECK(outcome.nFetched == 2);
+    CHECK(outcome.bReport);
+    CHECK(outcome.nSecondsToEnd <= 2);
+    CHECK(ParseAlertLines(scenario.tree.Alerts()).size() == 3);
+}
+
+TEST_CASE("every import is known either to be able to fail or not")
+{
+    const ThreadApartment apartment(E_FAIL);
+    const FaultScenario scenario;
+    CHECK(UnknownImports(scenario.imports) == std::vector<std::string>{});
+}
+
+TEST_CASE("whichever call fails, nothing crashes, hangs, tears a line, loses the configuration or keeps a handle")
+{
+    const std::vector<CalledTarget> targets = TargetsOfALife();
+    std::vector<FaultLane> lanes = DealOut(targets);
+    AttendAll(lanes);
+    std::size_t nPoints = 0;
+    unsigned nLongestEnd = 0;
+    std::size_t nFindings = 0;
+    for (const FaultLane& lane : lanes)
+    {
+        nPoints += lane.Points();
+        nLongestEnd = std::max(nLongestEnd, lane.LongestEnd());
+        nFindings += lane.Findings().size();
+        for (const FaultFinding& finding : lane.Findings())
+        {
+            FAIL_CHECK(finding.point << ": " << finding.words);
+        }
+    }
+    PrintFigure("faults: " + std::to_string(nPoints) + " fault points at " + std::to_string(targets.size()) +
+                " functions and methods, " + std::to_string(nFindings) + " findings, the last thread gone after " +
+                std::to_string(nLongestEnd) + " virtual seconds at most");
+    CHECK(targets.size() >= SHORT_TARGETS.size());
+    CHECK(nPoints + 2 >= targets.size() * 2); // the memory of the run-time library is never refused for good
+}
+
+TEST_CASE("the fault loop notices what it is there to notice")
+{
+    const auto sabotage = GENERATE(values<std::string>({"crash", "handle", "thread", "line", "configuration"}));
+    CAPTURE(sabotage);
+    FaultOrder order;
+    order.targets = {"ReadFile"};
+    order.ullPoints = 1;
+    order.sabotage = sabotage;
+    FaultLane lane(order);
+    while (lane.Findings().empty() && lane.Attend())
+    {
+        Sleep(50);
+    }
+    REQUIRE_FALSE(lane.Findings().empty());
+    CHECK(lane.Findings()[0].point == "ReadFile once 1");
+}
+
+} // namespace varnex::test

@@ -1,0 +1,192 @@
+#include "FaultScenario.h"
+
+#include "HostAgent.h"
+#include "ImportFaults.h"
+
+#include "support/AlertLines.h"
+#include "support/ConfigBuilder.h"
+#include "support/ScriptScope.h"
+#include "support/TestFiles.h"
+
+#include <varnex/Varnex.h>
+
+#include <catch2/catch.hpp>
+
+#include <array>
+
+namespace varnex::test
+{
+
+namespace
+{
+
+constexpr unsigned WORK_SECONDS = 6; // three samples of each monitor, the network one's of a second each
+constexpr unsigned REPORT_SECONDS = 30;
+
+ConfigBuilder FaultConfig()
+{
+    return ConfigBuilder()
+        .SetPolicy("CPU", 1, 50, 3, 5)
+        .SetPolicy("Memory", 1, 50, 3, 5)
+        .SetPolicy("Disk", 1, 50, 3, 5)
+        .SetPolicy("Network", 1, 50, 3, 5)
+        .SetLogLevel(3)
+        .SetCounter("Date", "2026-01-30"); // the first alert begins a new day
+}
+
+const char* NameOfDomMethod(DomMethod method)
+{
+    static const std::array<const char*, DOM_METHODS> names = {
+        "IXMLDOMDocument::QueryInterface",   "IXMLDOMDocument::load",
+        "IXMLDOMDocument::selectSingleNode", "IXMLDOMDocument::get_documentElement",
+        "IXMLDOMDocument::createNode",       "IXMLDOMDocument::appendChild",
+        "IXMLDOMElement::appendChild",       "IXMLDOMElement::get_text",
+        "IXMLDOMElement::put_text",          "IXMLDOMDocument::save"};
+    return names.at(static_cast<std::size_t>(method));
+}
+
+bool EventExists(const wchar_t* pwszName, const std::wstring& key)
+{
+    return static_cast<bool>(UniqueHandle(OpenEventW(EVENT_ALL_ACCESS, FALSE, PrivateName(pwszName, key).c_str())));
+}
+
+bool CanAsk(const std::wstring& key)
+{
+    const UnscriptedScope unscripted;
+    const UniqueHandle section(OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, PrivateName(SECTION_NAME, key).c_str()));
+    return section && EventExists(BEGIN_NAME, key) && EventExists(FINISH_NAME, key);
+}
+
+} // namespace
+
+FaultScenario::ReadyTree::ReadyTree()
+{
+    CopyModule();
+    WriteConfig(FaultConfig());
+}
+
+FaultScenario::FaultScenario()
+    : module(tree, LoadedModule::Start::Later), imports(module.Handle()), mutexes(imports),
+      names(imports, MakePrivateKey()), registry(imports), clock(imports), exports(imports), memory(exports),
+      cpu(exports), pdh(imports), wmi(imports), table(imports),
+      wmiMethods((wmi.SetObjects({WmiAdapter(L"Card", 2, WmiText(L"1000000000"))}), module.Handle()))
+{
+    registry.SetSwitch(1);
+    cpu.Restart();
+    cpu.SetUtilization(90);
+    memory.SetUtilization(90, 90);
+    pdh.SetInstances(L"Processor", {L"0", L"_Total"});
+    pdh.SetValue(L"\\Processor(0)\\% Processor Time", 42.0);
+    pdh.SetInstances(L"PhysicalDisk", {L"0 C:", L"_Total"});
+    pdh.SetValue(L"\\PhysicalDisk(0 C:)\\Disk Bytes/sec", 100.0 * 1024 * 1024);
+    table.AddRow(2);
+    table.SetOctets(2, 1, 1);
+    table.MoveAtEachRead(2, 112'500'000, 0); // nine tenths of the link
+}
+
+std::vector<FaultTarget> FaultScenario::Targets()
+{
+    std::vector<FaultTarget> targets = ImportTargets(imports);
+    for (const FaultTarget& target : wmiMethods.Targets())
+    {
+        targets.push_back(target);
+    }
+    for (std::size_t i = 0; i < DOM_METHODS; ++i)
+    {
+        const auto method = static_cast<DomMethod>(i);
+        targets.push_back(
+            {NameOfDomMethod(method),
+             [this, method](ULONGLONG ullCall, FailMode mode) { dom.FailCall(method, ullCall, mode, E_FAIL); },
+             [this, method] { return dom.Calls(method); }, [this, method] { return dom.Failures(method); }});
+    }
+    return targets;
+}
+
+ScenarioOutcome FaultScenario::Run()
+{
+    ScenarioOutcome outcome;
+    outcome.bLoaded = module.Attach();
+    if (outcome.bLoaded)
+    {
+        Work(outcome);
+        EndWorkers(outcome);
+    }
+    CHECK(module.Unload());
+    CheckFiles();
+    CheckHoldings();
+    return outcome;
+}
+
+void FaultScenario::Work(ScenarioOutcome& outcome)
+{
+    module.Export<decltype(::StartWorkingThread)>("StartWorkingThread")(VARNEX_ALERT_ALL);
+    module.Export<decltype(::StartPKIUtlThread)>("StartPKIUtlThread")();
+    clock.Advance(WORK_SECONDS);
+    outcome.nStored = ParseAlertLines(tree.Alerts()).size();
+    outcome.nFetched = Fetch();
+    outcome.bReport = CanAsk(names.Key()) && AskForReport();
+    module.Export<decltype(::StopWorkingThread)>("StopWorkingThread")(VARNEX_ALERT_ALL);
+    module.Export<decltype(::StopPKIUtlThread)>("StopPKIUtlThread")();
+}
+
+int FaultScenario::Fetch()
+{
+    constexpr int nMaxCount = 1; // the rest is rewritten
+    constexpr unsigned cchText = 512;
+    int anTypes[nMaxCount + 1] = {};
+    int anThresholds[nMaxCount + 1] = {};
+    int anValues[nMaxCount + 1] = {};
+    wchar_t awszTexts[nMaxCount + 1][cchText] = {};
+    wchar_t* apwszTexts[nMaxCount + 1] = {awszTexts[0], awszTexts[1]};
+    const int nCount = module.Export<decltype(::GetAlertRecord)>("GetAlertRecord")(anTypes, apwszTexts, cchText,
+                                                                                   anThresholds, anValues, nMaxCount);
+    REQUIRE(nCount <= nMaxCount + 1);
+    for (int i = 0; i < nCount; ++i)
+    {
+        CHECK((anTypes[i] >= 1 && anTypes[i] <= 5));
+        CHECK(anThresholds[i] == 50);
+        CHECK(anValues[i] >= 50);
+    }
+    return nCount;
+}
+
+bool FaultScenario::AskForReport()
+{
+    HostAgent agent(names.Key());
+    agent.Ask(60, 1);
+    const bool bFinished = clock.AdvanceUntil([&agent] { return agent.TakeFinish(); }, REPORT_SECONDS);
+    CHECK(agent.Length() * sizeof(wchar_t) <= SECTION_BYTES - TEXT_OFFSET);
+    return bFinished && agent.Length() != 0;
+}
+
+void FaultScenario::EndWorkers(ScenarioOutcome& outcome)
+{
+    const ULONGLONG ullStopped = clock.ElapsedMs();
+    clock.AdvanceUntilWorkersEnd(nMaxSecondsToEnd);
+    outcome.nSecondsToEnd = static_cast<unsigned>((clock.ElapsedMs() - ullStopped) / 1000);
+}
+
+void FaultScenario::CheckFiles() const
+{
+    const UnscriptedScope unscripted;
+    // Each reads the whole file and fails the test at the first line that has not its form.
+    ParseAlertLines(tree.Alerts());
+    ParseAlertLines(ReadFileBytes(tree.InBin(L"LocalAlt_Backup.dat")));
+    for (const wchar_t* pwszName : {L"CPUThreshold", L"MemoryThreshold", L"DiskThreshold", L"NetworkThreshold"})
+    {
+        CHECK(tree.ConfigNode(L"KPMConfiguration/PkiAlert/" + std::wstring(pwszName)) == L"50");
+    }
+    CHECK(tree.ConfigNode(L"KPMConfiguration/PkiAlertNum/Date").has_value());
+}
+
+void FaultScenario::CheckHoldings() const
+{
+    CHECK(wmi.LiveObjects() == 0);
+    // Whoever is refused to give back what he holds cannot but keep it.
+    CHECK((failing == "VariantClear" || wmi.LiveTexts() == 0));
+    CHECK((failing == "RegCloseKey" || registry.LiveKeys() == 0));
+    // The disk reading goes on with a counter that was not added; its readings fail.
+    CHECK((failing == "PdhAddCounterA" || pdh.WrongHandles() == 0));
+}
+
+} // namespace varnex::test

@@ -1,0 +1,89 @@
+#pragma once
+
+#include "FaultTarget.h"
+#include "WmiMethods.h"
+
+#include "PrivateNames.h"
+#include "ScriptedDom.h"
+#include "TraceRegistry.h"
+
+#include "support/LoadedModule.h"
+#include "support/ModuleTree.h"
+#include "support/PrivateMutexes.h"
+#include "support/ScriptedExports.h"
+#include "support/ScriptedInterfaceTable.h"
+#include "support/ScriptedMemoryStatus.h"
+#include "support/ScriptedPdh.h"
+#include "support/ScriptedSystemTimes.h"
+#include "support/ScriptedWmi.h"
+#include "support/VirtualClock.h"
+
+#include <string>
+#include <vector>
+
+namespace varnex::test
+{
+
+// What one life of the module came to.
+struct ScenarioOutcome
+{
+    bool bLoaded = false;
+    std::size_t nStored = 0;    // alerts in the file before the fetch
+    int nFetched = 0;           // records that GetAlertRecord handed out
+    bool bReport = false;       // whether the report that was asked for came
+    unsigned nSecondsToEnd = 0; // virtual time from the stops' return to the end of the last thread
+};
+
+// One whole life of the shipped DLL on a scripted machine under a virtual clock: load, all monitors, three samples and
+// an alert each, a fetch, all samplers, a report asked for through the section, the stops, unload. COM must be
+// initialised on the calling thread.
+class FaultScenario
+{
+    class ReadyTree : public ModuleTree
+    {
+    public:
+        ReadyTree();
+    };
+
+public:
+    FaultScenario();
+    FaultScenario(const FaultScenario&) = delete;
+    FaultScenario& operator=(const FaultScenario&) = delete;
+
+    // Everything that can be made to fail: imports, WMI methods, document methods.
+    std::vector<FaultTarget> Targets();
+
+    // Lives the life; fails the test where the module, under whatever fault, may not do what it did: threads that do
+    // not end, a torn alert line, a configuration that does not load, objects that are still held.
+    ScenarioOutcome Run();
+
+    // The longest that the documented waits can keep a thread from its end, in virtual seconds.
+    unsigned nMaxSecondsToEnd = 300;
+    std::string failing; // the target's name
+
+    ReadyTree tree;
+    LoadedModule module;
+    ImportRedirector imports;
+    PrivateMutexes mutexes;
+    PrivateNames names;
+    TraceRegistry registry;
+    VirtualClock clock;
+    ScriptedExports exports;
+    ScriptedMemoryStatus memory;
+    ScriptedSystemTimes cpu;
+    ScriptedPdh pdh;
+    ScriptedWmi wmi;
+    ScriptedInterfaceTable table;
+    WmiMethods wmiMethods;
+    ScriptedDom dom;
+
+private:
+    void Work(ScenarioOutcome& outcome);
+    int Fetch();
+    bool AskForReport();
+    void EndWorkers(ScenarioOutcome& outcome);
+    void CheckFiles() const;
+    void CheckHoldings() const;
+};
+
+} // namespace varnex::test
