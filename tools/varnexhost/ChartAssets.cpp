@@ -1,6 +1,7 @@
 #include "ChartAssets.h"
 
 #include "HostError.h"
+#include "ResourceBytes.h"
 
 #include <algorithm>
 #include <array>
@@ -10,28 +11,9 @@
 namespace varnex::host
 {
 
-namespace
-{
-
-// MAKEINTRESOURCEW is a C cast; a resource's number travels in the place of a pointer to its name.
-const wchar_t* ResourceNumber(std::uintptr_t nNumber) noexcept
-{
-    return reinterpret_cast<const wchar_t*>(nNumber);
-}
-
-} // namespace
-
 std::string ChartAsset(std::uintptr_t nResource)
 {
-    constexpr std::uintptr_t RAW_DATA = 10; // RT_RCDATA
-    const HRSRC hResource = FindResourceW(nullptr, ResourceNumber(nResource), ResourceNumber(RAW_DATA));
-    const HGLOBAL hData = hResource != nullptr ? LoadResource(nullptr, hResource) : nullptr;
-    const void* pBytes = hData != nullptr ? LockResource(hData) : nullptr;
-    if (pBytes == nullptr)
-    {
-        throw HostError(L"A part of the chart page is missing in varnexhost.exe: " + SystemErrorText(GetLastError()));
-    }
-    std::string text(static_cast<const char*>(pBytes), SizeofResource(nullptr, hResource));
+    std::string text(ResourceBytes(nResource));
     text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
     return text;
 }

@@ -137,19 +137,6 @@ void RefuseInputAsOutput(const ChartOptions& options, const std::filesystem::pat
     }
 }
 
-// Into a file beside it first: whoever has the old page keeps it until the new one is whole.
-void ReplaceFile(const std::filesystem::path& file, const std::string& bytes)
-{
-    const std::filesystem::path next = file.wstring() + L"." + std::to_wstring(GetCurrentProcessId()) + L".tmp";
-    WriteWholeFile(next, bytes);
-    if (!MoveFileExW(next.c_str(), file.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
-    {
-        const DWORD dwError = GetLastError();
-        DeleteFileW(next.c_str());
-        throw HostError(file.wstring() + L" cannot be written: " + SystemErrorText(dwError));
-    }
-}
-
 std::vector<std::string> FileNamesOf(const ChartOptions& options)
 {
     std::vector<std::string> names;
@@ -171,7 +158,7 @@ ExitCode RunChart(const ChartOptions& options)
         PathOf(options.output.empty() ? "varnex-chart-" + day.day + ".html" : options.output);
     RefuseInputAsOutput(options, output);
     const std::string title = options.title.empty() ? "Utilization on " + day.day : options.title;
-    ReplaceFile(output, MakeChartPage(day, title, FileNamesOf(options)));
+    ReplaceWholeFile(output, MakeChartPage(day, title, FileNamesOf(options)));
     for (const std::string& sentence : day.notices)
     {
         StandardError().TryWrite(FromUtf8(sentence) + L"\n");

@@ -1,11 +1,11 @@
 #include "Commands.h"
 #include "ConsoleStream.h"
-#include "PrometheusFile.h"
 #include "PrometheusText.h"
 #include "ReportClient.h"
 #include "ReportText.h"
 #include "SlowNotice.h"
 #include "Text.h"
+#include "WholeFile.h"
 
 #include <ctime>
 #include <memory>
@@ -34,7 +34,7 @@ std::wstring AskPatiently(const ReportRequest& request)
 void WriteExposition(const std::wstring& xml, const ReportOptions& options)
 {
     const ReportCircumstances circumstances{std::time(nullptr), options.request.nSpan * 60};
-    ReplaceExposition(FromUtf8(options.exposition), ReportAsPrometheus(xml, circumstances));
+    ReplaceWholeFile(FromUtf8(options.exposition), ReportAsPrometheus(xml, circumstances));
 }
 
 ExitCode RunReport(const ReportOptions& options)

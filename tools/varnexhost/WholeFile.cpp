@@ -15,6 +15,33 @@ namespace
     throw HostError(file.wstring() + pwszFailure + SystemErrorText(dwError));
 }
 
+constexpr DWORD PATIENCE_MS = 2000;
+constexpr DWORD PAUSE_MS = 50;
+
+bool MayPass(DWORD dwError) noexcept
+{
+    return dwError == ERROR_ACCESS_DENIED || dwError == ERROR_SHARING_VIOLATION;
+}
+
+// ERROR_SUCCESS, or why the file is not in its place.
+DWORD MoveInPlace(const std::filesystem::path& next, const std::filesystem::path& file) noexcept
+{
+    const std::uint64_t nBegin = GetTickCount64();
+    for (;;)
+    {
+        if (MoveFileExW(next.c_str(), file.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+        {
+            return ERROR_SUCCESS;
+        }
+        const DWORD dwError = GetLastError();
+        if (!MayPass(dwError) || GetTickCount64() - nBegin > PATIENCE_MS)
+        {
+            return dwError;
+        }
+        Sleep(PAUSE_MS);
+    }
+}
+
 } // namespace
 
 std::string ReadWholeFile(const std::filesystem::path& file)
@@ -61,6 +88,19 @@ void WriteWholeFile(const std::filesystem::path& file, const std::string& bytes)
     {
         DeleteFileW(file.c_str());
         ThrowFileError(file, L" cannot be written: ", dwError);
+    }
+}
+
+void ReplaceWholeFile(const std::filesystem::path& file, const std::string& bytes)
+{
+    // The ending is not one that a textfile collector looks at.
+    const std::filesystem::path next = file.wstring() + L"." + std::to_wstring(GetCurrentProcessId()) + L".tmp";
+    WriteWholeFile(next, bytes);
+    const DWORD dwError = MoveInPlace(next, file);
+    if (dwError != ERROR_SUCCESS)
+    {
+        DeleteFileW(next.c_str());
+        ThrowFileError(file, L" cannot be replaced: ", dwError);
     }
 }
 

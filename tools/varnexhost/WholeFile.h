@@ -14,4 +14,9 @@ std::string ReadWholeFile(const std::filesystem::path& file);
 // could not be written whole.
 void WriteWholeFile(const std::filesystem::path& file, const std::string& bytes);
 
+// Puts a file in place of the one that may be there, whole or not at all: whoever reads the folder sees the old bytes
+// or the new ones. A reader that has the old one open is waited for, two seconds at most. Throws HostError with the
+// system's reason, and then the old file is as it was.
+void ReplaceWholeFile(const std::filesystem::path& file, const std::string& bytes);
+
 } // namespace varnex::host
