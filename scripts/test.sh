@@ -16,9 +16,9 @@ export WINEDEBUG="${WINEDEBUG:--all}"
 # A display of the caller's would only make Wine slower to start.
 unset DISPLAY
 
-# One server for the whole run, ended with it: without one, programs wait for the last one's server to go. A server that
-# is there already, and stays, belongs to another run.
-mkdir -p "$WINEPREFIX"
+# The prefix first, by a server that ends with it; then one server for the whole run, ended with it: without one, programs
+# wait for the last one's server to go. A server that is there already, and stays, belongs to another run.
+scripts/wine-run.sh cmd /c exit </dev/null >/dev/null
 for _ in 1 2 3 4 5 6 7 8; do
   if wineserver -p 2>/dev/null; then
     trap 'wineserver -k || true' EXIT
@@ -26,7 +26,8 @@ for _ in 1 2 3 4 5 6 7 8; do
   fi
   sleep 1
 done
-scripts/wine-run.sh cmd /c exit
+# Its services are started here and not by a test, whose output they would keep open.
+scripts/wine-run.sh cmd /c exit </dev/null >/dev/null 2>&1
 
 scripts/build.sh "$preset"
 # One at a time: the module's mutexes and events are machine-wide names, and a test under the virtual clock that finds one of

@@ -19,6 +19,10 @@ if [ ! -e "$WINEPREFIX/.varnex-ready" ]; then
         echo "wine-run: Wine could not set up its prefix in $WINEPREFIX; its words are in $WINEPREFIX.log" >&2
         exit 1
       fi
+      # The services of a first start are not all well; the next program begins them anew. Left alone, each use of COM
+      # would wait 20 seconds for one of them.
+      wineserver -k || true
+      wineserver -w || true
       touch "$WINEPREFIX/.varnex-ready"
     fi
   ) 9>"$WINEPREFIX.lock"
