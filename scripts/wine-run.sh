@@ -15,14 +15,14 @@ if [ ! -e "$WINEPREFIX/.varnex-ready" ]; then
   (
     flock 9
     if [ ! -e "$WINEPREFIX/.varnex-ready" ]; then
+      rm -f "$WINEPREFIX/.update-timestamp" # of a set-up that was cut off: it would count as done
       if ! wine wineboot --init >"$WINEPREFIX.log" 2>&1; then
         echo "wine-run: Wine could not set up its prefix in $WINEPREFIX; its words are in $WINEPREFIX.log" >&2
         exit 1
       fi
       # The services of a first start are not all well; the next program begins them anew. Left alone, each use of COM
-      # would wait 20 seconds for one of them.
-      wineserver -k || true
-      wineserver -w || true
+      # would wait 20 seconds for one of them. They end by themselves, unless a server was there that stays.
+      timeout 30 wineserver -w || wineserver -k || true
       touch "$WINEPREFIX/.varnex-ready"
     fi
   ) 9>"$WINEPREFIX.lock"
