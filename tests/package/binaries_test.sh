@@ -19,7 +19,7 @@ done
 
 same "what the DLL imports from" "ADVAPI32.dll IPHLPAPI.DLL KERNEL32.dll msvcrt.dll ole32.dll OLEAUT32.dll pdh.dll" \
   "$(imports_of "$dll" | xargs)"
-system_library='advapi32|dbghelp|iphlpapi|kernel32|msvcrt|ole32|oleaut32|pdh|psapi|shell32|shlwapi|user32|version|ws2_32'
+system_library='advapi32|crypt32|dbghelp|iphlpapi|kernel32|msvcrt|ole32|oleaut32|pdh|psapi|shell32|shlwapi|user32|version|ws2_32'
 imported=$(imports_of "$exe")
 [[ "$imported" == *KERNEL32* ]] || fail "the imports of varnexhost.exe cannot be read"
 others=$(echo "$imported" | grep -Eiv "^($system_library)\.dll$" || true)

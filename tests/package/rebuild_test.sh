@@ -7,7 +7,7 @@ readonly copy="$folder/a copy of the sources in a folder with quite another name
 
 begin_in "$folder"
 mkdir -p "$copy"
-(cd "$source" && cp -r CMakeLists.txt CHANGELOG.md cmake docs examples include scripts src "$copy/")
+(cd "$source" && cp -r CMakeLists.txt CHANGELOG.md cmake docs examples include scripts src third_party "$copy/")
 quietly cmake -G Ninja -S "$copy" -B out --toolchain "$copy/cmake/mingw-w64-x86_64.cmake" -DCMAKE_BUILD_TYPE=Release \
   -DVARNEX_BUILD_TOOLS=OFF -DVARNEX_BUILD_TESTS=OFF
 quietly cmake --build out --target Varnex
