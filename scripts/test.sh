@@ -16,21 +16,51 @@ export WINEDEBUG="${WINEDEBUG:--all}"
 # A display of the caller's would only make Wine slower to start.
 unset DISPLAY
 
-# The prefix first, by a server that ends with it; then one server for the whole run, ended with it: without one, programs
-# wait for the last one's server to go. A server that is there already, and stays, belongs to another run.
-scripts/wine-run.sh cmd /c exit </dev/null >/dev/null
-for _ in 1 2 3 4 5 6 7 8; do
-  if wineserver -p 2>/dev/null; then
-    trap 'wineserver -k || true' EXIT
-    break
-  fi
-  sleep 1
-done
-# Its services are started here and not by a test, whose output they would keep open.
-scripts/wine-run.sh cmd /c exit </dev/null >/dev/null 2>&1
+# begin_wine PREFIX: the prefix first, by a server that ends with it; then one server for the whole run, ended with it:
+# without one, programs wait for the last one's server to go. A server that is there already, and stays, belongs to
+# another run.
+servers=()
+trap 'for prefix in "${servers[@]}"; do WINEPREFIX=$prefix wineserver -k || true; done' EXIT
+begin_wine() {
+  export WINEPREFIX=$1
+  scripts/wine-run.sh cmd /c exit </dev/null >/dev/null
+  for _ in 1 2 3 4 5 6 7 8; do
+    if wineserver -p 2>/dev/null; then
+      servers+=("$1")
+      break
+    fi
+    sleep 1
+  done
+  # Its services are started here and not by a test, whose output they would keep open.
+  scripts/wine-run.sh cmd /c exit </dev/null >/dev/null 2>&1
+}
+first="$WINEPREFIX"
+begin_wine "$first"
 
 scripts/build.sh "$preset"
-# One at a time: the module's mutexes and events are machine-wide names, and a test under the virtual clock that finds one of
-# them taken by another would let its time pass.
-# A test that fails is run once more: one in some thousand programs does not get through to Wine's server as it starts.
-ctest --preset "$preset" -j 1 --repeat until-pass:2 --no-tests=error "$@"
+# One at a time in a prefix: the module's mutexes and events are machine-wide names, and a test under the virtual clock that
+# finds one of them taken by another would let its time pass. A test that fails is run once more: one in some thousand
+# programs does not get through to Wine's server as it starts.
+run_tests() {
+  ctest --preset "$preset" -j 1 --repeat until-pass:2 --no-tests=error "$@"
+}
+if [ $# -gt 0 ]; then
+  run_tests "$@"
+  exit
+fi
+
+# Everything: in two lanes with a prefix each, which are two machines to the module.
+lane='^(module_|reliability_)'
+log="build/$preset-lane.log"
+begin_wine "$first-2"
+run_tests -R "$lane" </dev/null >"$log" 2>&1 &
+second=$!
+export WINEPREFIX="$first"
+status=0
+run_tests -E "$lane" || status=$?
+wait "$second" || status=$?
+echo
+echo "The other lane ($log):"
+grep -A 20 -F '***Failed' "$log" || true
+tail -n 12 "$log"
+exit "$status"
