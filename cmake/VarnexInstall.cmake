@@ -24,8 +24,10 @@ install(FILES include/varnex/Varnex.h DESTINATION include/varnex)
 install(FILES src/entry/Varnex.def DESTINATION lib)
 install(FILES examples/KpmCfg.xml DESTINATION examples)
 install(FILES CHANGELOG.md DESTINATION .)
-# varnexhost holds uPlot, for its charts.
+# Of what varnexhost contains.
 install(FILES third_party/uplot/LICENSE DESTINATION licenses RENAME uPlot.txt)
+install(FILES third_party/licenses/CLI11.txt third_party/licenses/nlohmann-json.txt third_party/licenses/zlib.txt
+  DESTINATION licenses)
 install(DIRECTORY docs DESTINATION . FILES_MATCHING PATTERN "*.md" PATTERN "*.xsd")
 
 configure_file(cmake/package/README.md.in "${CMAKE_CURRENT_BINARY_DIR}/package-files/README.md" @ONLY)

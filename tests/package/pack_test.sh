@@ -10,7 +10,8 @@ quietly env TZ=Asia/Tokyo "$source/scripts/package.sh" --built "$build" "$folder
 cmp "once/$name.zip" "twice/$name.zip" || fail "packed again, the zip has other bytes"
 quietly unzip -q "once/$name.zip"
 
-expected="CHANGELOG.md README.md bin/Varnex.dll bin/varnexhost.exe examples/KpmCfg.xml include/varnex/Varnex.h licenses/uPlot.txt
+expected="CHANGELOG.md README.md bin/Varnex.dll bin/varnexhost.exe examples/KpmCfg.xml include/varnex/Varnex.h
+licenses/CLI11.txt licenses/nlohmann-json.txt licenses/uPlot.txt licenses/zlib.txt
 lib/Varnex.def lib/Varnex.lib lib/cmake/Varnex/VarnexConfig.cmake lib/cmake/Varnex/VarnexConfigVersion.cmake
 lib/cmake/Varnex/VarnexTargets.cmake lib/libVarnex.dll.a symbols/Varnex.dll.debug
 $(cd "$source" && ls docs/*.md docs/*.xsd)"
