@@ -11,8 +11,8 @@ namespace varnex
 namespace
 {
 
-SRWLOCK g_configPathLock = SRWLOCK_INIT;
-wchar_t g_wszConfigFilePath[PATH_CHARS];
+SlimLock g_configPathLock;
+wchar_t g_wszConfigFilePath[PATH_CHARS] VARNEX_GUARDED_BY(g_configPathLock); // never changes once it is filled
 
 } // namespace
 

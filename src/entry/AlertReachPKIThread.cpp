@@ -1,6 +1,5 @@
 #include "entry/AlertReachPKIThread.h"
 
-#include "common/Locks.h"
 #include "diag/ExceptionBarrier.h"
 
 #include <utility>
@@ -19,66 +18,66 @@ CAlertReachPKIThread::CAlertReachPKIThread() noexcept
     m_nMaxAlertNum = 0;
 }
 
-int CAlertReachPKIThread::ReadLocked(const int& nField) const noexcept
+int CAlertReachPKIThread::ReadLocked(GuardedField pnField) const noexcept
 {
     const CriticalSectionHold hold(m_csLock);
-    return nField;
+    return this->*pnField;
 }
 
-void CAlertReachPKIThread::WriteLocked(int& nField, int nValue) noexcept
+void CAlertReachPKIThread::WriteLocked(GuardedField pnField, int nValue) noexcept
 {
     const CriticalSectionHold hold(m_csLock);
-    nField = nValue;
+    this->*pnField = nValue;
 }
 
 bool CAlertReachPKIThread::IsRunning() const noexcept
 {
-    return ReadLocked(m_bRunning) != 0;
+    return ReadLocked(&CAlertReachPKIThread::m_bRunning) != 0;
 }
 
 int CAlertReachPKIThread::GetInterval() const noexcept
 {
-    return ReadLocked(m_nInterval);
+    return ReadLocked(&CAlertReachPKIThread::m_nInterval);
 }
 
 int CAlertReachPKIThread::GetThreshold() const noexcept
 {
-    return ReadLocked(m_nThreshold);
+    return ReadLocked(&CAlertReachPKIThread::m_nThreshold);
 }
 
 int CAlertReachPKIThread::GetSamplingAmount() const noexcept
 {
-    return ReadLocked(m_nSamplingAmount);
+    return ReadLocked(&CAlertReachPKIThread::m_nSamplingAmount);
 }
 
 int CAlertReachPKIThread::GetMaxAlertNum() const noexcept
 {
-    return ReadLocked(m_nMaxAlertNum);
+    return ReadLocked(&CAlertReachPKIThread::m_nMaxAlertNum);
 }
 
 void CAlertReachPKIThread::SetInterval(int nSeconds) noexcept
 {
-    WriteLocked(m_nInterval, nSeconds);
+    WriteLocked(&CAlertReachPKIThread::m_nInterval, nSeconds);
 }
 
 void CAlertReachPKIThread::SetThreshold(int nThreshold) noexcept
 {
-    WriteLocked(m_nThreshold, nThreshold);
+    WriteLocked(&CAlertReachPKIThread::m_nThreshold, nThreshold);
 }
 
 void CAlertReachPKIThread::SetSamplingAmount(int nAmount) noexcept
 {
-    WriteLocked(m_nSamplingAmount, nAmount);
+    WriteLocked(&CAlertReachPKIThread::m_nSamplingAmount, nAmount);
 }
 
 void CAlertReachPKIThread::SetMaxAlertNum(int nCount) noexcept
 {
-    WriteLocked(m_nMaxAlertNum, nCount);
+    WriteLocked(&CAlertReachPKIThread::m_nMaxAlertNum, nCount);
 }
 
 void CAlertReachPKIThread::ClearRunning() noexcept
 {
-    WriteLocked(m_bRunning, 0);
+    WriteLocked(&CAlertReachPKIThread::m_bRunning, 0);
 }
 
 void CAlertReachPKIThread::CloseThreadHandle() noexcept

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "common/Handles.h"
+#include "common/Locks.h"
 #include "diag/SPLogger.h"
 
 #include <windows.h>
@@ -52,15 +53,16 @@ protected:
     ~CAlertReachPKIThread() = default;
 
 private:
-    int ReadLocked(const int& nField) const noexcept;
-    void WriteLocked(int& nField, int nValue) noexcept;
+    using GuardedField = int CAlertReachPKIThread::*;
+    int ReadLocked(GuardedField pnField) const noexcept;
+    void WriteLocked(GuardedField pnField, int nValue) noexcept;
 
-    int m_bRunning;
-    mutable CRITICAL_SECTION m_csLock;
-    int m_nInterval;
-    int m_nThreshold;
-    int m_nSamplingAmount;
-    int m_nMaxAlertNum;
+    int m_bRunning VARNEX_GUARDED_BY(m_csLock);
+    mutable CriticalSection m_csLock;
+    int m_nInterval VARNEX_GUARDED_BY(m_csLock);
+    int m_nThreshold VARNEX_GUARDED_BY(m_csLock);
+    int m_nSamplingAmount VARNEX_GUARDED_BY(m_csLock);
+    int m_nMaxAlertNum VARNEX_GUARDED_BY(m_csLock);
     UniqueHandle m_hThread;
 };
 
@@ -115,12 +117,12 @@ public:
     bool Terminate(HANDLE hThread) noexcept;
 
 private:
-    bool PublishGuarded(CAlertReachPKIThread* pWorker) noexcept;
-    bool HoldsGuarded(const WatchedWorker& watched) const noexcept;
+    bool PublishGuarded(CAlertReachPKIThread* pWorker) noexcept VARNEX_REQUIRES(m_guard);
+    bool HoldsGuarded(const WatchedWorker& watched) const noexcept VARNEX_REQUIRES(m_guard);
 
-    mutable SRWLOCK m_guard = SRWLOCK_INIT;
-    CAlertReachPKIThread* m_pWorker = nullptr;
-    unsigned m_nTicket = 0; // of the worker that is, or was, here
+    mutable SlimLock m_guard;
+    CAlertReachPKIThread* m_pWorker VARNEX_GUARDED_BY(m_guard) VARNEX_PT_GUARDED_BY(m_guard) = nullptr;
+    unsigned m_nTicket VARNEX_GUARDED_BY(m_guard) = 0; // of the worker that is, or was, here
 };
 
 // Makes a worker of a final class, puts it into its slot and runs it. Throws std::bad_alloc. The texts are log lines.

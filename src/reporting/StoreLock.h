@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/ThreadSafety.h"
+
 #include <windows.h>
 
 namespace varnex
@@ -7,7 +9,7 @@ namespace varnex
 
 // The lock of one sample store, re-entrant; any thread may take it. A thread that is ended by force keeps the locks
 // that it owns: see RenewIfOwnedBy.
-class StoreLock
+class VARNEX_CAPABILITY("store lock") StoreLock
 {
 public:
     // Makes the lock, at attach. Before that and after Delete nobody may touch it.
@@ -25,21 +27,21 @@ public:
     }
 
     // Waits for the lock. Each Enter, and each TryEnter that returned true, takes a Leave on the same thread.
-    void Enter() noexcept { EnterCriticalSection(&m_section); }
+    void Enter() noexcept VARNEX_ACQUIRE() { EnterCriticalSection(&m_section); }
     // False when another thread owns it.
-    bool TryEnter() noexcept { return TryEnterCriticalSection(&m_section) != FALSE; }
-    void Leave() noexcept { LeaveCriticalSection(&m_section); }
+    bool TryEnter() noexcept VARNEX_TRY_ACQUIRE(true) { return TryEnterCriticalSection(&m_section) != FALSE; }
+    void Leave() noexcept VARNEX_RELEASE() { LeaveCriticalSection(&m_section); }
 
 private:
     CRITICAL_SECTION m_section;
 };
 
 // Owns a store's lock for its scope.
-class StoreLockHold
+class VARNEX_SCOPED_CAPABILITY StoreLockHold
 {
 public:
-    explicit StoreLockHold(StoreLock& lock) noexcept : m_lock(lock) { m_lock.Enter(); }
-    ~StoreLockHold() { m_lock.Leave(); }
+    explicit StoreLockHold(StoreLock& lock) noexcept VARNEX_ACQUIRE(lock) : m_lock(lock) { m_lock.Enter(); }
+    ~StoreLockHold() VARNEX_RELEASE() { m_lock.Leave(); }
     StoreLockHold(const StoreLockHold&) = delete;
     StoreLockHold& operator=(const StoreLockHold&) = delete;
 

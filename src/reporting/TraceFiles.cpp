@@ -108,8 +108,9 @@ bool HasHistories(MemoryHistories& store) noexcept
     return store.physical.Size() != 0 && store.pagingFile.Size() != 0;
 }
 
-bool HasHistories(const NetworkHistories& store) noexcept
+bool HasHistories(NetworkHistories& store) noexcept
 {
+    const StoreLockHold hold(store.lock); // taken again, here and below, by a cycle that holds it
     return !store.histories.empty();
 }
 
@@ -142,8 +143,9 @@ std::vector<std::int64_t> NewestValues(MemoryHistories& store)
     return {store.physical.Newest(), store.pagingFile.Newest()};
 }
 
-std::vector<std::int64_t> NewestValues(const NetworkHistories& store)
+std::vector<std::int64_t> NewestValues(NetworkHistories& store)
 {
+    const StoreLockHold hold(store.lock);
     std::vector<std::int64_t> values;
     values.reserve(store.histories.size());
     for (const auto& [dwInterfaceIndex, history] : store.histories)
@@ -209,11 +211,12 @@ void OutputCurrentDiskUtil(const wchar_t* pwszTime)
 
 void OutputCurrentNetworkUtil(const wchar_t* pwszTime)
 {
-    const NetworkHistories& store = Stores().network;
+    NetworkHistories& store = Stores().network;
     OutputTrace(g_networkTrace, pwszTime, store,
                 [&store]
                 {
                     HeaderLine header(NETWORK_HEADER_CHARS);
+                    const StoreLockHold hold(store.lock);
                     for (const auto& [dwInterfaceIndex, history] : store.histories)
                     {
                         header.AddColumn(L"\t" + std::wstring(history.Oldest().Name) + L"-" +

@@ -73,18 +73,19 @@ void AddCpus(UtilizationReport& report, const AverageSpan& span)
     }
 }
 
-std::int32_t MemoryAverage(const BoundedHistory<int>& history, const AverageSpan& span) noexcept
+std::int32_t MemoryAverage(BoundedHistory<int> MemoryHistories::*pHistory, const AverageSpan& span) noexcept
 {
-    const StoreLockHold hold(Stores().memory.lock);
+    MemoryHistories& store = Stores().memory;
+    const StoreLockHold hold(store.lock);
     std::int32_t nAverage = 0;
-    GetSinglePKIAverageValue(&history, span.nTotal, span.nMinimum, &nAverage);
+    GetSinglePKIAverageValue(&(store.*pHistory), span.nTotal, span.nMinimum, &nAverage);
     return nAverage;
 }
 
 void AddMemory(MemoryEntry& entry, const AverageSpan& span) noexcept
 {
-    entry.nPhysicalUtilization = MemoryAverage(Stores().memory.physical, span);
-    entry.nPagingFileUtilization = MemoryAverage(Stores().memory.pagingFile, span);
+    entry.nPhysicalUtilization = MemoryAverage(&MemoryHistories::physical, span);
+    entry.nPagingFileUtilization = MemoryAverage(&MemoryHistories::pagingFile, span);
     if (GetTotalMemorySize(&entry.nPhysicalMB, &entry.nPagingFileMB) == 0)
     {
         Log()->Level4A("CreatePKIXMLToMMF --  Total physical memory(%dMB), Total paging file(%dMB).", entry.nPhysicalMB,

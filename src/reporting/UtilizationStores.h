@@ -47,20 +47,20 @@ public:
         }
     }
     // Under the lock. The names stay valid for whoever holds them.
-    std::shared_ptr<const Names> GetNames() const
+    std::shared_ptr<const Names> GetNames() const VARNEX_REQUIRES(lock)
     {
         return m_names != nullptr ? m_names : std::make_shared<const Names>();
     }
     // Under the lock. A history that does not exist (any more) is an empty one.
-    const History& Of(std::size_t nInstance) const noexcept
+    const History& Of(std::size_t nInstance) const noexcept VARNEX_REQUIRES(lock)
     {
         static const History EMPTY;
         return nInstance < m_histories.size() ? m_histories[nInstance] : EMPTY;
     }
     // Under the lock.
-    const std::vector<History>& All() const noexcept { return m_histories; }
+    const std::vector<History>& All() const noexcept VARNEX_REQUIRES(lock) { return m_histories; }
     // Under the lock. Frees everything.
-    void Clear() noexcept
+    void Clear() noexcept VARNEX_REQUIRES(lock)
     {
         m_names.reset();
         m_histories = {};
@@ -69,8 +69,8 @@ public:
     StoreLock lock;
 
 private:
-    std::shared_ptr<const Names> m_names;
-    std::vector<History> m_histories;
+    std::shared_ptr<const Names> m_names VARNEX_GUARDED_BY(lock);
+    std::vector<History> m_histories VARNEX_GUARDED_BY(lock);
 };
 
 // Percentages of physical memory and of the paging file in use.
@@ -85,15 +85,15 @@ public:
         pagingFile.Append(nPagingFile);
     }
     // Under the lock. Frees everything.
-    void Clear() noexcept
+    void Clear() noexcept VARNEX_REQUIRES(lock)
     {
         physical = {};
         pagingFile = {};
     }
 
     StoreLock lock;
-    BoundedHistory<int> physical;
-    BoundedHistory<int> pagingFile;
+    BoundedHistory<int> physical VARNEX_GUARDED_BY(lock);
+    BoundedHistory<int> pagingFile VARNEX_GUARDED_BY(lock);
 };
 
 // Whole card records by interface index. Cards that have vanished keep their history.
@@ -102,7 +102,7 @@ class NetworkHistories
 public:
     // Under the lock. Throws std::bad_alloc, and leaves no history without a record then: readers of the map take each
     // one's oldest and newest record.
-    void Append(const NetworkCard& card)
+    void Append(const NetworkCard& card) VARNEX_REQUIRES(lock)
     {
         const auto found = histories.find(card.InterfaceIndex);
         if (found != histories.end())
@@ -115,15 +115,15 @@ public:
         histories.emplace(card.InterfaceIndex, std::move(history));
     }
     // Under the lock. Frees everything.
-    void Clear() noexcept
+    void Clear() noexcept VARNEX_REQUIRES(lock)
     {
         collector.ClearCardList();
         histories.clear();
     }
 
     StoreLock lock;
-    NetworkUtilizationCollector collector;
-    std::map<DWORD, BoundedHistory<NetworkCard>> histories; // none of them empty
+    NetworkUtilizationCollector collector VARNEX_GUARDED_BY(lock);
+    std::map<DWORD, BoundedHistory<NetworkCard>> histories VARNEX_GUARDED_BY(lock); // none of them empty
 };
 
 // The stores of this process.

@@ -26,7 +26,7 @@ void RefreshCards(const char* pszFailure)
 }
 
 // Adds a record of each card over a second; nothing when a collection failed.
-void SampleCards(NetworkHistories& store)
+void SampleCards(NetworkHistories& store) VARNEX_REQUIRES(store.lock)
 {
     if (store.collector.CollectUtilization() != 0)
     {

@@ -25,14 +25,14 @@ constexpr DWORD REUSE_MS = 200;
 
 using GetSystemTimesFunction = BOOL(WINAPI*)(LPFILETIME, LPFILETIME, LPFILETIME);
 
-SRWLOCK g_cpuReadingLock = SRWLOCK_INIT;
-HMODULE g_hKernel32 = nullptr;
-GetSystemTimesFunction g_pfnGetSystemTimes = nullptr;
-DWORD g_dwLastTick = 0;
-int g_nLastCPUUtl = 0;
-std::int64_t g_llLastUser = 0;
-std::int64_t g_llLastKernel = 0;
-std::int64_t g_llLastIdle = 0;
+SlimLock g_cpuReadingLock;
+HMODULE g_hKernel32 VARNEX_GUARDED_BY(g_cpuReadingLock) = nullptr;
+GetSystemTimesFunction g_pfnGetSystemTimes VARNEX_GUARDED_BY(g_cpuReadingLock) = nullptr;
+DWORD g_dwLastTick VARNEX_GUARDED_BY(g_cpuReadingLock) = 0;
+int g_nLastCPUUtl VARNEX_GUARDED_BY(g_cpuReadingLock) = 0;
+std::int64_t g_llLastUser VARNEX_GUARDED_BY(g_cpuReadingLock) = 0;
+std::int64_t g_llLastKernel VARNEX_GUARDED_BY(g_cpuReadingLock) = 0;
+std::int64_t g_llLastIdle VARNEX_GUARDED_BY(g_cpuReadingLock) = 0;
 
 std::int64_t Ticks(const FILETIME& time) noexcept
 {
@@ -43,14 +43,14 @@ std::int64_t Ticks(const FILETIME& time) noexcept
 }
 
 // Looked up afresh at each reading. The library stays loaded once more each time: a known growth of its count.
-void FindGetSystemTimes() noexcept
+void FindGetSystemTimes() noexcept VARNEX_REQUIRES(g_cpuReadingLock)
 {
     UniqueModule kernel32(LoadLibraryA("Kernel32.dll"));
     g_pfnGetSystemTimes = kernel32 ? ProcedureOf<GetSystemTimesFunction>(kernel32.Get(), "GetSystemTimes") : nullptr;
     g_hKernel32 = g_pfnGetSystemTimes != nullptr ? kernel32.Release() : nullptr;
 }
 
-void TakeReading() noexcept
+void TakeReading() noexcept VARNEX_REQUIRES(g_cpuReadingLock)
 {
     FILETIME idle{};
     FILETIME kernel{};

@@ -2,8 +2,6 @@
 
 #include "support/ThreadState.h"
 
-#include "common/Locks.h"
-
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -83,7 +81,7 @@ void WriteCode(void* pCode, CallGate* pGate) noexcept
 // All gates ever made. Never destroyed: code may be reached until the last thread is gone.
 struct GatePool
 {
-    SRWLOCK lock = SRWLOCK_INIT;
+    SlimLock lock;
     std::map<void*, std::vector<CallGate*>> freeGates; // by original: a late caller still reaches the same function
     std::uint8_t* pNextCode = nullptr;
     std::size_t cbCodeLeft = 0;
@@ -116,7 +114,7 @@ GatePool& Pool()
 
 struct TroubleList
 {
-    SRWLOCK lock = SRWLOCK_INIT;
+    SlimLock lock;
     std::vector<std::string> texts;
 };
 

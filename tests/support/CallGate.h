@@ -2,6 +2,8 @@
 
 #include "support/ScriptScope.h"
 
+#include "common/Locks.h"
+
 #include <windows.h>
 
 #include <atomic>
@@ -76,7 +78,7 @@ private:
     void* const m_pOriginal;
     std::atomic<ULONGLONG> m_ullCalls{0};
     std::atomic<void*> m_pDispatcher{nullptr};
-    SRWLOCK m_lock = SRWLOCK_INIT;
+    SlimLock m_lock;
     AnyScript m_script;
 
     std::atomic<bool> m_bFails{false};

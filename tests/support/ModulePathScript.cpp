@@ -8,7 +8,7 @@ namespace varnex::test
 
 struct ModulePathScript::State
 {
-    SRWLOCK lock = SRWLOCK_INIT;
+    SlimLock lock;
     std::wstring path;
     DWORD dwLastError = 0; // of a call that fails
 

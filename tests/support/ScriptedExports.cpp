@@ -20,7 +20,7 @@ struct ScriptedExports::State
         ULONGLONG ullLookUps = 0;
     };
 
-    SRWLOCK lock = SRWLOCK_INIT;
+    SlimLock lock;
     std::map<std::string, Function> functions;
 
     FARPROC LookUp(HMODULE hModule, LPCSTR pszFunction)

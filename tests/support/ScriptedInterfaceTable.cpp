@@ -23,7 +23,7 @@ struct ScriptedInterfaceTable::State
         DWORD dwOutStep = 0;
     };
 
-    SRWLOCK lock = SRWLOCK_INIT;
+    SlimLock lock;
     std::vector<Row> rows;
     std::vector<InterfaceTableCall> calls;
 

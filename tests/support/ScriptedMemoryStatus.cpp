@@ -25,7 +25,7 @@ bool IsCleared(const MEMORYSTATUSEX& status)
 
 struct ScriptedMemoryStatus::State
 {
-    SRWLOCK lock = SRWLOCK_INIT;
+    SlimLock lock;
     ULONGLONG ullTotalPhysical = UTILIZATION_MB << MB_BITS;
     ULONGLONG ullAvailablePhysical = UTILIZATION_MB << MB_BITS;
     ULONGLONG ullTotalPaging = UTILIZATION_MB << MB_BITS;

@@ -87,7 +87,7 @@ struct ScriptedPdh::State
         std::optional<double> value;
     };
 
-    SRWLOCK lock = SRWLOCK_INIT;
+    SlimLock lock;
     std::map<std::wstring, std::vector<std::wstring>> objects;
     std::map<std::wstring, Source> sources;
     std::map<std::string, std::deque<PDH_STATUS>> queuedStatuses;

@@ -31,7 +31,7 @@ FILETIME ToFileTime(ULONGLONG ullUnits)
 
 struct ScriptedSystemTimes::State
 {
-    SRWLOCK lock = SRWLOCK_INIT;
+    SlimLock lock;
     std::deque<int> percents{0};
     bool bFrozen = false;
     bool bFails = false;

@@ -55,7 +55,7 @@ WmiObject WmiAdapter(const std::wstring& name, LONG nInterfaceIndex, const WmiVa
 // What the stand-ins share. They keep it alive, so a module that holds one too long meets no dangling pointer.
 struct WmiScript
 {
-    SRWLOCK lock = SRWLOCK_INIT;
+    SlimLock lock;
     std::vector<WmiObject> objects;
     std::map<ScriptedWmi::Step, HRESULT> failures;
     std::optional<std::size_t> nEnd;

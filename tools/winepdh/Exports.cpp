@@ -13,7 +13,7 @@ using namespace varnex::winepdh;
 namespace
 {
 
-SRWLOCK g_tableLock = SRWLOCK_INIT; // guards g_table
+SlimLock g_tableLock; // guards g_table
 CQueryTable g_table;
 
 // Runs a call's body; no exception leaves the library. Memory is all that can run out in here.

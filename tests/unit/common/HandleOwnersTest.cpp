@@ -147,9 +147,9 @@ TEST_CASE("an object for everyone has a list that is null, not an empty one, and
 
 TEST_CASE("a hold on a critical section and on a slim lock ends with its scope")
 {
-    CRITICAL_SECTION section;
+    CriticalSection section;
     InitializeCriticalSection(&section);
-    SRWLOCK lock = SRWLOCK_INIT;
+    SlimLock lock;
     {
         const CriticalSectionHold hold(section);
         const SlimLockHold slimHold(lock);

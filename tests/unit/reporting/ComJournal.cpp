@@ -10,7 +10,7 @@ namespace varnex::test
 
 struct ComJournal::State
 {
-    SRWLOCK lock = SRWLOCK_INIT;
+    SlimLock lock;
     std::vector<std::string> steps;
     std::string logAtLeave;
 

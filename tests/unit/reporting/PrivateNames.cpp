@@ -37,7 +37,7 @@ std::wstring MakePrivateKey()
 
 struct PrivateNames::State
 {
-    SRWLOCK lock = SRWLOCK_INIT;
+    SlimLock lock;
     std::vector<std::wstring> asked;
     std::vector<std::wstring> hidden;
     std::size_t nUnlikeExpected = 0;

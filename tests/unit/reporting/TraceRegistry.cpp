@@ -21,7 +21,7 @@ const HKEY WINDOWS_HANDLE = reinterpret_cast<HKEY>(0x2222);
 
 struct TraceRegistry::State
 {
-    SRWLOCK lock = SRWLOCK_INIT;
+    SlimLock lock;
     bool bTraceKey = false;
     bool bWindowsKey = true;
     std::optional<DWORD> trace;

@@ -19,7 +19,7 @@ constexpr int MINUTES = 1441;
 // A sampler as the module has five of them: a sample a minute, its flag looked at every second.
 struct Sampler
 {
-    CRITICAL_SECTION section;
+    CriticalSection section;
     int bRunning = 1;
     int nSamples = 0;
 

@@ -34,7 +34,7 @@ public:
     }
 
 private:
-    SRWLOCK m_lock = SRWLOCK_INIT;
+    SlimLock m_lock;
     std::string m_text;
 };
 
@@ -328,7 +328,7 @@ TEST_CASE("the test's own thread gets a lock whose owner sleeps by letting the t
 {
     ImportRedirector redirector;
     VirtualClock clock(redirector);
-    CRITICAL_SECTION section;
+    CriticalSection section;
     InitializeCriticalSection(&section);
     clock.RunOnOtherThread(
         [&]
