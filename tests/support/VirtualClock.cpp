@@ -334,4 +334,10 @@ void VirtualClock::Block(HANDLE hEvent)
     m_core->WaitForObject(hEvent, INFINITE);
 }
 
+BOOL VirtualClock::Terminate(HANDLE hThread, DWORD dwExitCode)
+{
+    const UnscriptedScope unscripted;
+    return m_core->Terminate(hThread, dwExitCode);
+}
+
 } // namespace varnex::test

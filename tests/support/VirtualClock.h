@@ -93,6 +93,8 @@ public:
     // For scripts: the calling worker is stuck in its call until the event is set. Meanwhile it counts as asleep, and
     // a redirected TerminateThread can end it.
     void Block(HANDLE hEvent);
+    // What a redirected TerminateThread does, for a test that has replaced it or acts from outside.
+    BOOL Terminate(HANDLE hThread, DWORD dwExitCode);
 
 private:
     void FailIfBroken();
