@@ -15,10 +15,23 @@ class BoundedHistory
 public:
     static constexpr std::size_t LIMIT = 1440;
 
+    // Makes room for one sample, so that the next Append does not throw. Throws std::bad_alloc.
+    void MakeRoom()
+    {
+        // Doubled, but to no more than a history can hold: a vector's own growth would end at room for 2048.
+        const std::size_t nSize = m_samples.size();
+        if (nSize == m_samples.capacity() && nSize < LIMIT)
+        {
+            m_samples.reserve(nSize == 0 ? 1 : std::min(2 * nSize, LIMIT));
+        }
+    }
+
+    // Throws std::bad_alloc, and then nothing has changed. The sample is none of this history's own.
     void Append(const Sample& sample)
     {
         if (m_samples.size() < LIMIT)
         {
+            MakeRoom();
             m_samples.push_back(sample);
             return;
         }

@@ -1,3 +1,4 @@
+#include "FailingMemory.h"
 #include "ReportingBench.h"
 #include "StoreFilling.h"
 
@@ -128,6 +129,19 @@ TEST_CASE("an adapter's history that could not be begun is not there, whichever 
     }
     store.Append(card);
     CHECK(store.histories.at(2).Size() == 1);
+}
+
+TEST_CASE("a history never asks for room beyond its day")
+{
+    ReportingBench bench;
+    BoundedHistory<int> history;
+    FailingMemory memory(bench.imports, sizeof(int) * 2048);
+    memory.FailBlock(1);
+    for (const int nSample : Numbers(1, 3000))
+    {
+        history.Append(nSample);
+    }
+    CHECK(memory.Failed() == 0);
 }
 
 TEST_CASE("names outlive a clean-up for whoever holds them")
