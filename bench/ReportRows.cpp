@@ -125,7 +125,8 @@ int AverageAll(unsigned nProcessors)
     }
     for (const auto& [dwInterfaceIndex, history] : stores.network.histories)
     {
-        nSum += AverageCardUtilization(history, SAMPLES, 1);
+        GetSinglePKIAverageValue(&history.Utilizations(), SAMPLES, 1, &nAverage);
+        nSum += nAverage;
     }
     return nSum;
 }

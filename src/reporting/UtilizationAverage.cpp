@@ -29,10 +29,10 @@ constexpr AverageTexts TEXTS_64 = {
     "amount:%d, nMinSampleNum:%d, return average value is 0.",
 };
 
-// The rule itself. Value: the signed width in which sums wrap. valueOf gives a sample's value.
-template <class Value, class Sample, class ValueOf>
-Value AverageNewest(const BoundedHistory<Sample>& history, std::uint32_t nSpan, std::int32_t nMinimum,
-                    const AverageTexts& texts, ValueOf valueOf) noexcept
+// The rule itself. Value: the signed width in which sums wrap.
+template <class Value>
+Value AverageNewest(const BoundedHistory<Value>& history, std::uint32_t nSpan, std::int32_t nMinimum,
+                    const AverageTexts& texts) noexcept
 {
     using Unsigned = std::make_unsigned_t<Value>;
     const std::size_t nConsidered = std::min(history.Size(), std::size_t{nSpan});
@@ -40,7 +40,7 @@ Value AverageNewest(const BoundedHistory<Sample>& history, std::uint32_t nSpan, 
     std::int32_t nValid = 0;
     for (std::size_t nBack = 0; nBack < nConsidered; ++nBack)
     {
-        const Value nValue = valueOf(history.FromNewest(nBack));
+        const Value nValue = history.FromNewest(nBack);
         if (nValue != -1)
         {
             nSum += static_cast<Unsigned>(nValue);
@@ -71,23 +71,14 @@ int GetSinglePKIAverageValue(const BoundedHistory<int>* pHistory, std::uint32_t 
                        pHistory, pnAverage);
         return 0;
     }
-    *pnAverage = AverageNewest<std::int32_t>(*pHistory, nSpan, nMinimum, TEXTS, [](int nSample) { return nSample; });
+    *pnAverage = AverageNewest<std::int32_t>(*pHistory, nSpan, nMinimum, TEXTS);
     return 1;
 }
 
 std::int64_t GetSinglePKIAverageValue64(const BoundedHistory<std::int64_t>& history, std::uint32_t nSpan,
                                         std::int32_t nMinimum) noexcept
 {
-    return AverageNewest<std::int64_t>(history, nSpan, nMinimum, TEXTS_64,
-                                       [](std::int64_t nSample) { return nSample; });
-}
-
-std::int32_t AverageCardUtilization(const BoundedHistory<NetworkCard>& history, std::uint32_t nSpan,
-                                    std::int32_t nMinimum) noexcept
-{
-    return AverageNewest<std::int32_t>(history, nSpan, nMinimum, TEXTS,
-                                       [](const NetworkCard& card)
-                                       { return static_cast<std::int32_t>(card.Utilization); });
+    return AverageNewest<std::int64_t>(history, nSpan, nMinimum, TEXTS_64);
 }
 
 } // namespace varnex

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "reporting/BoundedHistory.h"
-#include "sampling/NetworkUtilizationCollector.h"
 
 #include <cstdint>
 
@@ -18,9 +17,5 @@ int GetSinglePKIAverageValue(const BoundedHistory<int>* pHistory, std::uint32_t 
 
 std::int64_t GetSinglePKIAverageValue64(const BoundedHistory<std::int64_t>& history, std::uint32_t nSpan,
                                         std::int32_t nMinimum) noexcept;
-
-// The average of the utilization in a card's records; a missing one is a failed sample.
-std::int32_t AverageCardUtilization(const BoundedHistory<NetworkCard>& history, std::uint32_t nSpan,
-                                    std::int32_t nMinimum) noexcept;
 
 } // namespace varnex

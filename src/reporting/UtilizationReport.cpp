@@ -125,7 +125,7 @@ void AddCards(UtilizationReport& report, const AverageSpan& span)
     for (auto& [dwInterfaceIndex, history] : store.histories)
     {
         NetworkEntry entry{};
-        entry.nUtilization = AverageCardUtilization(history, span.nTotal, span.nMinimum);
+        GetSinglePKIAverageValue(&history.Utilizations(), span.nTotal, span.nMinimum, &entry.nUtilization);
         // Only these histories are cut to the span; the next report's speed comes from the oldest record left.
         history.CutTo(span.nTotal);
         entry.nLinkSpeed = static_cast<std::int32_t>(history.Oldest().Speed / BITS_PER_LINK_SPEED_UNIT);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "reporting/BoundedHistory.h"
+#include "reporting/CardHistory.h"
 #include "reporting/StoreLock.h"
 #include "sampling/InstanceNames.h"
 #include "sampling/NetworkUtilizationCollector.h"
@@ -110,7 +111,7 @@ public:
             found->second.Append(card);
             return;
         }
-        BoundedHistory<NetworkCard> history;
+        CardHistory history;
         history.Append(card);
         histories.emplace(card.InterfaceIndex, std::move(history));
     }
@@ -123,7 +124,7 @@ public:
 
     StoreLock lock;
     NetworkUtilizationCollector collector VARNEX_GUARDED_BY(lock);
-    std::map<DWORD, BoundedHistory<NetworkCard>> histories VARNEX_GUARDED_BY(lock); // none of them empty
+    std::map<DWORD, CardHistory> histories VARNEX_GUARDED_BY(lock); // none of them empty
 };
 
 // The stores of this process.

@@ -149,7 +149,14 @@ TEST_CASE("the average of cards takes a missing utilization for a failed sample"
     {
         ReportingBench bench;
         CAPTURE(rule.samples, rule.nSpan, rule.nMinimum);
-        CHECK(AverageCardUtilization(MakeHistory(Cards(rule.samples)), rule.nSpan, rule.nMinimum) == rule.nAverage);
+        CardHistory history;
+        for (const NetworkCard& card : Cards(rule.samples))
+        {
+            history.Append(card);
+        }
+        std::int32_t nAverage = 777;
+        CHECK(GetSinglePKIAverageValue(&history.Utilizations(), rule.nSpan, rule.nMinimum, &nAverage) == 1);
+        CHECK(nAverage == rule.nAverage);
         CheckWord(bench, rule.word, "GetSinglePKIAverageValue", rule.nValid, rule.nMinimum);
     }
 }

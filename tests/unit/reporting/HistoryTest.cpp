@@ -110,7 +110,7 @@ TEST_CASE("an adapter's history that could not be begun is not there, whichever 
     NetworkHistories& store = Stores().network;
     const StoreLockHold hold(store.lock);
     const NetworkCard card = MakeCard(2, L"00", 1, 1);
-    for (ULONGLONG ullBlock = 1; ullBlock <= 2; ++ullBlock) // the record's, and that of its place in the map
+    for (ULONGLONG ullBlock = 1; ullBlock <= 3; ++ullBlock) // the record's, its utilization's, its place in the map
     {
         CAPTURE(ullBlock);
         bench.imports.FailCall("malloc", ullBlock, FailMode::Once, ERROR_NOT_ENOUGH_MEMORY);
@@ -129,6 +129,46 @@ TEST_CASE("an adapter's history that could not be begun is not there, whichever 
     }
     store.Append(card);
     CHECK(store.histories.at(2).Size() == 1);
+}
+
+TEST_CASE("an adapter's history that cannot grow stays as it is, whichever memory was missing")
+{
+    ReportingBench bench;
+    CardHistory history;
+    history.Append(MakeCard(2, L"00", 1, 1));
+    for (ULONGLONG ullBlock = 1; ullBlock <= 2; ++ullBlock) // the records', the utilizations'
+    {
+        CAPTURE(ullBlock);
+        CardHistory copy = history;
+        bench.imports.FailCall("malloc", ullBlock, FailMode::Once, ERROR_NOT_ENOUGH_MEMORY);
+        CHECK_THROWS_AS(copy.Append(MakeCard(2, L"00", 1, 2)), std::bad_alloc);
+        bench.imports.StopFailing("malloc");
+        CHECK(copy.Size() == 1);
+        CHECK(SamplesOf(copy.Utilizations()) == std::vector<int>{1});
+    }
+    history.Append(MakeCard(2, L"00", 1, 2));
+    CHECK(SamplesOf(history.Utilizations()) == std::vector<int>{1, 2});
+}
+
+TEST_CASE("the utilizations of an adapter's history are those of its records, cut and full alike")
+{
+    const std::size_t nKept = GENERATE(as<std::size_t>{}, 1, 30, 1439, 1440);
+    CardHistory history;
+    int nNext = 0;
+    for (const int nAppended : {1441, 50, 1500})
+    {
+        for (int i = 0; i < nAppended; ++i)
+        {
+            history.Append(MakeCard(2, L"00", 1, static_cast<std::uint32_t>(nNext++)));
+        }
+        history.CutTo(nKept);
+        CAPTURE(nKept, nAppended);
+        REQUIRE(history.Size() == nKept);
+        REQUIRE(history.Utilizations().Size() == nKept);
+        CHECK(history.Utilizations().Newest() == static_cast<int>(history.Newest().Utilization));
+        CHECK(history.Utilizations().Oldest() == static_cast<int>(history.Oldest().Utilization));
+        CHECK(history.Newest().Utilization == static_cast<std::uint32_t>(nNext - 1));
+    }
 }
 
 TEST_CASE("a history never asks for room beyond its day")
