@@ -13,6 +13,10 @@ namespace varnex
 class LineReader
 {
 public:
+    // The file is read in such pieces, long ones for the sake of few calls. The piece lies in the reader, which is made
+    // for a host's thread's stack: with the records of a fetch it stays under 64 KiB.
+    static constexpr std::size_t PIECE_BYTES = 49'152;
+
     // hFile: open for reading, from where it stands; the caller's, who closes it after the reader's last use.
     explicit LineReader(HANDLE hFile) noexcept : m_hFile(hFile) {}
 
@@ -33,7 +37,7 @@ private:
     bool Fill() noexcept;
 
     HANDLE m_hFile;
-    std::array<char, 16384> m_buffer;
+    std::array<char, PIECE_BYTES> m_buffer;
     std::size_t m_nNext = 0;
     std::size_t m_nFilled = 0;
     DWORD m_dwError = ERROR_SUCCESS;

@@ -15,7 +15,7 @@ namespace varnex::test
 namespace
 {
 
-constexpr std::size_t g_cbChunk = 16384; // of one read
+constexpr std::size_t g_cbChunk = LineReader::PIECE_BYTES;
 
 // Two files of a tree: one to read, one to write.
 class Files

@@ -1,3 +1,4 @@
+#include "alerting/AlertFile.h"
 #include "alerting/AlertStore.h"
 
 #include "StoreBench.h"
@@ -18,7 +19,7 @@ namespace
 
 using Values = std::vector<int>;
 
-constexpr std::size_t g_cbChunk = 16384; // of one read
+constexpr std::size_t g_cbChunk = LineReader::PIECE_BYTES;
 
 std::string RewriteFailure(const StoreBench& bench, DWORD dwError)
 {
