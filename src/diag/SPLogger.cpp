@@ -41,15 +41,13 @@ std::string WithLineEnds(const std::string& text)
 {
     std::string line;
     line.reserve(text.size() + 8);
-    for (const char ch : text)
+    std::size_t nFrom = 0;
+    for (std::size_t nEnd = text.find('\n'); nEnd != std::string::npos; nEnd = text.find('\n', nFrom))
     {
-        if (ch == '\n')
-        {
-            line += '\r';
-        }
-        line += ch;
+        line.append(text, nFrom, nEnd - nFrom).append("\r\n");
+        nFrom = nEnd + 1;
     }
-    return line;
+    return line.append(text, nFrom);
 }
 
 } // namespace
