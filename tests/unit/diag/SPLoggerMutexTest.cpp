@@ -67,6 +67,11 @@ std::vector<std::string> CallsOfOneLine(LogFixture& fixture)
             return ReleaseMutex(hMutex);
         });
     fixture.logger.Level1A("text");
+    // The fixture goes on closing handles when the calls are gone.
+    for (const char* pszImport : {"WaitForSingleObject", "CreateDirectoryA", "CloseHandle", "ReleaseMutex"})
+    {
+        fixture.redirector.Restore(pszImport);
+    }
     return calls;
 }
 
