@@ -100,8 +100,13 @@ bool CAlertReachPKIThread::StartThread() noexcept
         return false;
     }
     SetThreadPriority(hThread, THREAD_PRIORITY_ABOVE_NORMAL);
-    ResumeThread(hThread); // no member is touched behind this
-    return true;
+    if (ResumeThread(hThread) != static_cast<DWORD>(-1)) // no member is touched behind this
+    {
+        return true;
+    }
+    TerminateThread(hThread, 0); // it has not run a step, so it holds nothing
+    m_hThread.Reset();
+    return false;
 }
 
 DWORD WINAPI AlertReachThreadProc(LPVOID pWorker) noexcept

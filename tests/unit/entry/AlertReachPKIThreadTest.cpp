@@ -356,6 +356,31 @@ TEST_CASE("a creation whose thread cannot be made has published the worker alrea
     CHECK(lines.Lines().size() == 1);
 }
 
+TEST_CASE("a thread that cannot be resumed is ended, and its worker keeps the slot like one without a thread")
+{
+    const UnitLog log;
+    WorkerSlot slot;
+    TestWorker::Begin({});
+    UniqueHandle thread;
+    ImportRedirector redirector;
+    redirector.Replace<decltype(::ResumeThread)>("ResumeThread",
+                                                 [&thread](HANDLE hThread) -> DWORD
+                                                 {
+                                                     DuplicateHandle(GetCurrentProcess(), hThread, GetCurrentProcess(),
+                                                                     thread.Receive(), 0, FALSE, DUPLICATE_SAME_ACCESS);
+                                                     return static_cast<DWORD>(-1);
+                                                 });
+    CHECK(CreateRunningThread<TestWorker>(slot, "no thread", "a thread") == WORKER_NOT_STARTED);
+    const std::unique_ptr<TestWorker> worker(TestWorker::s_pNewest.load());
+    REQUIRE(thread);
+    CHECK(WaitForSingleObject(thread.Get(), WAIT_MS) == WAIT_OBJECT_0);
+    CHECK(worker->ThreadHandle() == nullptr);
+    CHECK(slot.IsSet());
+    const LogFile lines = log.Read();
+    CHECK_THAT(lines, HasLine(1, "no thread"));
+    CHECK(lines.Lines().size() == 1);
+}
+
 TEST_CASE("a creation without memory for the worker throws and leaves the slot empty")
 {
     WorkerSlot slot;
