@@ -69,7 +69,8 @@ std::string AnsiText(const std::wstring& text)
     const int cchText = static_cast<int>(text.size());
     const int cbText = WideCharToMultiByte(CP_ACP, 0, text.data(), cchText, nullptr, 0, nullptr, nullptr);
     std::string ansi(static_cast<std::size_t>(std::max(cbText, 0)), '\0');
-    WideCharToMultiByte(CP_ACP, 0, text.data(), cchText, ansi.data(), cbText, nullptr, nullptr);
+    const int cbWritten = WideCharToMultiByte(CP_ACP, 0, text.data(), cchText, ansi.data(), cbText, nullptr, nullptr);
+    ansi.resize(static_cast<std::size_t>(std::max(cbWritten, 0)));
     return ansi;
 }
 

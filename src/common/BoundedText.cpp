@@ -62,6 +62,7 @@ void FormatTextVA(char* pszTarget, std::size_t cchTarget, const char* pszFormat,
     {
         return;
     }
+    pszTarget[0] = '\0'; // what cannot be formatted at all may leave the buffer as it was
     _vsnprintf(pszTarget, cchTarget, pszFormat, arguments);
     pszTarget[cchTarget - 1] = '\0'; // a text that was cut comes without a terminator
 }
@@ -73,6 +74,7 @@ void FormatTextVW(wchar_t* pwszTarget, std::size_t cchTarget, const wchar_t* pws
     {
         return;
     }
+    pwszTarget[0] = L'\0';
     _vsnwprintf(pwszTarget, cchTarget, pwszFormat, arguments);
     pwszTarget[cchTarget - 1] = L'\0'; // a text that was cut comes without a terminator
 }

@@ -104,6 +104,8 @@ TEST_CASE("a text that the system cannot convert leaves an empty one and says so
 
     redirector.FailCall("WideCharToMultiByte", 1, FailMode::FromThereOn, ERROR_INVALID_PARAMETER);
     CHECK(AnsiText(L"abc").empty());
+    redirector.FailCall("WideCharToMultiByte", 2, FailMode::Once, ERROR_INVALID_PARAMETER); // the first only measures
+    CHECK(AnsiText(L"abc").empty());
     redirector.StopFailing("WideCharToMultiByte");
 
     redirector.FailCall("MultiByteToWideChar", 1, FailMode::Once, ERROR_INVALID_PARAMETER);

@@ -1,5 +1,7 @@
 #include "common/BoundedText.h"
 
+#include "support/ImportRedirector.h"
+
 #include <catch2/catch.hpp>
 
 #include <cstring>
@@ -96,6 +98,22 @@ TEST_CASE("a formatted text of exactly the buffer's size is cut by one and termi
     wchar_t wszTarget[5] = {L'?', L'?', L'?', L'?', L'?'};
     FormatTextW(wszTarget, L"%d", 12345);
     CHECK(std::wstring(wszTarget, 5) == std::wstring(L"1234\0", 5));
+}
+
+TEST_CASE("a text that the run-time library does not format at all is empty")
+{
+    test::ImportRedirector redirector;
+    char szTarget[] = "????";
+    redirector.FailCall("_vsnprintf", 1, test::FailMode::Once, 0, static_cast<ULONGLONG>(-1));
+    FormatTextA(szTarget, "%d", 12);
+    CHECK(redirector.Failures("_vsnprintf") == 1);
+    CHECK(std::string(szTarget).empty());
+
+    wchar_t wszTarget[] = L"????";
+    redirector.FailCall("_vsnwprintf", 1, test::FailMode::Once, 0, static_cast<ULONGLONG>(-1));
+    FormatTextW(wszTarget, L"%d", 12);
+    CHECK(redirector.Failures("_vsnwprintf") == 1);
+    CHECK(std::wstring(wszTarget).empty());
 }
 
 TEST_CASE("%s in a wide format is a wide text, %S a narrow one")
