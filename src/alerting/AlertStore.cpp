@@ -61,6 +61,10 @@ DWORD AppendLine(HANDLE hFile, const char* pszLine) noexcept
     const bool bEnded = std::strchr(pszLine, '\n') != nullptr; // a line that was cut has no end
     const int cchText = static_cast<int>(std::strlen(pszLine)) - (bEnded ? 1 : 0);
     FormatTextA(szBytes, "%s%.*s%s", MissingLineEnd(hFile), cchText, pszLine, bEnded ? "\r\n" : "");
+    if (cchText == 0 || szBytes[0] == '\0')
+    {
+        return ERROR_INVALID_DATA; // a line that could not be put together must not count as stored
+    }
     return WriteWhole(hFile, szBytes, std::strlen(szBytes));
 }
 

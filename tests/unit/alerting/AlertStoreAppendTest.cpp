@@ -159,6 +159,18 @@ TEST_CASE("an alert that cannot be written is refused without a word")
     CHECK(HandlesGainedBy([] { SaveDiskAlert(); }) == 0);
 }
 
+TEST_CASE("an alert whose line cannot be put together is refused and leaves the file alone")
+{
+    StoreBench bench;
+    bench.tree.WriteAlerts(LineOf(1));
+    const auto ullCall = GENERATE(2ULL, 5ULL); // behind the time; behind the two paths, with its end
+    CAPTURE(ullCall);
+    bench.imports.FailCall("_vsnprintf", ullCall, FailMode::Once, 0, static_cast<ULONGLONG>(-1));
+    CHECK(SaveDiskAlert() == -1);
+    CHECK(bench.imports.Failures("_vsnprintf") == 1);
+    CHECK(bench.tree.Alerts() == LineOf(1));
+}
+
 TEST_CASE("an alert whose write fails without an error is not written")
 {
     StoreBench bench;
