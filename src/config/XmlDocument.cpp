@@ -109,6 +109,10 @@ HRESULT XmlDocument::Load(const wchar_t* pwszPath) noexcept
 
 HRESULT XmlDocument::Find(const wchar_t* pwszNodePath, ComPtr<IXMLDOMNode>& node) noexcept
 {
+    if (*pwszNodePath == L'\0')
+    {
+        return E_INVALIDARG; // some document objects crash on it
+    }
     const UniqueBstr path(pwszNodePath);
     if (!path)
     {

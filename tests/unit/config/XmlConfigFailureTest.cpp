@@ -209,6 +209,15 @@ TEST_CASE("each failure of the document object ends the reading of a policy valu
     CHECK(GetAlertConfValue(1, 1) == 60);
 }
 
+TEST_CASE("a policy value whose path cannot be put together is -1")
+{
+    FailingConfig config;
+    CHECK(GetAlertConfValue(1, 1) == 60); // finds the file
+    config.redirector.FailCall("_vsnwprintf", 1, FailMode::Once, 0, static_cast<ULONGLONG>(-1));
+    CHECK(GetAlertConfValue(1, 1) == -1);
+    CHECK(config.redirector.Failures("_vsnwprintf") == 1);
+}
+
 TEST_CASE("each failure of the document object ends the reading of the log level with -1, the level untouched")
 {
     FailingConfig config;
