@@ -30,7 +30,7 @@ public:
         for (;;)
         {
             const HRESULT nResult = operation();
-            if (!IsSharingStatus(nResult) || GetTickCount64() + PAUSE_MS > m_ullEndMs)
+            if (!IsSharingStatus(nResult) || GetTickCount64() - m_ullBeginMs + PAUSE_MS > LIMIT_MS)
             {
                 return nResult;
             }
@@ -42,7 +42,7 @@ private:
     static constexpr DWORD PAUSE_MS = 50;
     static constexpr DWORD LIMIT_MS = 1000;
 
-    const ULONGLONG m_ullEndMs = GetTickCount64() + LIMIT_MS;
+    const ULONGLONG m_ullBeginMs = GetTickCount64(); // not the end, which may lie past a wrap of the count
 };
 
 } // namespace varnex
