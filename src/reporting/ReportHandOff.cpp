@@ -1,16 +1,42 @@
 #include "reporting/ReportHandOff.h"
 
 #include "common/EveryoneAccess.h"
+#include "common/ModulePath.h"
 #include "diag/SPLogger.h"
 #include "reporting/UtilizationStores.h"
 
 #include <cstring>
+
+#include <psapi.h>
 
 namespace varnex
 {
 
 namespace
 {
+
+// Whether a view's memory is a file's, and not the paging file's. What the system answers then has a length, or is an
+// error about a name that is too long for the buffer.
+bool IsViewOfFile(void* pView) noexcept
+{
+    wchar_t wszFile[PATH_CHARS];
+    SetLastError(ERROR_SUCCESS);
+    if (GetMappedFileNameW(GetCurrentProcess(), pView, wszFile, PATH_CHARS) != 0)
+    {
+        return true;
+    }
+    const DWORD dwError = GetLastError();
+    return dwError == ERROR_INSUFFICIENT_BUFFER || dwError == ERROR_MORE_DATA || dwError == ERROR_BAD_LENGTH;
+}
+
+// The name is open to every account: a section that somebody else made first may have memory that is only reserved, or
+// may be laid over a file, where a failing disk or network ends whoever touches it.
+bool IsUsable(void* pView) noexcept
+{
+    MEMORY_BASIC_INFORMATION region{};
+    return VirtualQuery(pView, &region, sizeof region) != 0 && region.State == MEM_COMMIT &&
+           region.RegionSize >= REPORT_SECTION_BYTES && !IsViewOfFile(pView);
+}
 
 bool MakeEvent(EveryoneAccess& access, const wchar_t* pwszName) noexcept
 {
@@ -30,10 +56,7 @@ bool MakeEvent(EveryoneAccess& access, const wchar_t* pwszName) noexcept
 UniqueView MapReportSection(HANDLE hSection) noexcept
 {
     UniqueView view(MapViewOfFile(hSection, FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, REPORT_SECTION_BYTES));
-    MEMORY_BASIC_INFORMATION region{};
-    // The name is open to every account: a section that somebody else made first may have memory that is only reserved.
-    if (view && (VirtualQuery(view.Get(), &region, sizeof region) == 0 || region.State != MEM_COMMIT ||
-                 region.RegionSize < REPORT_SECTION_BYTES))
+    if (view && !IsUsable(view.Get()))
     {
         view.Reset();
         SetLastError(ERROR_INVALID_ADDRESS);

@@ -1,0 +1,326 @@
+#include "HostUnderAttack.h"
+
+#include "module/ModuleInHost.h"
+#include "support/ImportRedirector.h"
+
+#include <varnex/Varnex.h>
+
+#include <catch2/catch.hpp>
+
+#include <algorithm>
+#include <array>
+#include <memory>
+
+namespace varnex::test
+{
+
+namespace
+{
+
+constexpr wchar_t KEY_VARIABLE[] = L"VARNEX_TEST_KEY";
+constexpr int FETCHED_AT_ONCE = 1000;
+constexpr DWORD LONG_WAIT_MS = 5000;
+
+enum Order : LONG
+{
+    ORDER_BEGIN = 1,
+    ORDER_FETCH,
+    ORDER_STOP_REPORTS,
+    ORDER_START_REPORTS,
+    ORDER_END
+};
+
+std::wstring NameOf(const wchar_t* pwszObject, const std::wstring& key)
+{
+    return std::wstring(L"varnex-test-security-") + pwszObject + key;
+}
+
+} // namespace
+
+struct HostUnderAttack::Talk
+{
+    volatile LONG nOrder;
+    volatile LONG nResult;
+    volatile LONG nLongestWaitMs;
+    volatile LONG anWaits[4]; // of 5, 15, 60 and 90 seconds
+};
+
+namespace
+{
+
+constexpr std::array<DWORD, 4> COUNTED_WAITS_MS = {5'000, 15'000, 60'000, 90'000};
+
+// The child's end of the talk, with the module.
+class Host
+{
+public:
+    explicit Host(const std::wstring& key)
+        : m_talk(NameOf(L"talk", key)), m_command(CreateEventW(nullptr, FALSE, FALSE, NameOf(L"command", key).c_str())),
+          m_answer(CreateEventW(nullptr, FALSE, FALSE, NameOf(L"answer", key).c_str())), m_imports(m_module.Handle())
+    {
+        m_imports.Replace<decltype(::Sleep)>("Sleep", [](DWORD dwMilliseconds)
+                                             { Sleep((std::min)((dwMilliseconds + 19) / 20, DWORD{500})); });
+        m_imports.Replace<decltype(::WaitForSingleObject)>("WaitForSingleObject",
+                                                           [this](HANDLE hObject, DWORD dwMilliseconds)
+                                                           { return Wait(hObject, dwMilliseconds); });
+    }
+
+    void Serve()
+    {
+        for (LONG nOrder = 0; nOrder != ORDER_END;)
+        {
+            REQUIRE(WaitForSingleObject(m_command.Get(), 4 * HostUnderAttack::PATIENCE_MS) == WAIT_OBJECT_0);
+            nOrder = m_talk->nOrder;
+            InterlockedExchange(&m_talk->nResult, Obey(nOrder));
+            SetEvent(m_answer.Get());
+        }
+    }
+
+private:
+    DWORD Wait(HANDLE hObject, DWORD dwMilliseconds)
+    {
+        for (std::size_t i = 0; i < COUNTED_WAITS_MS.size(); ++i)
+        {
+            InterlockedExchangeAdd(&m_talk->anWaits[i], dwMilliseconds == COUNTED_WAITS_MS[i] ? 1 : 0);
+        }
+        if (dwMilliseconds != INFINITE)
+        {
+            RaiseTo(m_talk->nLongestWaitMs, static_cast<LONG>(dwMilliseconds));
+        }
+        const bool bShorten = dwMilliseconds != INFINITE && dwMilliseconds >= LONG_WAIT_MS;
+        return WaitForSingleObject(hObject, bShorten ? dwMilliseconds / 100 : dwMilliseconds);
+    }
+
+    int Obey(LONG nOrder)
+    {
+        switch (nOrder)
+        {
+        case ORDER_BEGIN:
+            m_module.Start(VARNEX_ALERT_MEMORY);
+            return StartReports();
+        case ORDER_FETCH:
+            return Fetch();
+        case ORDER_STOP_REPORTS:
+            return StopReports();
+        case ORDER_START_REPORTS:
+            return StartReports();
+        default:
+            StopReports();
+            return m_module.Stop(VARNEX_ALERT_ALL);
+        }
+    }
+
+    int StartReports() const { return static_cast<int>(Export<decltype(::StartPKIUtlThread)>("StartPKIUtlThread")()); }
+    int StopReports() const { return static_cast<int>(Export<decltype(::StopPKIUtlThread)>("StopPKIUtlThread")()); }
+
+    int Fetch() const
+    {
+        std::vector<int> numbers(FETCHED_AT_ONCE + 1);
+        std::vector<wchar_t> text(512);
+        std::vector<wchar_t*> texts(FETCHED_AT_ONCE + 1, text.data());
+        return Export<decltype(::GetAlertRecord)>("GetAlertRecord")(numbers.data(), texts.data(), 512, numbers.data(),
+                                                                    numbers.data(), FETCHED_AT_ONCE);
+    }
+
+    template <class Signature>
+    Signature* Export(const char* pszName) const
+    {
+        return reinterpret_cast<Signature*>(reinterpret_cast<void*>(GetProcAddress(m_module.Handle(), pszName)));
+    }
+
+    SharedPage<HostUnderAttack::Talk> m_talk;
+    UniqueHandle m_command;
+    UniqueHandle m_answer;
+    ModuleInHost m_module;
+    ImportRedirector m_imports;
+};
+
+// Every file below the tree's root, by its path from there.
+void ListFiles(const std::wstring& directory, const std::wstring& prefix, std::vector<std::wstring>& files)
+{
+    WIN32_FIND_DATAW found;
+    const HANDLE hFind = FindFirstFileW((directory + L"\\*").c_str(), &found);
+    REQUIRE(hFind != INVALID_HANDLE_VALUE);
+    do
+    {
+        const std::wstring name = found.cFileName;
+        if (name == L"." || name == L"..")
+        {
+            continue;
+        }
+        files.push_back(prefix + name);
+        if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+        {
+            ListFiles(directory + L"\\" + name, prefix + name + L"\\", files);
+        }
+    } while (FindNextFileW(hFind, &found));
+    FindClose(hFind);
+}
+
+bool IsTheModules(const std::wstring& file)
+{
+    static const std::wstring OWN[] = {L"A",
+                                       L"A\\B",
+                                       L"A\\B\\bin",
+                                       L"A\\B\\Logs",
+                                       L"A\\B\\bin\\Varnex.dll",
+                                       L"A\\B\\bin\\KpmCfg.xml",
+                                       L"A\\B\\bin\\KpmCfg.xml.tmp",
+                                       L"A\\B\\bin\\LocalAlt.dat",
+                                       L"A\\B\\bin\\LocalAlt_Backup.dat"};
+    return std::find(std::begin(OWN), std::end(OWN), file) != std::end(OWN) ||
+           file.rfind(L"A\\B\\Logs\\Varnex", 0) == 0;
+}
+
+} // namespace
+
+TEST_CASE("child: a host with the module does what it is told", "[.]")
+{
+    wchar_t wszKey[64] = L"";
+    REQUIRE(GetEnvironmentVariableW(KEY_VARIABLE, wszKey, 64) != 0);
+    // Never destroyed: the process ends without an unload, as the simplest host does.
+    auto* pHost = new Host(wszKey);
+    pHost->Serve();
+}
+
+HostUnderAttack::HostUnderAttack()
+    : m_key(std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(GetTickCount64())),
+      m_talk(std::make_unique<SharedPage<Talk>>(NameOf(L"talk", m_key))),
+      m_command(CreateEventW(nullptr, FALSE, FALSE, NameOf(L"command", m_key).c_str())),
+      m_answer(CreateEventW(nullptr, FALSE, FALSE, NameOf(L"answer", m_key).c_str()))
+{
+    tree.CopyModule();
+    tree.WriteConfig(ConfigBuilder()
+                         .SetPolicy("Memory", 1, 1, 1, 5)
+                         .SetLogLevel(3)
+                         .SetCounter("Date", "2026-01-31")
+                         .SetCounter("PH", "0")
+                         .SetCounter("PF", "0"));
+}
+
+HostUnderAttack::~HostUnderAttack() = default;
+
+void HostUnderAttack::Begin()
+{
+    ChildOptions options = ModuleInHost::OptionsFor(tree);
+    options.environment[KEY_VARIABLE] = m_key;
+    m_host = std::make_unique<ChildProcess>(
+        ChildProcess::OfTestCase("child: a host with the module does what it is told", options));
+    Command(ORDER_BEGIN);
+}
+
+int HostUnderAttack::Command(LONG nCommand)
+{
+    InterlockedExchange(&(*m_talk)->nOrder, nCommand);
+    SetEvent(m_command.Get());
+    const ULONGLONG ullGiveUp = GetTickCount64() + PATIENCE_MS;
+    for (bool bRuns = true; WaitForSingleObject(m_answer.Get(), 20) != WAIT_OBJECT_0; bRuns = m_host->Runs())
+    {
+        CAPTURE(nCommand, m_host->Output(), Log().Bytes());
+        REQUIRE(bRuns); // at the last look, which the answer may have come after
+        REQUIRE(GetTickCount64() < ullGiveUp);
+    }
+    return (*m_talk)->nResult;
+}
+
+int HostUnderAttack::FetchAll()
+{
+    return Command(ORDER_FETCH);
+}
+
+void HostUnderAttack::StopReports()
+{
+    Command(ORDER_STOP_REPORTS);
+}
+
+void HostUnderAttack::StartReports()
+{
+    Command(ORDER_START_REPORTS);
+}
+
+bool HostUnderAttack::CanLog()
+{
+    const std::size_t nLines = Log().Lines().size();
+    StartReports(); // a start of what runs already logs two lines
+    return Log().Lines().size() > nLines;
+}
+
+void HostUnderAttack::CheckAlive() const
+{
+    if (!m_host->Runs())
+    {
+        FAIL("the host ended with " << m_host->ExitCode() << ":\n" << m_host->Output());
+    }
+}
+
+void HostUnderAttack::End()
+{
+    Command(ORDER_END);
+    CAPTURE(m_host->Output(), Log().Bytes());
+    REQUIRE(m_host->WaitForEnd(PATIENCE_MS));
+    CHECK(m_host->ExitCode() == 0);
+    std::vector<std::wstring> files;
+    ListFiles(tree.Root(), L"", files);
+    for (const std::wstring& file : files)
+    {
+        CAPTURE(file);
+        CHECK(IsTheModules(file));
+    }
+}
+
+DWORD HostUnderAttack::LongestWaitMs() const
+{
+    return static_cast<DWORD>((*m_talk)->nLongestWaitMs);
+}
+
+LONG HostUnderAttack::WaitsOf(DWORD dwMilliseconds) const
+{
+    const auto found = std::find(COUNTED_WAITS_MS.begin(), COUNTED_WAITS_MS.end(), dwMilliseconds);
+    REQUIRE(found != COUNTED_WAITS_MS.end());
+    return (*m_talk)->anWaits[found - COUNTED_WAITS_MS.begin()];
+}
+
+std::wstring HostUnderAttack::AskForReport(std::uint32_t nTotal, std::uint32_t nMinimum) const
+{
+    HostAgent agent(L"");
+    agent.TakeFinish(); // of a report that somebody else asked for
+    agent.Ask(nTotal, nMinimum);
+    CAPTURE(Log().Bytes());
+    REQUIRE(agent.TakeFinish(PATIENCE_MS));
+    REQUIRE(agent.IsRestUntouched());
+    AwaitReset();
+    return agent.Text();
+}
+
+void HostUnderAttack::AwaitReset() const
+{
+    const UniqueHandle begin(OpenEventW(SYNCHRONIZE, FALSE, BEGIN_NAME));
+    REQUIRE(begin);
+    const ULONGLONG ullGiveUp = GetTickCount64() + PATIENCE_MS;
+    while (WaitForSingleObject(begin.Get(), 0) == WAIT_OBJECT_0)
+    {
+        REQUIRE(GetTickCount64() < ullGiveUp);
+        CheckAlive();
+        Sleep(1);
+    }
+}
+
+bool HostUnderAttack::AwaitAlerts(std::size_t nLines) const
+{
+    const ULONGLONG ullGiveUp = GetTickCount64() + PATIENCE_MS;
+    for (;;)
+    {
+        const std::string bytes = tree.Alerts();
+        if (std::count(bytes.begin(), bytes.end(), '\n') >= static_cast<long long>(nLines))
+        {
+            return true;
+        }
+        if (GetTickCount64() >= ullGiveUp)
+        {
+            return false;
+        }
+        Sleep(20);
+    }
+}
+
+} // namespace varnex::test

@@ -1,0 +1,77 @@
+#pragma once
+
+#include "HostAgent.h"
+
+#include "reliability/processes/SharedPage.h"
+#include "support/ChildProcess.h"
+#include "support/LogFile.h"
+#include "support/LogMatchers.h"
+#include "support/ModuleTree.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace varnex::test
+{
+
+constexpr wchar_t ALERT_MUTEX_NAME[] = L"Global\\{A2C32408-95FF-4183-8208-1C370A075B80}";
+constexpr wchar_t COUNTS_MUTEX_NAME[] = L"Global\\{49BCAD94-02E7-4d1d-9CDA-5A7246CDD559}";
+
+// A host process with the shipped DLL under the module's own names, while the test plays the hostile process:
+//
+//     HostUnderAttack host;
+//     const HostileObject taken(HostileObject::Kind::Mutex, SECTION_NAME);
+//     host.Begin();  // the module is loaded, with a memory monitor that raises an alert at once, and reporting runs
+//     CHECK(host.FetchAll() == 2);
+//     host.End();    // it ended by itself and well, and wrote to no file but its own
+//
+// The host runs on the real machine and in real time, but a second of sleep takes it a twentieth, and of a wait of five
+// seconds or more it waits a hundredth.
+class HostUnderAttack
+{
+public:
+    HostUnderAttack();
+    ~HostUnderAttack();
+    HostUnderAttack(const HostUnderAttack&) = delete;
+    HostUnderAttack& operator=(const HostUnderAttack&) = delete;
+
+    void Begin();
+    // What the host is asked for while it runs. Each fails the test when the host has ended or does not answer.
+    int FetchAll();
+    void StopReports();
+    void StartReports();
+    // Has the host log a line, and says whether it is in the log.
+    bool CanLog();
+    void End();
+    // Fails the test, with what the host said, when it has ended.
+    void CheckAlive() const;
+
+    // The longest time-out of the module's waits so far, and how often it was asked for, as the module asked.
+    DWORD LongestWaitMs() const;
+    LONG WaitsOf(DWORD dwMilliseconds) const;
+
+    LogFile Log() const { return LogFile(tree); }
+    // Fails the test when none comes.
+    std::wstring AskForReport(std::uint32_t nTotal = 5, std::uint32_t nMinimum = 1) const;
+    // Until the module has reset the begin event: what is asked before that is lost.
+    void AwaitReset() const;
+    // Until the monitor's two alerts are in the alert file.
+    bool AwaitAlerts(std::size_t nLines = 2) const;
+
+    ModuleTree tree;
+    static constexpr DWORD PATIENCE_MS = 30'000;
+
+    struct Talk;
+
+private:
+    int Command(LONG nCommand);
+
+    std::wstring m_key;
+    std::unique_ptr<SharedPage<Talk>> m_talk;
+    UniqueHandle m_command;
+    UniqueHandle m_answer;
+    std::unique_ptr<ChildProcess> m_host;
+};
+
+} // namespace varnex::test

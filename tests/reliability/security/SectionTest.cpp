@@ -1,0 +1,288 @@
+#include "HostUnderAttack.h"
+#include "HostileObject.h"
+
+#include "reliability/LongForm.h"
+#include "support/ImportRedirector.h"
+#include "support/LoadedModule.h"
+#include "support/TestText.h"
+#include "support/XmlReader.h"
+
+#include <varnex/Varnex.h>
+
+#include <catch2/catch.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <random>
+#include <regex>
+#include <set>
+
+// The report section, which every account may make first, and write to at any time.
+
+namespace varnex::test
+{
+
+namespace
+{
+
+constexpr char PATTERN = '\x5A';
+constexpr std::size_t MAX_TEXT = (SECTION_BYTES - TEXT_OFFSET) / sizeof(wchar_t);
+constexpr char REFUSED[] = "PrepareSendingMMFAndEvent -- MapViewOfFile fail(";
+
+// A file outside the module's folders, which goes with the last handle. The module's own handle of a section over it
+// stays open until the process ends.
+UniqueFile MakeVictim()
+{
+    wchar_t wszFolder[MAX_PATH + 1];
+    REQUIRE(GetTempPathW(MAX_PATH + 1, wszFolder) != 0);
+    const std::wstring path = std::wstring(wszFolder) + L"varnex-victim-" + std::to_wstring(GetCurrentProcessId());
+    UniqueFile file(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, FILE_SHARE_DELETE, nullptr,
+                                CREATE_ALWAYS, FILE_FLAG_DELETE_ON_CLOSE, nullptr));
+    REQUIRE(file);
+    return file;
+}
+
+// A section of somebody else's, filled with a pattern.
+class ForeignSection
+{
+public:
+    explicit ForeignSection(DWORD dwBytes, HANDLE hFile = INVALID_HANDLE_VALUE, const wchar_t* pwszName = SECTION_NAME)
+        : m_dwBytes(dwBytes), m_section(CreateFileMappingW(hFile, nullptr, PAGE_READWRITE, 0, dwBytes, pwszName))
+    {
+        REQUIRE(m_section);
+        REQUIRE(GetLastError() != ERROR_ALREADY_EXISTS);
+        m_view.Reset(MapViewOfFile(m_section.Get(), FILE_MAP_ALL_ACCESS, 0, 0, dwBytes));
+        REQUIRE(m_view);
+        std::memset(m_view.Get(), PATTERN, dwBytes);
+    }
+
+    // Whether everything from that offset on is as it was.
+    bool IsUntouchedFrom(std::size_t nOffset) const
+    {
+        const char* const pBytes = static_cast<const char*>(m_view.Get());
+        return std::all_of(pBytes + nOffset, pBytes + m_dwBytes, [](char chByte) { return chByte == PATTERN; });
+    }
+
+private:
+    DWORD m_dwBytes;
+    UniqueHandle m_section;
+    UniqueView m_view;
+};
+
+// Runs an operation again and again on another thread until its scope ends.
+class Storm
+{
+public:
+    explicit Storm(std::function<void()> operation) : m_operation(std::move(operation))
+    {
+        m_thread.Reset(CreateThread(nullptr, 0, &Storm::Run, this, 0, nullptr));
+        REQUIRE(m_thread);
+    }
+    ~Storm()
+    {
+        m_bEnd = true;
+        WaitForSingleObject(m_thread.Get(), INFINITE);
+    }
+    Storm(const Storm&) = delete;
+    Storm& operator=(const Storm&) = delete;
+
+private:
+    static DWORD WINAPI Run(void* pStorm)
+    {
+        auto& storm = *static_cast<Storm*>(pStorm);
+        while (!storm.m_bEnd)
+        {
+            storm.m_operation();
+        }
+        return 0;
+    }
+
+    std::function<void()> m_operation;
+    std::atomic<bool> m_bEnd{false};
+    UniqueHandle m_thread;
+};
+
+// The numbers of the requests that were answered, as the log has them where they were read and where they were used.
+using Numbers = std::vector<std::pair<std::string, std::string>>;
+Numbers NumbersIn(const LogFile& log, const std::string& pattern)
+{
+    Numbers numbers;
+    const std::regex expression(pattern);
+    for (const LogLine& line : log.Lines())
+    {
+        std::smatch match;
+        if (std::regex_search(line.text, match, expression))
+        {
+            numbers.emplace_back(match[1], match[2]);
+        }
+    }
+    return numbers;
+}
+Numbers NumbersRead(const LogFile& log)
+{
+    return NumbersIn(log, "MMF data: TotalSamplingAmout\\((-?[0-9]+)\\), MinimumSamplingAmout\\((-?[0-9]+)\\)");
+}
+Numbers NumbersUsed(const LogFile& log)
+{
+    return NumbersIn(log, "CreatePKIXMLToMMF -- Should calculate.*nTotalSampleNum\\((-?[0-9]+)\\), "
+                          "nMinSampleNum\\((-?[0-9]+)\\)");
+}
+
+// Everything of the section as the hostile process sees it.
+class OpenSection
+{
+public:
+    OpenSection()
+        : m_section(OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, SECTION_NAME)),
+          m_view(MapViewOfFile(m_section.Get(), FILE_MAP_ALL_ACCESS, 0, 0, SECTION_BYTES))
+    {
+        REQUIRE(m_view);
+    }
+    volatile std::uint32_t* Words() const { return static_cast<volatile std::uint32_t*>(m_view.Get()); }
+
+private:
+    UniqueHandle m_section;
+    UniqueView m_view;
+};
+
+} // namespace
+
+TEST_CASE("a section that is too small is refused, and nothing is written to it")
+{
+    const DWORD dwBytes = GENERATE(16, 4096, 28'672);
+    CAPTURE(dwBytes);
+    const ForeignSection foreign(dwBytes);
+    HostUnderAttack host;
+    host.Begin();
+    SetEvent(UniqueHandle(OpenEventW(EVENT_MODIFY_STATE, FALSE, BEGIN_NAME)).Get());
+    Sleep(100);
+    CHECK(host.AwaitAlerts());
+    ResetEvent(UniqueHandle(OpenEventW(EVENT_MODIFY_STATE, FALSE, BEGIN_NAME)).Get());
+    host.End();
+    CHECK(foreign.IsUntouchedFrom(0));
+    CHECK_THAT(host.Log(), HasLineContaining(REFUSED));
+    CHECK_THAT(host.Log(), HasLineContaining("CPKIUtlCheckingThread -- MapViewOfFile("));
+}
+
+TEST_CASE("of a section that is larger only the first 32768 bytes are written, and reports come")
+{
+    const DWORD dwBytes = GENERATE(36'864, 16 * 1024 * 1024);
+    CAPTURE(dwBytes);
+    const ForeignSection foreign(dwBytes);
+    HostUnderAttack host;
+    host.Begin();
+    CHECK_THAT(Utf8FromWide(host.AskForReport()), Catch::Contains("<MemoryUtil"));
+    host.End();
+    CHECK(foreign.IsUntouchedFrom(SECTION_BYTES));
+}
+
+// The disk or network behind a file can fail at any touch, which would end the host.
+TEST_CASE("a section that is laid over a file is refused, and the file is not written to")
+{
+    HostUnderAttack host;
+    const UniqueFile file = MakeVictim();
+    const ForeignSection foreign(SECTION_BYTES, file.Get());
+    host.Begin();
+    SetEvent(UniqueHandle(OpenEventW(EVENT_MODIFY_STATE, FALSE, BEGIN_NAME)).Get());
+    CHECK(host.AwaitAlerts());
+    ResetEvent(UniqueHandle(OpenEventW(EVENT_MODIFY_STATE, FALSE, BEGIN_NAME)).Get());
+    host.End();
+    CHECK(foreign.IsUntouchedFrom(0));
+    CHECK_THAT(host.Log(), HasLineContaining(REFUSED));
+    CHECK_THAT(host.Log(), HasLineContaining("CPKIUtlCheckingThread -- MapViewOfFile("));
+}
+
+TEST_CASE("a name of a file that is too long to be asked for does not hide it")
+{
+    ModuleTree tree;
+    tree.CopyModule();
+    const UniqueFile file = MakeVictim();
+    const ForeignSection foreign(SECTION_BYTES, file.Get());
+    LoadedModule module(tree, LoadedModule::Start::Later);
+    ImportRedirector imports(module.Handle());
+    imports.FailCall("K32GetMappedFileNameW", 1, FailMode::FromThereOn, ERROR_MORE_DATA);
+    REQUIRE(module.Attach());
+    CHECK(imports.Failures("K32GetMappedFileNameW") == 1);
+    CHECK(foreign.IsUntouchedFrom(0));
+    CHECK_THAT(LogFile(tree), HasLineContaining(REFUSED));
+}
+
+TEST_CASE("a request that changes as soon as it was read is answered as it was read")
+{
+    ModuleTree tree;
+    tree.CopyModule();
+    LoadedModule module(tree, LoadedModule::Start::Later);
+    ImportRedirector imports(module.Handle());
+    REQUIRE(module.Attach());
+    const OpenSection section;
+    std::atomic<int> nChanges{0};
+    // The module logs what it read before it uses it: each line that it writes changes the section.
+    imports.Replace<decltype(::WriteFile)>(
+        "WriteFile",
+        [&](HANDLE hFile, LPCVOID pData, DWORD cbData, LPDWORD pcbWritten, LPOVERLAPPED pOverlapped)
+        {
+            const BOOL bWritten = WriteFile(hFile, pData, cbData, pcbWritten, pOverlapped);
+            if (std::string(static_cast<const char*>(pData), cbData).find("MMF data") != std::string::npos)
+            {
+                section.Words()[0] = 0;
+                section.Words()[1] = 0;
+                section.Words()[2] = 0xFFFFFFFF;
+                ++nChanges;
+            }
+            return bWritten;
+        });
+    imports.Replace<decltype(::Sleep)>("Sleep", [](DWORD dwMilliseconds) { Sleep((dwMilliseconds + 19) / 20); });
+    module.Export<decltype(::StartPKIUtlThread)>("StartPKIUtlThread")();
+    HostAgent agent(L"");
+    agent.Ask(7, 3);
+    CHECK(agent.TakeFinish(HostUnderAttack::PATIENCE_MS));
+    module.Export<decltype(::StopPKIUtlThread)>("StopPKIUtlThread")();
+    CHECK(nChanges > 0);
+    CHECK(agent.Length() > 0);
+    CHECK(agent.Length() <= MAX_TEXT);
+    const LogFile log(tree);
+    CHECK(NumbersRead(log) == Numbers{{"7", "3"}});
+    CHECK(NumbersUsed(log) == Numbers{{"7", "3"}});
+}
+
+TEST_CASE("a section that another process never stops writing to is answered, and the host lives")
+{
+    HostUnderAttack host;
+    host.Begin();
+    host.AskForReport(); // the samplers have begun
+    const int nReports = IsLongForm() ? 3000 : 300;
+    int nAnswered = 0;
+    {
+        const OpenSection section;
+        std::mt19937 random(20260131);
+        const Storm storm(
+            [&]
+            {
+                const std::uint32_t nWhere = random() % 3 == 0 ? random() % (SECTION_BYTES / 4) : random() % 3;
+                section.Words()[nWhere] = random() % 4 == 0 ? random() : 1 + random() % 3;
+            });
+        const UniqueHandle begin(OpenEventW(EVENT_ALL_ACCESS, FALSE, BEGIN_NAME));
+        const UniqueHandle finish(OpenEventW(EVENT_ALL_ACCESS, FALSE, FINISH_NAME));
+        for (int i = 0; i < nReports; ++i)
+        {
+            CAPTURE(i);
+            SetEvent(begin.Get());
+            REQUIRE(WaitForSingleObject(finish.Get(), HostUnderAttack::PATIENCE_MS) == WAIT_OBJECT_0);
+            ++nAnswered;
+            ResetEvent(finish.Get());
+            host.AwaitReset();
+        }
+    }
+    CHECK(nAnswered == nReports);
+    CHECK_THAT(Utf8FromWide(host.AskForReport()), Catch::Contains("<MemoryUtil")); // the next honest one
+    host.End();
+    const Numbers used = NumbersUsed(host.Log());
+    CHECK(used == NumbersRead(host.Log()));
+    CHECK(std::set(used.begin(), used.end()).size() > 5); // or the storm did not meet the readings
+    PrintFigure("hostile section: " + std::to_string(nReports) +
+                " reports while another process writes to it without a pause: all answered, each by the numbers it was "
+                "read with");
+}
+
+} // namespace varnex::test
