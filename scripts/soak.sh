@@ -32,6 +32,7 @@ run_item contention reliability_contention
 run_item log reliability_log
 run_item hostile reliability_hostile
 run_item time reliability_time
+run_item security reliability_security
 
 if [ "$found" = no ]; then
   echo "soak: there is no item '$wanted'; they are: $(grep -o '^run_item [a-z]*' "$0" | cut -d' ' -f2 | xargs)" >&2

@@ -51,6 +51,7 @@ const std::map<std::string, DWORD>& ZeroAnswers()
         {"GetThreadId", ERROR_INVALID_HANDLE},
         {"GlobalAlloc", ERROR_NOT_ENOUGH_MEMORY},
         {"InitializeSecurityDescriptor", ERROR_UNKNOWN_REVISION},
+        {"K32GetMappedFileNameW", ERROR_ACCESS_DENIED},
         {"LoadLibraryA", ERROR_NOT_ENOUGH_MEMORY},
         {"LoadLibraryW", ERROR_NOT_ENOUGH_MEMORY},
         {"LocalAlloc", ERROR_NOT_ENOUGH_MEMORY},
