@@ -337,6 +337,7 @@ void ClockCore::AwaitExits()
         if (worker->thread)
         {
             WaitForSingleObject(worker->thread.Get(), m_dwGuardMs);
+            worker->thread.Reset(); // a thread that was ended by force leaves the worker itself behind
         }
     }
 }

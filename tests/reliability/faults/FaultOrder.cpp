@@ -18,6 +18,11 @@ std::string ReadVariable(const wchar_t* pwszName)
     return Utf8FromWide(value);
 }
 
+FailMode ModeOf(const std::string& name)
+{
+    return name == NameOf(FailMode::FromThereOn) ? FailMode::FromThereOn : FailMode::Once;
+}
+
 } // namespace
 
 std::string FaultPoint::Text() const
@@ -30,15 +35,15 @@ FaultPoint FaultPoint::OfText(const std::string& text)
     FaultPoint point;
     std::string mode;
     std::istringstream(text) >> point.target >> mode >> point.ullCall;
-    point.mode = mode == NameOf(FailMode::FromThereOn) ? FailMode::FromThereOn : FailMode::Once;
+    point.mode = ModeOf(mode);
     return point;
 }
 
-// Four lines.
+// Five lines.
 std::wstring FaultOrder::Text() const
 {
-    std::string text =
-        std::to_string(ullPoints) + "\n" + (last.ullCall == 0 ? "" : last.Text()) + "\n" + sabotage + "\n";
+    std::string text = NameOf(mode) + ("\n" + std::to_string(ullPoints)) + "\n" +
+                       (last.ullCall == 0 ? "" : last.Text()) + "\n" + sabotage + "\n";
     for (const std::string& target : targets)
     {
         text += target + " ";
@@ -51,6 +56,8 @@ FaultOrder FaultOrder::OfThisProcess()
     std::istringstream text(ReadVariable(FAULT_ORDER_VARIABLE));
     FaultOrder order;
     std::string line;
+    std::getline(text, line);
+    order.mode = ModeOf(line);
     std::getline(text, line);
     order.ullPoints = std::strtoull(line.c_str(), nullptr, 10);
     std::getline(text, line);

@@ -3,6 +3,7 @@
 #include "HostAgent.h"
 #include "ImportFaults.h"
 
+#include "common/Com.h"
 #include "support/AlertLines.h"
 #include "support/ConfigBuilder.h"
 #include "support/ScriptScope.h"
@@ -12,7 +13,12 @@
 
 #include <catch2/catch.hpp>
 
+#include <msxml2.h>
+
+#include <algorithm>
 #include <array>
+#include <cstring>
+#include <memory>
 
 namespace varnex::test
 {
@@ -20,18 +26,25 @@ namespace varnex::test
 namespace
 {
 
-constexpr unsigned WORK_SECONDS = 6; // three samples of each monitor, the network one's of a second each
+constexpr unsigned WORK_SECONDS = 5; // three samples of each monitor: the network one's take a second each
+constexpr int THRESHOLD = 50;        // of all policies
 constexpr unsigned REPORT_SECONDS = 30;
 
 ConfigBuilder FaultConfig()
 {
     return ConfigBuilder()
-        .SetPolicy("CPU", 1, 50, 3, 5)
-        .SetPolicy("Memory", 1, 50, 3, 5)
-        .SetPolicy("Disk", 1, 50, 3, 5)
-        .SetPolicy("Network", 1, 50, 3, 5)
-        .SetLogLevel(3)
+        .SetPolicy("CPU", 2, THRESHOLD, 3, 5)
+        .SetPolicy("Memory", 2, THRESHOLD, 3, 5)
+        .SetPolicy("Disk", 2, THRESHOLD, 3, 5)
+        .SetPolicy("Network", 1, THRESHOLD, 3, 5)
+        .SetLogLevel(1) // a fault is told at this level; at higher ones each line makes the same calls again
         .SetCounter("Date", "2026-01-30"); // the first alert begins a new day
+}
+
+int DefaultThreshold(int nAlertType)
+{
+    static const std::array<int, 6> defaults = {0, 85, 85, 50, 60, 85};
+    return defaults.at(static_cast<std::size_t>(nAlertType));
 }
 
 const char* NameOfDomMethod(DomMethod method)
@@ -43,6 +56,19 @@ const char* NameOfDomMethod(DomMethod method)
         "IXMLDOMElement::appendChild",       "IXMLDOMElement::get_text",
         "IXMLDOMElement::put_text",          "IXMLDOMDocument::save"};
     return names.at(static_cast<std::size_t>(method));
+}
+
+// A document's own way to a file leads through monikers and a window, and took most of a life's time. This one hands the
+// file's bytes over; what the module sees is the same.
+HRESULT LoadBytes(IXMLDOMDocument* pDocument, const VARIANT& path, VARIANT_BOOL* pbLoaded)
+{
+    const std::string bytes = ReadFileBytes(path.bstrVal);
+    ScopedVariant source;
+    VARIANT* const pSource = source.Receive();
+    pSource->parray = SafeArrayCreateVector(VT_UI1, 0, static_cast<ULONG>(bytes.size()));
+    pSource->vt = VT_ARRAY | VT_UI1;
+    std::memcpy(pSource->parray->pvData, bytes.data(), bytes.size());
+    return pDocument->load(source.Get(), pbLoaded);
 }
 
 bool EventExists(const wchar_t* pwszName, const std::wstring& key)
@@ -61,16 +87,29 @@ bool CanAsk(const std::wstring& key)
 
 FaultScenario::ReadyTree::ReadyTree()
 {
-    CopyModule();
+    // The build leaves a copy without debug information.
+    const std::wstring lean = ProgramDirectory() + L"\\reliability_faults\\Varnex.dll";
+    const bool bOther = GetEnvironmentVariableW(L"VARNEX_DLL_PATH", nullptr, 0) != 0;
+    if (bOther || !FileExists(lean))
+    {
+        CopyModule();
+    }
+    else
+    {
+        CopyModule(lean);
+    }
     WriteConfig(FaultConfig());
 }
 
 FaultScenario::FaultScenario()
-    : module(tree, LoadedModule::Start::Later), imports(module.Handle()), mutexes(imports),
+    : module(tree, LoadedModule::Start::Later), imports(module.Handle()), handles(imports), mutexes(imports),
       names(imports, MakePrivateKey()), registry(imports), clock(imports), exports(imports), memory(exports),
       cpu(exports), pdh(imports), wmi(imports), table(imports),
       wmiMethods((wmi.SetObjects({WmiAdapter(L"Card", 2, WmiText(L"1000000000"))}), module.Handle()))
 {
+    dom.Replace<HRESULT(IXMLDOMDocument*, VARIANT, VARIANT_BOOL*)>(DomMethod::Load, LoadBytes);
+    // The disk itself is not at stake, and waiting for it costs more than all else that a save does.
+    imports.Replace<decltype(::FlushFileBuffers)>("FlushFileBuffers", [](HANDLE) -> BOOL { return TRUE; });
     registry.SetSwitch(1);
     cpu.Restart();
     cpu.SetUtilization(90);
@@ -87,6 +126,7 @@ FaultScenario::FaultScenario()
 std::vector<FaultTarget> FaultScenario::Targets()
 {
     std::vector<FaultTarget> targets = ImportTargets(imports);
+    targets.push_back(handles.CloseTarget());
     for (const FaultTarget& target : wmiMethods.Targets())
     {
         targets.push_back(target);
@@ -112,6 +152,7 @@ ScenarioOutcome FaultScenario::Run()
         EndWorkers(outcome);
     }
     CHECK(module.Unload());
+    outcome.nKept += handles.Kept();
     CheckFiles();
     CheckHoldings();
     return outcome;
@@ -126,7 +167,10 @@ void FaultScenario::Work(ScenarioOutcome& outcome)
     outcome.nFetched = Fetch();
     outcome.bReport = CanAsk(names.Key()) && AskForReport();
     module.Export<decltype(::StopWorkingThread)>("StopWorkingThread")(VARNEX_ALERT_ALL);
+    const ULONGLONG ullForced = imports.Calls("TerminateThread");
     module.Export<decltype(::StopPKIUtlThread)>("StopPKIUtlThread")();
+    // A thread that is ended by force leaves what it had open: the report thread the event that it waits for.
+    outcome.nKept += static_cast<std::size_t>(imports.Calls("TerminateThread") - ullForced);
 }
 
 int FaultScenario::Fetch()
@@ -144,19 +188,33 @@ int FaultScenario::Fetch()
     for (int i = 0; i < nCount; ++i)
     {
         CHECK((anTypes[i] >= 1 && anTypes[i] <= 5));
-        CHECK(anThresholds[i] == 50);
-        CHECK(anValues[i] >= 50);
+        // The policy's threshold, or where it could not be read the default one.
+        CHECK((anThresholds[i] == THRESHOLD || anThresholds[i] == DefaultThreshold(anTypes[i])));
+        CHECK(anValues[i] >= anThresholds[i]);
     }
     return nCount;
 }
 
 bool FaultScenario::AskForReport()
 {
-    HostAgent agent(names.Key());
-    agent.Ask(60, 1);
-    const bool bFinished = clock.AdvanceUntil([&agent] { return agent.TakeFinish(); }, REPORT_SECONDS);
-    CHECK(agent.Length() * sizeof(wchar_t) <= SECTION_BYTES - TEXT_OFFSET);
-    return bFinished && agent.Length() != 0;
+    const auto agent = std::make_shared<HostAgent>(names.Key());
+    // A request that could not be answered, or not be taken back, stays set and is looked at again at once. It is the
+    // asking process that ends this: it withdraws what is looked at for the second time.
+    const auto looks = std::make_shared<int>(0);
+    names.OnAsked(
+        [agent, looks](const std::wstring& call)
+        {
+            if (call == std::wstring(L"OpenEvent ") + BEGIN_NAME && ++*looks > 1)
+            {
+                agent->ResetBegin();
+            }
+        });
+    agent->Ask(60, 1);
+    const bool bFinished = clock.AdvanceUntil([&agent] { return agent->TakeFinish(); }, REPORT_SECONDS);
+    names.OnAsked({});
+    // Without the finish event the length is whatever Ask left there.
+    CHECK((!bFinished || agent->Length() * sizeof(wchar_t) <= SECTION_BYTES - TEXT_OFFSET));
+    return bFinished && agent->Length() != 0;
 }
 
 void FaultScenario::EndWorkers(ScenarioOutcome& outcome)
@@ -179,14 +237,24 @@ void FaultScenario::CheckFiles() const
     CHECK(tree.ConfigNode(L"KPMConfiguration/PkiAlertNum/Date").has_value());
 }
 
+// The disk reading goes on with a counter that was not added, or whose name could not be put together; its readings
+// fail.
+bool FaultScenario::CounterWasRefused() const
+{
+    const std::vector<PdhCall> calls = pdh.Calls();
+    return failing == "PdhAddCounterA" ||
+           std::any_of(calls.begin(), calls.end(),
+                       [](const PdhCall& call)
+                       { return call.function == "PdhAddCounterA" && call.status != ERROR_SUCCESS; });
+}
+
 void FaultScenario::CheckHoldings() const
 {
     CHECK(wmi.LiveObjects() == 0);
     // Whoever is refused to give back what he holds cannot but keep it.
     CHECK((failing == "VariantClear" || wmi.LiveTexts() == 0));
     CHECK((failing == "RegCloseKey" || registry.LiveKeys() == 0));
-    // The disk reading goes on with a counter that was not added; its readings fail.
-    CHECK((failing == "PdhAddCounterA" || pdh.WrongHandles() == 0));
+    CHECK((CounterWasRefused() || pdh.WrongHandles() == 0));
 }
 
 } // namespace varnex::test

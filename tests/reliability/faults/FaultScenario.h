@@ -1,6 +1,8 @@
 #pragma once
 
+#include "DocumentClass.h"
 #include "FaultTarget.h"
+#include "HandleLedger.h"
 #include "WmiMethods.h"
 
 #include "PrivateNames.h"
@@ -32,6 +34,7 @@ struct ScenarioOutcome
     int nFetched = 0;           // records that GetAlertRecord handed out
     bool bReport = false;       // whether the report that was asked for came
     unsigned nSecondsToEnd = 0; // virtual time from the stops' return to the end of the last thread
+    std::size_t nKept = 0;      // handles that stay open on purpose
 };
 
 // One whole life of the shipped DLL on a scripted machine under a virtual clock: load, all monitors, three samples and
@@ -61,9 +64,11 @@ public:
     unsigned nMaxSecondsToEnd = 300;
     std::string failing; // the target's name
 
+    DocumentClass documents;
     ReadyTree tree;
     LoadedModule module;
     ImportRedirector imports;
+    HandleLedger handles;
     PrivateMutexes mutexes;
     PrivateNames names;
     TraceRegistry registry;
@@ -83,6 +88,7 @@ private:
     bool AskForReport();
     void EndWorkers(ScenarioOutcome& outcome);
     void CheckFiles() const;
+    bool CounterWasRefused() const;
     void CheckHoldings() const;
 };
 

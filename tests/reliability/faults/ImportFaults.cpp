@@ -2,9 +2,7 @@
 
 #include <pdhmsg.h>
 
-#include <atomic>
 #include <map>
-#include <memory>
 #include <set>
 
 namespace varnex::test
@@ -160,51 +158,6 @@ const std::set<std::string>& InfallibleImports()
     return names;
 }
 
-// A handle is closed and the call says that it was not: kept open, a file would be shut to the checks as well.
-class FalseClose
-{
-public:
-    explicit FalseClose(ImportRedirector& imports) : m_state(std::make_shared<State>())
-    {
-        imports.Replace<decltype(::CloseHandle)>("CloseHandle",
-                                                 [state = m_state](HANDLE hObject) -> BOOL
-                                                 {
-                                                     const BOOL bClosed = CloseHandle(hObject);
-                                                     return state->IsToFail() ? FALSE : bClosed;
-                                                 });
-    }
-
-    FaultTarget Target() const
-    {
-        return {"CloseHandle",
-                [state = m_state](ULONGLONG ullCall, FailMode mode)
-                {
-                    state->bFailsOn = mode == FailMode::FromThereOn;
-                    state->ullFailAt = state->ullCalls + ullCall;
-                },
-                [state = m_state] { return state->ullCalls.load(); },
-                [state = m_state] { return state->ullFailures.load(); }};
-    }
-
-private:
-    struct State
-    {
-        std::atomic<ULONGLONG> ullCalls{0};
-        std::atomic<ULONGLONG> ullFailures{0};
-        std::atomic<ULONGLONG> ullFailAt{0}; // 0: none
-        std::atomic<bool> bFailsOn{false};
-
-        bool IsToFail()
-        {
-            const ULONGLONG ullCall = ++ullCalls;
-            const bool bFails = ullFailAt != 0 && (ullCall == ullFailAt || (bFailsOn && ullCall > ullFailAt));
-            ullFailures += bFails ? 1 : 0;
-            return bFails;
-        }
-    };
-    std::shared_ptr<State> m_state;
-};
-
 FaultTarget ImportTarget(ImportRedirector& imports, const std::string& name, const CallFailure& failure)
 {
     imports.CountCalls(name.c_str());
@@ -219,7 +172,7 @@ FaultTarget ImportTarget(ImportRedirector& imports, const std::string& name, con
 
 std::vector<FaultTarget> ImportTargets(ImportRedirector& imports)
 {
-    std::vector<FaultTarget> targets = {FalseClose(imports).Target()};
+    std::vector<FaultTarget> targets;
     for (const std::string& name : imports.Names())
     {
         const auto zero = ZeroAnswers().find(name);
