@@ -2,6 +2,7 @@
 
 #include "common/Handles.h"
 #include "common/Locks.h"
+#include "support/ProcessMeter.h"
 
 #include <catch2/catch.hpp>
 
@@ -427,6 +428,30 @@ TEST_CASE("a sleeping worker that is ended by force leaves its sleep by itself")
     CHECK(TerminateThread(thread.Get(), 0) != FALSE);
     CHECK(bLeft);
     FlsFree(dwIndex);
+}
+
+TEST_CASE("a worker that is ended by force leaves no handle of the clock's open")
+{
+    const DWORD dwFlags = GENERATE(0UL, static_cast<DWORD>(CREATE_SUSPENDED));
+    CAPTURE(dwFlags);
+    const auto endOne = [dwFlags]
+    {
+        ImportRedirector redirector;
+        VirtualClock clock(redirector);
+        const auto sleepForEver = [](void*) -> DWORD
+        {
+            Sleep(INFINITE);
+            return 0;
+        };
+        const UniqueHandle thread(CreateThread(nullptr, 0, sleepForEver, nullptr, dwFlags, nullptr));
+        clock.Advance(1);
+        CHECK(TerminateThread(thread.Get(), 0) != FALSE);
+        clock.Advance(1);
+    };
+    endOne();
+    const std::size_t nHandles = CountHandles();
+    endOne();
+    CHECK(CountHandles() == nHandles);
 }
 
 TEST_CASE("a worker that is stuck in a scripted call counts as asleep and can be ended by force")
