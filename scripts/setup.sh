@@ -4,7 +4,7 @@ set -euo pipefail
 
 packages=(g++-mingw-w64-x86-64-win32 mingw-w64-tools wine wine64 cmake ninja-build git catch2 libcli11-dev
           librapidxml-dev libxml2-utils libz-mingw-w64-dev nlohmann-json3-dev python3 clang-14 lld-14 llvm-14 zip unzip
-          chromium prometheus prometheus-node-exporter)
+          chromium prometheus prometheus-node-exporter libclang-rt-14-dev)
 
 missing=()
 for package in "${packages[@]}"; do

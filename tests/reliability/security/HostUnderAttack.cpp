@@ -2,6 +2,7 @@
 
 #include "module/ModuleInHost.h"
 #include "support/ImportRedirector.h"
+#include "support/ProcessMeter.h"
 
 #include <varnex/Varnex.h>
 
@@ -27,6 +28,7 @@ enum Order : LONG
     ORDER_FETCH,
     ORDER_STOP_REPORTS,
     ORDER_START_REPORTS,
+    ORDER_MEMORY,
     ORDER_END
 };
 
@@ -104,6 +106,8 @@ private:
             return StopReports();
         case ORDER_START_REPORTS:
             return StartReports();
+        case ORDER_MEMORY:
+            return static_cast<int>(PrivateBytes() / 1024);
         default:
             StopReports();
             return m_module.Stop(VARNEX_ALERT_ALL);
@@ -236,6 +240,11 @@ void HostUnderAttack::StopReports()
 void HostUnderAttack::StartReports()
 {
     Command(ORDER_START_REPORTS);
+}
+
+std::size_t HostUnderAttack::PrivateKilobytes()
+{
+    return static_cast<std::size_t>(Command(ORDER_MEMORY));
 }
 
 bool HostUnderAttack::CanLog()

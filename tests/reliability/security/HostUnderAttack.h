@@ -43,6 +43,7 @@ public:
     void StartReports();
     // Has the host log a line, and says whether it is in the log.
     bool CanLog();
+    std::size_t PrivateKilobytes();
     void End();
     // Fails the test, with what the host said, when it has ended.
     void CheckAlive() const;

@@ -2,6 +2,7 @@
 #include "HostileObject.h"
 
 #include "reliability/LongForm.h"
+#include "reliability/hostile/HostileInput.h"
 #include "support/ImportRedirector.h"
 #include "support/LoadedModule.h"
 #include "support/TestText.h"
@@ -140,6 +141,7 @@ public:
         REQUIRE(m_view);
     }
     volatile std::uint32_t* Words() const { return static_cast<volatile std::uint32_t*>(m_view.Get()); }
+    char* Bytes() const { return static_cast<char*>(m_view.Get()); }
 
 private:
     UniqueHandle m_section;
@@ -283,6 +285,58 @@ TEST_CASE("a section that another process never stops writing to is answered, an
     PrintFigure("hostile section: " + std::to_string(nReports) +
                 " reports while another process writes to it without a pause: all answered, each by the numbers it was "
                 "read with");
+}
+
+// The module's view ends where its memory ends: 32,768 bytes are half of what addresses are given out by.
+TEST_CASE("a section of any content is answered by a whole report within it, in bounded memory")
+{
+    constexpr std::uint32_t NUMBERS[] = {1, 2, 3, 1440, 1441, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFE, 0xFFFFFFFF};
+    constexpr std::size_t MORE_KILOBYTES = 4096;
+    HostUnderAttack host;
+    host.Begin();
+    host.AskForReport();
+    const OpenSection section;
+    const UniqueHandle begin(OpenEventW(EVENT_ALL_ACCESS, FALSE, BEGIN_NAME));
+    const UniqueHandle finish(OpenEventW(EVENT_ALL_ACCESS, FALSE, FINISH_NAME));
+    const std::size_t nKilobytes = host.PrivateKilobytes();
+    FuzzRun run(15);
+    while (run.Next())
+    {
+        CAPTURE(run.Cases());
+        std::string content(SECTION_BYTES, '\0');
+        std::generate(content.begin(), content.end(), [&] { return static_cast<char>(run.Random()()); });
+        std::uint32_t anNumbers[2];
+        for (std::uint32_t& nNumber : anNumbers)
+        {
+            const auto nRandom = static_cast<std::uint32_t>(run.Random()()) | 1;
+            nNumber = run.Upto(2) == 0 ? nRandom : NUMBERS[run.Upto(std::size(NUMBERS) - 1)];
+        }
+        std::memcpy(content.data(), anNumbers, sizeof anNumbers);
+        std::memcpy(section.Bytes(), content.data(), SECTION_BYTES);
+        SetEvent(begin.Get());
+        REQUIRE(WaitForSingleObject(finish.Get(), HostUnderAttack::PATIENCE_MS) == WAIT_OBJECT_0);
+        ResetEvent(finish.Get());
+        host.AwaitReset();
+        const std::size_t cchText = section.Words()[2];
+        REQUIRE(cchText > 0);
+        REQUIRE(cchText <= MAX_TEXT);
+        const std::wstring text(reinterpret_cast<const wchar_t*>(section.Bytes() + TEXT_OFFSET), cchText);
+        REQUIRE(text.rfind(L"<ServerPKIInformation", 0) == 0);
+        const std::size_t cbAnswer = TEXT_OFFSET + cchText * sizeof(wchar_t);
+        REQUIRE(std::memcmp(section.Bytes(), content.data(), 8) == 0);
+        REQUIRE(std::memcmp(section.Bytes() + cbAnswer, content.data() + cbAnswer, SECTION_BYTES - cbAnswer) == 0);
+        if (run.Cases() % 50 == 1)
+        {
+            CHECK(XmlReader::FromText(text).Count(L"ServerPKIInformation") == 1);
+        }
+    }
+    CHECK(run.Cases() > 50);
+    const std::size_t nMore = (std::max)(host.PrivateKilobytes(), nKilobytes) - nKilobytes;
+    CHECK(nMore < MORE_KILOBYTES);
+    host.End();
+    PrintFigure("hostile sections: " + std::to_string(run.Cases()) +
+                " contents, each answered by a whole report and nothing else written; " + std::to_string(nMore) +
+                " KiB of memory more at the end");
 }
 
 } // namespace varnex::test
