@@ -35,6 +35,41 @@ private:
     wchar_t m_wszText[24];
 };
 
+// Whether XML has a place for a UTF-16 unit that is no surrogate.
+constexpr bool IsXmlCharacter(wchar_t ch) noexcept
+{
+    return ch >= 0x20 ? ch < 0xFFFE : ch == L'\t' || ch == L'\n' || ch == L'\r';
+}
+
+// A name as an attribute's text: as it stands, with a mark in place of each unit that XML has no place for. The document
+// object takes such a unit and writes it out, and no reader takes the report then. The first half of a character that
+// was cut in two is one.
+class NameText
+{
+public:
+    explicit NameText(const wchar_t* pwszName) noexcept
+    {
+        CopyTextW(m_wszText, pwszName);
+        for (wchar_t* pwsz = m_wszText; *pwsz != L'\0'; ++pwsz)
+        {
+            if (IS_SURROGATE_PAIR(pwsz[0], pwsz[1]))
+            {
+                ++pwsz;
+            }
+            else if (IS_HIGH_SURROGATE(*pwsz) || IS_LOW_SURROGATE(*pwsz) || !IsXmlCharacter(*pwsz))
+            {
+                *pwsz = REPLACEMENT_CHARACTER;
+            }
+        }
+    }
+    const wchar_t* Text() const noexcept { return m_wszText; }
+
+private:
+    static constexpr wchar_t REPLACEMENT_CHARACTER = 0xFFFD;
+
+    wchar_t m_wszText[128]; // as long as the longest name of a report
+};
+
 // 32-bit values are written as signed ones.
 Decimal SignedDecimal(std::uint32_t nValue) noexcept
 {
@@ -116,8 +151,9 @@ HRESULT SetXMLNodeValueEx(XmlDocument& document, const wchar_t* pwszName,
 
 HRESULT AddEntry(XmlDocument& document, const CpuEntry& entry) noexcept
 {
-    return SetXMLNodeValueEx(document, L"CPUUtil",
-                             {{L"Index", entry.wszIndex}, {L"Utilization", Decimal(entry.nUtilization).Text()}});
+    return SetXMLNodeValueEx(
+        document, L"CPUUtil",
+        {{L"Index", NameText(entry.wszIndex).Text()}, {L"Utilization", Decimal(entry.nUtilization).Text()}});
 }
 
 HRESULT AddEntry(XmlDocument& document, const MemoryEntry& entry) noexcept
@@ -131,14 +167,15 @@ HRESULT AddEntry(XmlDocument& document, const MemoryEntry& entry) noexcept
 
 HRESULT AddEntry(XmlDocument& document, const DiskEntry& entry) noexcept
 {
-    return SetXMLNodeValueEx(document, L"DiskUtil",
-                             {{L"Index", entry.wszIndex}, {L"Throughput", Decimal(entry.nThroughput).Text()}});
+    return SetXMLNodeValueEx(
+        document, L"DiskUtil",
+        {{L"Index", NameText(entry.wszIndex).Text()}, {L"Throughput", Decimal(entry.nThroughput).Text()}});
 }
 
 HRESULT AddEntry(XmlDocument& document, const NetworkEntry& entry) noexcept
 {
     return SetXMLNodeValueEx(document, L"NetworkUtil",
-                             {{L"MACAddress", entry.wszMACAddress},
+                             {{L"MACAddress", NameText(entry.wszMACAddress).Text()},
                               {L"LinkSpeed", Decimal(entry.nLinkSpeed).Text()},
                               {L"Utilization", Decimal(entry.nUtilization).Text()}});
 }

@@ -6,6 +6,7 @@
 #include "common/LocalTime.h"
 #include "diag/SPLogger.h"
 #include "support/LogFile.h"
+#include "support/ProcessMeter.h"
 #include "support/TestText.h"
 
 #include <varnex/Varnex.h>
@@ -22,6 +23,7 @@ namespace
 {
 
 constexpr ULONGLONG PROMPT_MS = 5000;
+constexpr std::size_t MORE_BYTES = 4 * 1024 * 1024;
 constexpr int ROOM = 200; // of the arrays for the largest limits, which no file here reaches
 
 std::string AlertFile(FuzzRun& run)
@@ -71,6 +73,7 @@ TEST_CASE("any alert file is fetched within the caller's arrays, in bounded time
     const ModuleInChild module(tree.ModulePath());
     Log()->Configure(AnsiFromWide(tree.LogsPath()).c_str(), "Varnex");
     FuzzRun run(15);
+    const std::size_t cbBefore = PrivateBytes();
     long long llRecords = 0;
     ULONGLONG ullLongest = 0;
     while (run.Next())
@@ -97,6 +100,7 @@ TEST_CASE("any alert file is fetched within the caller's arrays, in bounded time
         llRecords += nCount;
     }
     CHECK(ullLongest < PROMPT_MS);
+    CHECK(PrivateBytes() < cbBefore + MORE_BYTES);
     CHECK(llRecords > 100);
     CHECK(LogFile(tree).CountContaining("ReadLocalAlertInf -- Translate buffer string(") > 0);
     PrintFigure("hostile alert files: " + std::to_string(run.Cases()) + " fetched, " + std::to_string(llRecords) +

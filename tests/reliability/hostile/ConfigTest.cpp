@@ -6,6 +6,7 @@
 #include "config/XmlConfig.h"
 #include "diag/SPLogger.h"
 #include "support/LogFile.h"
+#include "support/ProcessMeter.h"
 #include "support/TestText.h"
 
 #include <catch2/catch.hpp>
@@ -22,7 +23,9 @@ namespace
 constexpr wchar_t TODAY[] = L"2026-01-31";
 constexpr wchar_t CPU_PATH[] = L"KPMConfiguration/PkiAlertNum/CPU";
 constexpr ULONGLONG PROMPT_MS = 5000;
-constexpr std::size_t LARGE_BYTES = 1'000'000; // twenty readings would take long
+constexpr ULONGLONG LARGE_PROMPT_MS = 60'000; // of ten megabytes, on a machine with ten times as much to do as it can
+constexpr std::size_t MORE_BYTES = 64 * 1024 * 1024; // of documents of ten megabytes, some of which the heap keeps
+constexpr std::size_t LARGE_BYTES = 1'000'000;       // twenty readings would take long
 
 std::string Wide(const std::string& text)
 {
@@ -132,6 +135,7 @@ TEST_CASE("configurations of every bad kind give the documented values, in bound
     ULONGLONG ullLongest = 0;
     int nLongest = 0;
     int nDocument = 0;
+    const std::size_t cbBefore = PrivateBytes();
     for (const auto& [document, nInterval] : Documents())
     {
         CAPTURE(nDocument++, document.substr(0, 200));
@@ -153,7 +157,8 @@ TEST_CASE("configurations of every bad kind give the documented values, in bound
         CHECK(LogFile(config.tree).Lines().size() > nLines);
         CHECK(ReadFileBytes(config.tree.InBin(L"KpmCfg.xml")) == document);
     }
-    CHECK(ullLongest < 2 * PROMPT_MS); // that of ten megabytes
+    CHECK(PrivateBytes() < cbBefore + MORE_BYTES); // what a reading takes it gives back
+    CHECK(ullLongest < 2 * PROMPT_MS);             // that of ten megabytes
     PrintFigure("hostile configurations: " + std::to_string(nDocument) + " kinds; longest reading " +
                 std::to_string(ullLongest) + " ms, of kind " + std::to_string(nLongest));
 }
@@ -189,6 +194,7 @@ TEST_CASE("a configuration with any damage is read to the end, and saving leaves
                                             "</KPMConfiguration>",
                                             "<PkiAlertNum/>",
                                             "encoding=\"UTF-16\""};
+    const std::size_t cbBefore = PrivateBytes();
     FuzzRun run(15);
     int nSaved = 0;
     int nRefused = 0;
@@ -214,6 +220,7 @@ TEST_CASE("a configuration with any damage is read to the end, and saving leaves
     }
     CHECK(nSaved > 0);
     CHECK(nRefused > 0);
+    CHECK(PrivateBytes() < cbBefore + MORE_BYTES);
     PrintFigure("hostile configurations: " + std::to_string(nSaved) + " damaged ones saved and read back, " +
                 std::to_string(nRefused) + " refused and left as they were");
 }
