@@ -15,7 +15,7 @@ namespace varnex::bench
 namespace
 {
 
-constexpr Effort FULL = {3.0, 15, 2'000, true};
+constexpr Effort FULL = {2.0, 15, 2'000, true};
 constexpr Effort SHORT = {0.05, 3, 50, false};
 
 // A part of the table, unless only others were asked for. Says so on the error stream: a long run shows that it lives.
@@ -44,11 +44,12 @@ void RunAll(const Effort& effort)
         Run("footprint", MeasureFootprint, setting, results);
     }
     Print(results);
-    const char* const pszJson = std::getenv("VARNEX_BENCH_JSON");
-    if (pszJson != nullptr)
+    const char* const pszFiles = std::getenv("VARNEX_BENCH_FILES"); // a path but for its ending
+    if (pszFiles != nullptr)
     {
-        const std::string json(pszJson);
-        test::WriteFileBytes(std::wstring(json.begin(), json.end()), JsonOf(results));
+        const std::wstring files(pszFiles, pszFiles + std::strlen(pszFiles));
+        test::WriteFileBytes(files + L".json", JsonOf(results));
+        test::WriteFileBytes(files + L".md", MarkdownOf(results));
     }
 }
 

@@ -10,12 +10,14 @@ namespace varnex::bench
 namespace
 {
 
+constexpr char MICRO[] = "\xC2\xB5s"; // UTF-8, for the page; a console may show other characters
+
 // 0.9 ns to 12345 ms in five places.
-std::string TimeText(double dNanoseconds)
+std::string TimeText(double dNanoseconds, const char* pszMicro = "us")
 {
     const char* pszUnit = "ns";
     double dValue = dNanoseconds;
-    for (const char* pszNext : {"us", "ms"})
+    for (const char* pszNext : {pszMicro, "ms"})
     {
         if (dValue >= 10'000 || dValue <= -10'000)
         {
@@ -55,6 +57,21 @@ std::string GrowthText(const Row& row, const Row* pBefore)
     return szText;
 }
 
+const char* Verdict(bool bGoal, bool bMet)
+{
+    return !bGoal ? "" : bMet ? "met" : "**over**";
+}
+
+std::string MarkdownRow(const Row& row, const Row* pBefore)
+{
+    char szRatio[64];
+    std::snprintf(szRatio, sizeof szRatio, "%.2f (%.2f\xE2\x80\x93%.2f)", row.dRatio, row.dRatioLow, row.dRatioHigh);
+    return "| " + row.operation + " | " + row.work + " | " + TimeText(row.dModuleNs, MICRO) + " | " +
+           TimeText(row.dFloorNs, MICRO) + " | " + szRatio + " | " + TimeText(row.dOverNs, MICRO) + " | " +
+           GoalText(row.goal) + " | " + Verdict(row.goal.kind != GoalKind::None, MeetsGoal(row)) + " | " +
+           GrowthText(row, pBefore) + " |\n";
+}
+
 void PrintRow(const Row& row, const Row* pBefore)
 {
     std::printf("%-28s %-24s %11s %11s %7.3f %5.2f-%-5.2f %11s %9s %-4s %s\n", row.operation.c_str(), row.work.c_str(),
@@ -89,6 +106,32 @@ void Print(const Results& results)
         std::printf("\n");
     }
     std::fflush(stdout);
+}
+
+std::string MarkdownOf(const Results& results)
+{
+    std::string text = "| operation | work | module | floor | ratio (quartiles) | over | goal | | growth |\n"
+                       "|---|---|---|---|---|---|---|---|---|\n";
+    const Row* pBefore = nullptr;
+    for (const Row& row : results.rows)
+    {
+        text += MarkdownRow(row, pBefore);
+        pBefore = &row;
+    }
+    text += "\n| what | value | goal | |\n|---|---|---|---|\n";
+    for (const Figure& figure : results.figures)
+    {
+        char szValue[96];
+        std::snprintf(szValue, sizeof szValue, "%.6g %s", figure.dValue, figure.unit.c_str());
+        char szGoal[32] = "";
+        if (figure.dLimit != 0)
+        {
+            std::snprintf(szGoal, sizeof szGoal, "%g", figure.dLimit);
+        }
+        text += "| " + figure.name + " | " + szValue + " | " + szGoal + " | " +
+                Verdict(figure.dLimit != 0, figure.dValue <= figure.dLimit) + " |\n";
+    }
+    return text;
 }
 
 std::string JsonOf(const Results& results)

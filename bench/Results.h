@@ -29,7 +29,8 @@ struct Results
 
 // The table, on standard output.
 void Print(const Results& results);
-// The same as JSON.
+// The same as JSON, and as the tables of docs/performance.md.
 std::string JsonOf(const Results& results);
+std::string MarkdownOf(const Results& results);
 
 } // namespace varnex::bench

@@ -27,23 +27,33 @@ FloorAlerts::~FloorAlerts()
     CloseHandle(m_hMutex);
 }
 
-void FloorAlerts::Store(HMODULE hModule, const char* pachLine, DWORD cbLine) const noexcept
+void FloorAlerts::Store(HMODULE hModule, const char* pachLine, DWORD cbLine, bool bSafe) const noexcept
 {
     ConvertToLocalTime();
     char szPath[MAX_PATH];
     GetModuleFileNameA(hModule, szPath, MAX_PATH);
     WaitForSingleObject(m_hMutex, 60'000);
-    const HANDLE hFile = CreateFileA(m_data.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                     OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE hFile =
+        CreateFileA(m_data.c_str(), bSafe ? FILE_APPEND_DATA | FILE_READ_DATA : FILE_APPEND_DATA,
+                    FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (bSafe)
+    {
+        LARGE_INTEGER nLast;
+        nLast.QuadPart = -1;
+        char chLast;
+        DWORD cbRead;
+        SetFilePointerEx(hFile, nLast, nullptr, FILE_END);
+        ReadFile(hFile, &chLast, 1, &cbRead, nullptr);
+    }
     DWORD cbWritten;
     WriteFile(hFile, pachLine, cbLine, &cbWritten, nullptr);
     CloseHandle(hFile);
     ReleaseMutex(m_hMutex);
 }
 
-void FloorAlerts::Fetch(HMODULE hModule, DWORD cbTaken, unsigned nTaken, DWORD cbPiece) const noexcept
+void FloorAlerts::Fetch(HMODULE hModule, DWORD cbTaken, unsigned nTaken) const noexcept
 {
-    static char achPiece[MOST_PIECE_BYTES];
+    static char achPiece[PIECE_BYTES];
     char szPath[MAX_PATH];
     GetModuleFileNameA(hModule, szPath, MAX_PATH);
     WaitForSingleObject(m_hMutex, 60'000);
@@ -55,7 +65,7 @@ void FloorAlerts::Fetch(HMODULE hModule, DWORD cbTaken, unsigned nTaken, DWORD c
     GetSystemTimeAsFileTime(&now);
     DWORD cbRead = 0;
     DWORD cbSkip = cbTaken;
-    while (ReadFile(hData, achPiece, cbPiece, &cbRead, nullptr) && cbRead != 0)
+    while (ReadFile(hData, achPiece, PIECE_BYTES, &cbRead, nullptr) && cbRead != 0)
     {
         DWORD cbWritten;
         const DWORD cbFrom = cbSkip < cbRead ? cbSkip : cbRead;

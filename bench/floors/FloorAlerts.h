@@ -18,16 +18,17 @@ public:
     FloorAlerts& operator=(const FloorAlerts&) = delete;
 
     // The module's path, the line's local time, the mutex; the file opened, written to once and closed.
-    void Store(HMODULE hModule, const char* pachLine, DWORD cbLine) const noexcept;
+    // bSafe: with a look at the file's last byte before, which may be a torn line's.
+    void Store(HMODULE hModule, const char* pachLine, DWORD cbLine, bool bSafe) const noexcept;
 
     // The module's path, the mutex; the lines to be taken (cbTaken bytes, at most a piece) read, the rest read and
     // written beside the file piece by piece, the new file moved over the old one; for each of nTaken records the
     // host's name and its local time.
-    void Fetch(HMODULE hModule, DWORD cbTaken, unsigned nTaken, DWORD cbPiece = MOST_PIECE_BYTES) const noexcept;
-
-    static constexpr DWORD MOST_PIECE_BYTES = 65'536; // as much as a fetch may take
+    void Fetch(HMODULE hModule, DWORD cbTaken, unsigned nTaken) const noexcept;
 
 private:
+    static constexpr DWORD PIECE_BYTES = 65'536; // as much as a fetch may take
+
     std::string m_data;
     std::string m_backup;
     HANDLE m_hMutex;

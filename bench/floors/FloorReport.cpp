@@ -54,7 +54,7 @@ const Texts& GetTexts() noexcept
 class BareDocument
 {
 public:
-    explicit BareDocument(bool bTextsAnew) noexcept : m_bTextsAnew(bTextsAnew)
+    BareDocument() noexcept
     {
         IUnknown* pUnknown = nullptr;
         CoCreateInstance(CLASS_DOM_DOCUMENT, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown,
@@ -92,7 +92,6 @@ public:
         {
             m_type.lVal = NODE_ATTRIBUTE;
             IXMLDOMNode* pAttribute = nullptr;
-            MakeTextsAnew({bstrAttribute, m_texts.bstrSpace, bstrValue}, *pElement);
             m_pDocument->createNode(m_type, bstrAttribute, m_texts.bstrSpace, &pAttribute);
             pAttribute->put_text(bstrValue);
             IXMLDOMNode* pAttached = nullptr;
@@ -115,21 +114,6 @@ public:
     }
 
 private:
-    void MakeTextsAnew(std::initializer_list<BSTR> texts, IXMLDOMNode& element) const noexcept
-    {
-        if (!m_bTextsAnew)
-        {
-            return;
-        }
-        for (const BSTR bstrText : texts)
-        {
-            SysFreeString(SysAllocString(bstrText));
-        }
-        IXMLDOMNamedNodeMap* pMap = nullptr;
-        element.get_attributes(&pMap);
-        pMap->Release();
-    }
-
     IXMLDOMNode* Append(IXMLDOMNode* pParent, BSTR bstrName) noexcept
     {
         m_type.lVal = NODE_ELEMENT;
@@ -141,7 +125,6 @@ private:
         return pAppended;
     }
 
-    const bool m_bTextsAnew;
     const Texts& m_texts = GetTexts();
     IXMLDOMDocument* m_pDocument = nullptr;
     VARIANT m_type{};
@@ -149,11 +132,11 @@ private:
 
 } // namespace
 
-unsigned BuildReportFloor(unsigned nProcessors, unsigned nDisks, unsigned nCards, bool bTextsAnew) noexcept
+unsigned BuildReportFloor(unsigned nProcessors, unsigned nDisks, unsigned nCards) noexcept
 {
     const Texts& texts = GetTexts();
     SampleMemory();
-    BareDocument document(bTextsAnew);
+    BareDocument document;
     document.AddTime();
     for (unsigned i = 0; i < nProcessors; ++i)
     {

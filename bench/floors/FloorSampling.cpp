@@ -76,7 +76,12 @@ void SampleMemory() noexcept
 
 void SampleProcessor() noexcept
 {
-    GetSystemDefaultLangID();
+    for (const char* pszName : {"Processor", "% Processor Time"})
+    {
+        wchar_t wszName[256];
+        GetSystemDefaultLangID();
+        MultiByteToWideChar(CP_ACP, 0, pszName, -1, wszName, 256);
+    }
     PDH_HQUERY hQuery;
     PDH_HCOUNTER hCounter;
     PDH_FMT_COUNTERVALUE value;
@@ -90,9 +95,16 @@ void SampleProcessor() noexcept
     PdhCloseQuery(hQuery);
 }
 
+void ConvertDiskName() noexcept
+{
+    char szName[128];
+    WideCharToMultiByte(CP_ACP, 0, L"0 C:", -1, szName, sizeof szName, nullptr, nullptr);
+}
+
 void SampleDisk() noexcept
 {
-    GetSystemDefaultLangID();
+    GetSystemDefaultLangID(); // for the object's name
+    GetSystemDefaultLangID(); // for the counter's
     PDH_HQUERY hQuery;
     PDH_HCOUNTER hCounter;
     PdhOpenQueryA(nullptr, 0, &hQuery);

@@ -3,6 +3,10 @@
 #include "FloorAlerts.h"
 #include "FloorSampling.h"
 
+#include "sampling/NetworkUtilizationCollector.h"
+
+#include <array>
+
 namespace varnex::bench
 {
 
@@ -23,6 +27,38 @@ void Judge(const FloorConfig& config) noexcept
     ConvertToLocalTime();
     config.ReadCount();
 }
+
+// A day of samples, for their places only: each is stored under a lock.
+template <class Sample, unsigned INSTANCES>
+class FloorStore
+{
+public:
+    FloorStore() noexcept { InitializeCriticalSection(&m_lock); }
+
+    void Put(unsigned nInstance, const Sample& sample) noexcept
+    {
+        EnterCriticalSection(&m_lock);
+        m_samples[nInstance][m_nAt] = sample;
+        LeaveCriticalSection(&m_lock);
+    }
+    void EndCycle() noexcept { m_nAt = (m_nAt + 1) % PLACES; }
+
+private:
+    static constexpr unsigned PLACES = 1440;
+
+    CRITICAL_SECTION m_lock;
+    unsigned m_nAt = 0;
+    std::array<std::array<Sample, PLACES>, INSTANCES> m_samples{};
+};
+
+FloorStore<int, 64> g_processors;
+FloorStore<int, 2> g_memory;
+FloorStore<long long, 24> g_disks;
+struct CardBytes
+{
+    unsigned char abRecord[sizeof(NetworkCard)];
+};
+FloorStore<CardBytes, 16> g_cards;
 
 } // namespace
 
@@ -70,7 +106,9 @@ void RunCpuSamplerFloor(const FloorConfig& config, const Machine& machine) noexc
     for (unsigned i = 0; i < machine.nProcessors; ++i)
     {
         SampleProcessor();
+        g_processors.Put(i, 42);
     }
+    g_processors.EndCycle();
     LookAtTraceSwitch();
 }
 
@@ -78,6 +116,9 @@ void RunMemorySamplerFloor(const FloorConfig&, const Machine&) noexcept
 {
     ConvertToLocalTime();
     SampleMemory();
+    g_memory.Put(0, 42);
+    g_memory.Put(1, 42);
+    g_memory.EndCycle();
     LookAtTraceSwitch();
 }
 
@@ -86,15 +127,24 @@ void RunDiskSamplerFloor(const FloorConfig&, const Machine& machine) noexcept
     ConvertToLocalTime();
     for (unsigned i = 0; i < machine.nDisks; ++i)
     {
+        ConvertDiskName();
         SampleDisk();
+        g_disks.Put(i, 42);
     }
+    g_disks.EndCycle();
     LookAtTraceSwitch();
 }
 
-void RunNetworkSamplerFloor(const FloorConfig&, const Machine&) noexcept
+void RunNetworkSamplerFloor(const FloorConfig&, const Machine& machine) noexcept
 {
+    static const CardBytes card{};
     ConvertToLocalTime();
     SampleTraffic();
+    for (unsigned i = 0; i < machine.nCards; ++i)
+    {
+        g_cards.Put(i, card);
+    }
+    g_cards.EndCycle();
     LookAtTraceSwitch();
     ListAdapters();
 }

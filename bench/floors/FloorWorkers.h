@@ -8,7 +8,7 @@ namespace varnex::bench
 {
 
 // One cycle of each worker as bare calls, in a steady state: every history is long enough, no threshold is reached,
-// nothing is logged or traced.
+// nothing is logged or traced. The samplers put each sample into its place under a lock. For one thread at a time.
 
 void RunCpuMonitorFloor(const FloorConfig& config, const Machine& machine) noexcept;
 void RunMemoryMonitorFloor(const FloorConfig& config, const Machine& machine) noexcept;
