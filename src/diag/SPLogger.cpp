@@ -4,9 +4,12 @@
 #include "common/BoundedText.h"
 #include "common/Handles.h"
 #include "common/LastError.h"
+#include "common/Locks.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -52,11 +55,21 @@ std::string WithLineEnds(const std::string& text)
 
 } // namespace
 
+// Not a static object of the function: the run-time library takes a lock of its own for those, whose semaphore would
+// stay behind at every unload of the module.
 SPLogger* SPLogger::Instance() noexcept
 {
-    static SPLogger logger;
-    s_pInstance.store(&logger, std::memory_order_release);
-    return &logger;
+    static SlimLock lock;
+    alignas(SPLogger) static std::byte storage[sizeof(SPLogger)];
+    const SlimLockHold hold(lock);
+    SPLogger* pLogger = s_pInstance.load(std::memory_order_relaxed);
+    if (pLogger == nullptr)
+    {
+        pLogger = ::new (static_cast<void*>(storage)) SPLogger;
+        std::atexit([] { s_pInstance.load(std::memory_order_relaxed)->~SPLogger(); });
+        s_pInstance.store(pLogger, std::memory_order_release);
+    }
+    return pLogger;
 }
 
 SPLogger::SPLogger() noexcept

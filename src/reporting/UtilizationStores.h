@@ -55,8 +55,7 @@ public:
     // Under the lock. A history that does not exist (any more) is an empty one.
     const History& Of(std::size_t nInstance) const noexcept VARNEX_REQUIRES(lock)
     {
-        static const History EMPTY;
-        return nInstance < m_histories.size() ? m_histories[nInstance] : EMPTY;
+        return nInstance < m_histories.size() ? m_histories[nInstance] : s_empty;
     }
     // Under the lock.
     const std::vector<History>& All() const noexcept VARNEX_REQUIRES(lock) { return m_histories; }
@@ -70,6 +69,8 @@ public:
     StoreLock lock;
 
 private:
+    inline static const History s_empty;
+
     std::shared_ptr<const Names> m_names VARNEX_GUARDED_BY(lock);
     std::vector<History> m_histories VARNEX_GUARDED_BY(lock);
 };
