@@ -65,20 +65,31 @@ void CheckLife(const NameRule& rule)
     CHECK((host.Log().CountContaining("Failed to get KPMcfg.xml control") > 0) == !rule.bCounts);
 }
 
-} // namespace
-
-TEST_CASE("a name that an object of another kind has takes away what it is for, and nothing else of the host's")
+void CheckLifeBeside(Kind kind, const NameRule& rule)
 {
-    const std::size_t nRule = GENERATE(range(std::size_t{0}, std::size(RULES)));
-    const NameRule& rule = RULES[nRule];
-    const Kind kind = GENERATE(from_range(std::begin(HostileObject::KINDS), std::end(HostileObject::KINDS)));
     if (kind == rule.own)
     {
         return;
     }
-    CAPTURE(nRule, TextOf(kind));
+    CAPTURE(Utf8FromWide(rule.pwszName), TextOf(kind));
     const HostileObject taken(kind, rule.pwszName);
     CheckLife(rule);
+}
+
+} // namespace
+
+TEST_CASE("an event's or the section's name that an object of another kind has takes reports away, and nothing else")
+{
+    const std::size_t nRule = GENERATE(0, 1, 2);
+    const Kind kind = GENERATE(from_range(std::begin(HostileObject::KINDS), std::end(HostileObject::KINDS)));
+    CheckLifeBeside(kind, RULES[nRule]);
+}
+
+TEST_CASE("a mutex's name that an object of another kind has takes that mutex away, and nothing else of the host's")
+{
+    const std::size_t nRule = GENERATE(3, 4);
+    const Kind kind = GENERATE(from_range(std::begin(HostileObject::KINDS), std::end(HostileObject::KINDS)));
+    CheckLifeBeside(kind, RULES[nRule]);
 }
 
 TEST_CASE("a host whose log's name an object of another kind has writes no line and does all its work")
