@@ -1,6 +1,7 @@
 #include "FuzzInput.h"
 
 #include "alerting/AlertDecision.h"
+#include "reporting/CardHistory.h"
 #include "reporting/UtilizationAverage.h"
 #include "sampling/SampleHistory.h"
 
@@ -49,9 +50,10 @@ void CheckReport(FuzzInput input, std::uint32_t nSpan, std::uint32_t nMinimum, s
 {
     BoundedHistory<int> history;
     BoundedHistory<std::int64_t> history64;
-    BoundedHistory<NetworkCard> cards;
+    CardHistory cards;
     const std::vector<int> samples = Samples<int>(input, nRepeats);
     std::vector<std::int64_t> samples64;
+    std::vector<int> utilizations;
     for (const int nSample : samples)
     {
         history.Append(nSample);
@@ -62,6 +64,7 @@ void CheckReport(FuzzInput input, std::uint32_t nSpan, std::uint32_t nMinimum, s
             NetworkCard card;
             card.Utilization = static_cast<std::uint32_t>(nSample);
             cards.Append(card);
+            utilizations.push_back(nSample);
         }
     }
     const auto nSignedMinimum = static_cast<std::int32_t>(nMinimum);
@@ -70,9 +73,10 @@ void CheckReport(FuzzInput input, std::uint32_t nSpan, std::uint32_t nMinimum, s
     Require(nAverage == Expected(samples, nSpan, nSignedMinimum), "the average of 32 bits");
     Require(GetSinglePKIAverageValue64(history64, nSpan, nSignedMinimum) == Expected(samples64, nSpan, nSignedMinimum),
             "the average of 64 bits");
-    AverageCardUtilization(cards, nSpan, nSignedMinimum);
+    Require(GetSinglePKIAverageValue(&cards.Utilizations(), nSpan, nSignedMinimum, &nAverage) == 1, "a card's average");
+    Require(nAverage == Expected(utilizations, nSpan, nSignedMinimum), "the average of a card");
     cards.CutTo(nSpan);
-    Require(cards.Size() <= nSpan, "a history is cut to the span");
+    Require(cards.Size() <= nSpan && cards.Utilizations().Size() == cards.Size(), "a history is cut to the span");
     Require(nSpan == 0 || samples.empty() || cards.Size() != 0, "something is left of it");
 }
 
