@@ -135,7 +135,7 @@ TEST_CASE("a life without a fault raises five alerts, hands out two, answers wit
     CHECK(outcome.bReport);
     CHECK(outcome.nSecondsToEnd <= 2);
     CHECK(ParseAlertLines(scenario.tree.Alerts()).size() == 3);
-    CHECK(outcome.nKept == 4); // two events, the section, a semaphore of the run-time library
+    CHECK(outcome.nKept == 3); // two events and the section
 }
 
 TEST_CASE("every import is known either to be able to fail or not")

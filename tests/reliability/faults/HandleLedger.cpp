@@ -10,7 +10,7 @@ namespace varnex::test
 
 struct HandleLedger::State
 {
-    mutable SRWLOCK lock = SRWLOCK_INIT;
+    mutable SlimLock lock;
     std::set<HANDLE> semaphores; // open ones
     ULONGLONG ullCalls = 0;
     ULONGLONG ullFailures = 0;

@@ -50,6 +50,7 @@ const std::map<std::string, DWORD>& ZeroAnswers()
         {"GlobalAlloc", ERROR_NOT_ENOUGH_MEMORY},
         {"InitializeSecurityDescriptor", ERROR_UNKNOWN_REVISION},
         {"K32GetMappedFileNameW", ERROR_ACCESS_DENIED},
+        {"K32GetMappedFileNameW", ERROR_INSUFFICIENT_BUFFER},
         {"LoadLibraryA", ERROR_NOT_ENOUGH_MEMORY},
         {"LoadLibraryW", ERROR_NOT_ENOUGH_MEMORY},
         {"LocalAlloc", ERROR_NOT_ENOUGH_MEMORY},
