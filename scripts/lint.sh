@@ -1,33 +1,56 @@
 #!/usr/bin/env bash
-# The layout of all sources, then clang-tidy over src/, with clang as a second compiler for the same target.
-# usage: scripts/lint.sh [FILE...]
+# The layout of all sources; then, over src/, clang as a second compiler with its analysis of what each lock guards, and
+# clang-tidy; and cppcheck, over tools/ too. usage: scripts/lint.sh [FILE...]
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-command -v clang-tidy >/dev/null || { echo "lint: clang-tidy is not installed (package clang-tidy)" >&2; exit 1; }
+scripts/setup.sh --lint
 
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+files=("$@")
+read_too=()
 if [ $# -eq 0 ]; then
   # The public header is laid out by hand: clang-format takes its extern "C" for a block to indent.
   git ls-files '*.cpp' '*.h' '*.c' | grep -v '^third_party/\|^include/' | xargs clang-format --dry-run -Werror ||
     { echo "lint: clang-format -i settles these" >&2; exit 1; }
+  mapfile -t files < <(find src -name '*.cpp' | sort)
+  read_too=(tools)
 fi
 
 gcc_headers=$(dirname "$(x86_64-w64-mingw32-g++-win32 -print-libgcc-file-name)")/include/c++
-[ $# -gt 0 ] || mapfile -t files < <(find src -name '*.cpp' | sort)
+definitions=(-DWIN32_LEAN_AND_MEAN -DNOMINMAX -D_WIN32_WINNT=0x0601 -DUNICODE -D_UNICODE -DVARNEX_NO_DLLIMPORT)
 flags=(--target=x86_64-w64-mingw32 -std=c++17
        -isystem "$gcc_headers" -isystem "$gcc_headers/x86_64-w64-mingw32"
-       -Isrc -Iinclude -DWIN32_LEAN_AND_MEAN -DNOMINMAX -D_WIN32_WINNT=0x0601 -DUNICODE -D_UNICODE -DVARNEX_NO_DLLIMPORT
-       -Wall -Wextra)
+       -Isrc -Iinclude "${definitions[@]}"
+       -Wall -Wextra -Wthread-safety -Wthread-safety-beta)
 
-log=$(mktemp)
-trap 'rm -f "$log"' EXIT
-status=0
-printf '%s\n' "${@:-${files[@]}}" | xargs -P "$(nproc)" -n 4 sh -c '
-  shift; exec clang-tidy --quiet "$@" -- '"$(printf '%q ' "${flags[@]}")" sh -- >"$log" 2>&1 || status=$?
-# It exits 0 where it could not even find a header: look for that, too.
-if [ "$status" -ne 0 ] || grep -q 'compiler error\|\[clang-diagnostic-error\]' "$log"; then
-  grep -v 'warnings generated\|Suppressed\|Use -header-filter' "$log" >&2 || true
-  echo "lint: clang-tidy has something to say" >&2
+# each_file COMMAND...: runs it for every file, as many at a time as there are processors.
+each_file() {
+  printf '%s\0' "${files[@]}" | xargs -0 -P "$(nproc)" -I '{}' "$@"
+}
+
+complain() {
+  grep -v 'warnings\? generated\|^Suppressed\|^Use -header-filter' "$work/log" >&2 || true
+  echo "lint: $1 has something to say" >&2
   exit 1
+}
+
+each_file clang++ "${flags[@]}" -Werror -fsyntax-only '{}' >"$work/log" 2>&1 || complain "clang as a second compiler"
+echo "lint: clang is content"
+
+# Each suppression has its reason in the file.
+cppcheck --quiet --error-exitcode=1 --enable=warning,style,performance,portability --inconclusive --inline-suppr \
+  --std=c++17 --language=c++ --platform=win64 -D_WIN32 -Isrc -Iinclude "${definitions[@]}" \
+  --suppressions-list=.cppcheck --template='{file}:{line}: {id}: {message}' "${files[@]}" "${read_too[@]}" >"$work/log" 2>&1 ||
+  complain "cppcheck"
+echo "lint: cppcheck is content"
+
+status=0
+each_file clang-tidy --quiet '{}' -- "${flags[@]}" >"$work/log" 2>&1 || status=$?
+# It exits 0 where it could not even find a header: look for that, too.
+if [ "$status" -ne 0 ] || grep -q 'compiler error\|\[clang-diagnostic-error\]' "$work/log"; then
+  complain "clang-tidy"
 fi
 echo "lint: clang-tidy is content"

@@ -1,10 +1,17 @@
 #!/usr/bin/env bash
 # Installs what building, testing and running need on Debian 12; does nothing when all of it is there.
+# usage: scripts/setup.sh [--lint]    what scripts/lint.sh needs besides
 set -euo pipefail
 
 packages=(g++-mingw-w64-x86-64-win32 mingw-w64-tools wine wine64 cmake ninja-build git catch2 libcli11-dev
           librapidxml-dev libxml2-utils libz-mingw-w64-dev nlohmann-json3-dev python3 clang-14 lld-14 llvm-14 zip unzip
           chromium prometheus prometheus-node-exporter libclang-rt-14-dev)
+for extra in "$@"; do
+  case "$extra" in
+    --lint) packages+=(clang clang-format clang-tidy cppcheck) ;;
+    *) echo "setup: unknown argument '$extra'" >&2; exit 2 ;;
+  esac
+done
 
 missing=()
 for package in "${packages[@]}"; do

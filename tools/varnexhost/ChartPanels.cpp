@@ -53,8 +53,8 @@ private:
     void AddNetworkTraces(ChartPanel& use, ChartPanel& throughput);
     void AddTraces(ChartPanel& panel, ChartResource resource, const Convert& convert);
     void AddRows(ChartTable& table, const TraceFile& trace, const Convert& convert);
-    void AddReportRow(ChartPanel& panel, const SavedReport& report, const std::vector<std::string>& names,
-                      ChartTable::Cells cells) const;
+    static void AddReportRow(ChartPanel& panel, const SavedReport& report, const std::vector<std::string>& names,
+                             ChartTable::Cells cells);
     void AddPanel(ChartPanel panel, ChartResource resource, bool bThreshold);
     void ShareOutAlerts();
     std::vector<const SavedReport*> Reports() const;
@@ -144,7 +144,7 @@ void DayMaker::AddTraces(ChartPanel& panel, ChartResource resource, const Conver
 }
 
 void DayMaker::AddReportRow(ChartPanel& panel, const SavedReport& report, const std::vector<std::string>& names,
-                            ChartTable::Cells cells) const
+                            ChartTable::Cells cells)
 {
     if (!cells.empty())
     {
