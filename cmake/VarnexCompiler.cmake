@@ -30,3 +30,12 @@ else()
       -fsanitize=undefined -fsanitize-undefined-trap-on-error)
   endif()
 endif()
+
+if(VARNEX_COVERAGE)
+  # Counts what of src/ a test runs: scripts/coverage.sh. Everything else is built as in the release.
+  add_library(varnex_counted INTERFACE)
+  target_compile_options(varnex_counted INTERFACE --coverage -O0)
+  # At the end of the top folder, so that -O0 comes behind the optimisation that the package asks for.
+  cmake_language(DEFER CALL target_link_libraries varnex_objects PRIVATE varnex_counted)
+  cmake_language(DEFER CALL target_link_options varnex_system INTERFACE --coverage)
+endif()

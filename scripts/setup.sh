@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what building, testing and running need on Debian 12; does nothing when all of it is there.
-# usage: scripts/setup.sh [--lint]    what scripts/lint.sh needs besides
+# usage: scripts/setup.sh [--lint] [--coverage]    what scripts/lint.sh and scripts/coverage.sh need besides
 set -euo pipefail
 
 packages=(g++-mingw-w64-x86-64-win32 mingw-w64-tools wine wine64 cmake ninja-build git catch2 libcli11-dev
@@ -9,6 +9,7 @@ packages=(g++-mingw-w64-x86-64-win32 mingw-w64-tools wine wine64 cmake ninja-bui
 for extra in "$@"; do
   case "$extra" in
     --lint) packages+=(clang clang-format clang-tidy cppcheck) ;;
+    --coverage) packages+=(gcovr) ;;
     *) echo "setup: unknown argument '$extra'" >&2; exit 2 ;;
   esac
 done
