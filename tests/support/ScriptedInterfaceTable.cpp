@@ -122,4 +122,11 @@ std::vector<InterfaceTableCall> ScriptedInterfaceTable::Calls() const
     return m_state->calls;
 }
 
+void ScriptedInterfaceTable::ForgetCalls()
+{
+    const UnscriptedScope unscripted;
+    const SlimLockHold hold(m_state->lock);
+    m_state->calls.clear();
+}
+
 } // namespace varnex::test

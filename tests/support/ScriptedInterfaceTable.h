@@ -44,6 +44,7 @@ public:
     void RemoveRows();
 
     std::vector<InterfaceTableCall> Calls() const;
+    void ForgetCalls();
 
 private:
     struct State;

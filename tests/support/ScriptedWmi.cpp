@@ -386,6 +386,13 @@ std::vector<std::string> ScriptedWmi::Calls() const
     return m_script->calls;
 }
 
+void ScriptedWmi::ForgetCalls()
+{
+    const UnscriptedScope unscripted;
+    const SlimLockHold hold(m_script->lock);
+    m_script->calls.clear();
+}
+
 WmiRequest ScriptedWmi::Request() const
 {
     const UnscriptedScope unscripted;

@@ -94,6 +94,7 @@ public:
 
     // The calls in order: "ConnectServer", "Next", "Get(Speed)".
     std::vector<std::string> Calls() const;
+    void ForgetCalls();
     WmiRequest Request() const;
     // COM objects of this class that the module still holds.
     long LiveObjects() const;

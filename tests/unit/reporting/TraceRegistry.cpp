@@ -141,6 +141,11 @@ std::vector<TraceRegistry::Opened> TraceRegistry::OpenedKeys() const
     return opened;
 }
 
+void TraceRegistry::ForgetOpenedKeys()
+{
+    m_state->Set([](State& state) { state.opened.clear(); });
+}
+
 long TraceRegistry::LiveKeys() const
 {
     long nLive = 0;

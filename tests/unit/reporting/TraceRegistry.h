@@ -36,6 +36,7 @@ public:
         REGSAM nAccess;
     };
     std::vector<Opened> OpenedKeys() const;
+    void ForgetOpenedKeys();
     // Keys that were opened and not closed.
     long LiveKeys() const;
     // Calls with other arguments than they should have.
