@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Runs the reliability tests in their long form and shows their figures; docs/reliability.md tells what they mean.
 # usage: scripts/soak.sh [ITEM]      (needs a build: scripts/build.sh)
+# VARNEX_SOAK_DAYS=N makes the soak live N days instead of 30.
 # VARNEX_BUILD_DIR names another build directory than build/release.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -33,6 +34,8 @@ run_item log reliability_log
 run_item hostile reliability_hostile
 run_item time reliability_time
 run_item security reliability_security
+run_item soak reliability_soak
+run_item hour reliability_hour
 
 if [ "$found" = no ]; then
   echo "soak: there is no item '$wanted'; they are: $(grep -o '^run_item [a-z]*' "$0" | cut -d' ' -f2 | xargs)" >&2

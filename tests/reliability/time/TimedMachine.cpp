@@ -43,7 +43,7 @@ TimedMachine::ReadyTree::ReadyTree(const ConfigBuilder& config)
     WriteConfig(config);
 }
 
-TimedMachine::TimedMachine(const ConfigBuilder& config, const TIME_ZONE_INFORMATION& zoneOfMachine)
+TimedMachine::TimedMachine(const ConfigBuilder& config, const TIME_ZONE_INFORMATION& zoneOfMachine, Attach attach)
     : tree(config), module(tree, LoadedModule::Start::Later), imports(module.Handle()), mutexes(imports),
       names(imports, MakePrivateKey()), registry(imports), clock(imports), zone(imports, clock, zoneOfMachine),
       exports(imports), memory(exports), cpu(exports), pdh(imports), wmi(imports), table(imports)
@@ -58,12 +58,20 @@ TimedMachine::TimedMachine(const ConfigBuilder& config, const TIME_ZONE_INFORMAT
     table.AddRow(2);
     table.SetOctets(2, 1, 1);
     SetLoad(false);
-    REQUIRE(module.Attach());
+    if (attach == Attach::AtOnce)
+    {
+        AttachNow();
+    }
 }
 
 TimedMachine::~TimedMachine()
 {
     Stop();
+}
+
+void TimedMachine::AttachNow()
+{
+    REQUIRE(module.Attach());
 }
 
 void TimedMachine::StartMonitors()

@@ -43,12 +43,20 @@ class TimedMachine
     };
 
 public:
-    explicit TimedMachine(const ConfigBuilder& config, const TIME_ZONE_INFORMATION& zone = Utc());
+    enum class Attach
+    {
+        AtOnce,
+        Later // by AttachNow, once the imports that matter before it are scripted
+    };
+
+    explicit TimedMachine(const ConfigBuilder& config, const TIME_ZONE_INFORMATION& zone = Utc(),
+                          Attach attach = Attach::AtOnce);
     // Stops what runs.
     ~TimedMachine();
     TimedMachine(const TimedMachine&) = delete;
     TimedMachine& operator=(const TimedMachine&) = delete;
 
+    void AttachNow();
     void StartMonitors();
     void StartReporting();
     // Stops both and lets all threads end.
