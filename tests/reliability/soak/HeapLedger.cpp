@@ -11,7 +11,7 @@ namespace varnex::test
 
 struct HeapLedger::State
 {
-    SRWLOCK lock = SRWLOCK_INIT;
+    SlimLock lock;
     std::unordered_map<const void*, std::size_t> live;
     Blocks ordinary;
     Blocks global;
