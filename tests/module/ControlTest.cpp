@@ -80,6 +80,7 @@ public:
                 m_handles.push_back(CreateEventW(nullptr, TRUE, FALSE, nullptr));
                 return m_handles.back();
             });
+        work.redirector.Replace<decltype(::ResumeThread)>("ResumeThread", [](HANDLE) { return DWORD{1}; });
         work.redirector.Replace<decltype(::CloseHandle)>(
             "CloseHandle",
             [this](HANDLE hObject)
@@ -96,6 +97,7 @@ public:
     ~HeldThreads()
     {
         m_work.redirector.Restore("CreateThread");
+        m_work.redirector.Restore("ResumeThread");
         m_work.redirector.Restore("CloseHandle");
     }
     std::size_t Made() const { return m_handles.size(); }
