@@ -291,7 +291,9 @@ TEST_CASE("a section that another process never stops writing to is answered, an
 TEST_CASE("a section of any content is answered by a whole report within it, in bounded memory")
 {
     constexpr std::uint32_t NUMBERS[] = {1, 2, 3, 1440, 1441, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFE, 0xFFFFFFFF};
-    constexpr std::size_t MORE_KILOBYTES = 4096;
+    // Wine's document object keeps some 115 bytes of each attribute that is made in a namespace, 1.5 KiB a report here.
+    constexpr std::size_t KILOBYTES_OF_A_REPORT = 2;
+    constexpr std::size_t MORE_KILOBYTES = 512;
     HostUnderAttack host;
     host.Begin();
     host.AskForReport();
@@ -332,7 +334,7 @@ TEST_CASE("a section of any content is answered by a whole report within it, in 
     }
     CHECK(run.Cases() > 50);
     const std::size_t nMore = (std::max)(host.PrivateKilobytes(), nKilobytes) - nKilobytes;
-    CHECK(nMore < MORE_KILOBYTES);
+    CHECK(nMore < MORE_KILOBYTES + KILOBYTES_OF_A_REPORT * run.Cases());
     host.End();
     PrintFigure("hostile sections: " + std::to_string(run.Cases()) +
                 " contents, each answered by a whole report and nothing else written; " + std::to_string(nMore) +
