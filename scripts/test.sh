@@ -21,18 +21,27 @@ unset DISPLAY
 # another run.
 servers=()
 trap 'for prefix in "${servers[@]}"; do WINEPREFIX=$prefix wineserver -k || true; done' EXIT
+exec {endless}<> <(:) # a pipe that never has anything to read: a program that waits for it stays
 begin_wine() {
   export WINEPREFIX=$1
+  local ours=
   scripts/wine-run.sh cmd /c exit </dev/null >/dev/null
   for _ in 1 2 3 4 5 6 7 8; do
     if wineserver -p 2>/dev/null; then
       servers+=("$1")
+      ours=yes
       break
     fi
     sleep 1
   done
   # Its services are started here and not by a test, whose output they would keep open.
   scripts/wine-run.sh cmd /c exit </dev/null >/dev/null 2>&1
+  # So is the desktop, which lasts as long as a program that uses it. Without that one, each test with COM begins a desktop
+  # that outlives it by a second, and ctest waits for its end.
+  if [ -n "$ours" ]; then
+    scripts/wine-run.sh cmd <&"$endless" >/dev/null 2>&1 &
+    disown
+  fi
 }
 first="$WINEPREFIX"
 begin_wine "$first"
