@@ -70,18 +70,6 @@ private:
     UniqueHandle m_thread;
 };
 
-// The module reads every counter from the stand-in.
-void UseStandIn(ImportRedirector& imports, const WinePdh& pdh)
-{
-    imports.Redirect("PdhEnumObjectItemsA", pdh.EnumA);
-    imports.Redirect("PdhOpenQueryA", pdh.OpenQueryA);
-    imports.Redirect("PdhAddCounterA", pdh.AddCounterA);
-    imports.Redirect("PdhCollectQueryData", pdh.Collect);
-    imports.Redirect("PdhGetFormattedCounterValue", pdh.GetValue);
-    imports.Redirect("PdhRemoveCounter", pdh.RemoveCounter);
-    imports.Redirect("PdhCloseQuery", pdh.CloseQuery);
-}
-
 // Bytes a second over half a second, of all disks; 0 without a counter.
 double ReadTotal(const WinePdh& pdh)
 {
@@ -124,7 +112,7 @@ TEST_CASE("the disk monitor measures what this machine's disk really does")
     LoadedModule module(tree, LoadedModule::Start::Later);
     ImportRedirector imports(module.Handle());
     const PrivateMutexes mutexes(imports);
-    UseStandIn(imports, pdh);
+    pdh.Serve(imports);
     REQUIRE(module.Attach());
 
     const std::size_t nThreads = CountThreads();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "common/Handles.h"
+#include "support/ImportRedirector.h"
 #include "support/TestText.h"
 
 #include <catch2/catch.hpp>
@@ -54,6 +55,21 @@ public:
     decltype(::PdhOpenQueryA)* const OpenQueryA = Find<decltype(::PdhOpenQueryA)>("PdhOpenQueryA");
     decltype(::PdhOpenQueryW)* const OpenQueryW = Find<decltype(::PdhOpenQueryW)>("PdhOpenQueryW");
     decltype(::PdhRemoveCounter)* const RemoveCounter = Find<decltype(::PdhRemoveCounter)>("PdhRemoveCounter");
+
+    // The module reads every counter from the stand-in, for as long as the redirector lives.
+    void Serve(ImportRedirector& imports) const
+    {
+        imports.Redirect("PdhEnumObjectItemsA", EnumA);
+        imports.Redirect("PdhEnumObjectItemsW", EnumW);
+        imports.Redirect("PdhOpenQueryA", OpenQueryA);
+        imports.Redirect("PdhOpenQueryW", OpenQueryW);
+        imports.Redirect("PdhAddCounterA", AddCounterA);
+        imports.Redirect("PdhAddCounterW", AddCounterW);
+        imports.Redirect("PdhCollectQueryData", Collect);
+        imports.Redirect("PdhGetFormattedCounterValue", GetValue);
+        imports.Redirect("PdhRemoveCounter", RemoveCounter);
+        imports.Redirect("PdhCloseQuery", CloseQuery);
+    }
 };
 
 } // namespace varnex::test

@@ -98,7 +98,7 @@ public:
           names(imports, MakePrivateKey()), registry(imports)
     {
         registry.SetSwitch(1);
-        UseStandIn();
+        pdh.Serve(imports);
         KeepWorkers();
         imports.CountCalls("GlobalAlloc");
         REQUIRE(module.Attach());
@@ -158,20 +158,6 @@ public:
     TraceRegistry registry;
 
 private:
-    void UseStandIn()
-    {
-        imports.Redirect("PdhEnumObjectItemsA", pdh.EnumA);
-        imports.Redirect("PdhEnumObjectItemsW", pdh.EnumW);
-        imports.Redirect("PdhOpenQueryA", pdh.OpenQueryA);
-        imports.Redirect("PdhOpenQueryW", pdh.OpenQueryW);
-        imports.Redirect("PdhAddCounterA", pdh.AddCounterA);
-        imports.Redirect("PdhAddCounterW", pdh.AddCounterW);
-        imports.Redirect("PdhCollectQueryData", pdh.Collect);
-        imports.Redirect("PdhGetFormattedCounterValue", pdh.GetValue);
-        imports.Redirect("PdhRemoveCounter", pdh.RemoveCounter);
-        imports.Redirect("PdhCloseQuery", pdh.CloseQuery);
-    }
-
     // Its end is waited for, or the module must not be unloaded.
     void KeepWorkers()
     {
