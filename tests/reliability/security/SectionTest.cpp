@@ -148,14 +148,9 @@ private:
     UniqueView m_view;
 };
 
-} // namespace
-
-TEST_CASE("a section that is too small is refused, and nothing is written to it")
+// The host's life beside a section that it refuses, and a request that stands meanwhile.
+void CheckRefused(HostUnderAttack& host, const ForeignSection& foreign)
 {
-    const DWORD dwBytes = GENERATE(16, 4096, 28'672);
-    CAPTURE(dwBytes);
-    const ForeignSection foreign(dwBytes);
-    HostUnderAttack host;
     host.Begin();
     SetEvent(UniqueHandle(OpenEventW(EVENT_MODIFY_STATE, FALSE, BEGIN_NAME)).Get());
     Sleep(100);
@@ -165,6 +160,17 @@ TEST_CASE("a section that is too small is refused, and nothing is written to it"
     CHECK(foreign.IsUntouchedFrom(0));
     CHECK_THAT(host.Log(), HasLineContaining(REFUSED));
     CHECK_THAT(host.Log(), HasLineContaining("CPKIUtlCheckingThread -- MapViewOfFile("));
+}
+
+} // namespace
+
+TEST_CASE("a section that is too small is refused, and nothing is written to it")
+{
+    const DWORD dwBytes = GENERATE(16, 4096, 28'672);
+    CAPTURE(dwBytes);
+    const ForeignSection foreign(dwBytes);
+    HostUnderAttack host;
+    CheckRefused(host, foreign);
 }
 
 TEST_CASE("of a section that is larger only the first 32768 bytes are written, and reports come")
@@ -185,14 +191,7 @@ TEST_CASE("a section that is laid over a file is refused, and the file is not wr
     HostUnderAttack host;
     const UniqueFile file = MakeVictim();
     const ForeignSection foreign(SECTION_BYTES, file.Get());
-    host.Begin();
-    SetEvent(UniqueHandle(OpenEventW(EVENT_MODIFY_STATE, FALSE, BEGIN_NAME)).Get());
-    CHECK(host.AwaitAlerts());
-    ResetEvent(UniqueHandle(OpenEventW(EVENT_MODIFY_STATE, FALSE, BEGIN_NAME)).Get());
-    host.End();
-    CHECK(foreign.IsUntouchedFrom(0));
-    CHECK_THAT(host.Log(), HasLineContaining(REFUSED));
-    CHECK_THAT(host.Log(), HasLineContaining("CPKIUtlCheckingThread -- MapViewOfFile("));
+    CheckRefused(host, foreign);
 }
 
 TEST_CASE("a name of a file that is too long to be asked for does not hide it")
