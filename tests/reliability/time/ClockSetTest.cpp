@@ -24,6 +24,15 @@ void UseUp(TimedMachine& machine, const LocalTime& utc)
     machine.Storm(ENOUGH);
 }
 
+// The dates in the order in which the clock came to them: each began its counts anew, and has every kind's maximum.
+void CheckDates(TimedMachine& machine, const Dates& dates)
+{
+    const std::vector<AlertSpell> spells = ReadSpells(machine);
+    CHECK(DatesOf(spells) == dates);
+    CheckEachKindHas(spells, MAX_ALERTS);
+    CHECK(CountResets(machine) == dates.size());
+}
+
 } // namespace
 
 TEST_CASE("a clock set back an hour gives the date no second maximum")
@@ -59,10 +68,7 @@ TEST_CASE("a clock set back an hour over midnight begins a date's counts with ea
     machine.zone.SetUtc(LocalTime{2026, 6, 9, 23, 30});
     machine.StormAtPace();
     machine.Stop();
-    const std::vector<AlertSpell> spells = ReadSpells(machine);
-    CHECK(DatesOf(spells) == Dates{"2026-06-10", "2026-06-09"});
-    CheckEachKindHas(spells, MAX_ALERTS);
-    CHECK(CountResets(machine) == 2);
+    CheckDates(machine, Dates{"2026-06-10", "2026-06-09"});
     CheckFiles(machine);
 }
 
@@ -76,10 +82,7 @@ TEST_CASE("a clock set back a day gives that day its maximum, and the day after 
     CheckStored(machine, L"2026-06-09", MAX_ALERTS);
     machine.Storm(60); // over midnight
     machine.Stop();
-    const std::vector<AlertSpell> spells = ReadSpells(machine);
-    CHECK(DatesOf(spells) == Dates{"2026-06-10", "2026-06-09", "2026-06-10"});
-    CheckEachKindHas(spells, MAX_ALERTS);
-    CHECK(CountResets(machine) == 3);
+    CheckDates(machine, Dates{"2026-06-10", "2026-06-09", "2026-06-10"});
     CheckFiles(machine);
 }
 
@@ -91,10 +94,7 @@ TEST_CASE("a clock set back a day before any count was saved begins that day's c
     machine.clock.Advance(30);
     machine.zone.SetUtc(LocalTime{2026, 6, 9, 12});
     machine.Storm(ENOUGH);
-    const std::vector<AlertSpell> spells = ReadSpells(machine);
-    CHECK(DatesOf(spells) == Dates{"2026-06-09"});
-    CheckEachKindHas(spells, MAX_ALERTS);
-    CHECK(CountResets(machine) == 1);
+    CheckDates(machine, Dates{"2026-06-09"});
 }
 
 TEST_CASE("a clock set forward a day gives the new date its maximum at once, and no worker waits for it")
@@ -105,10 +105,7 @@ TEST_CASE("a clock set forward a day gives the new date its maximum at once, and
     machine.StormAtPace();
     CHECK(machine.AskForReport());
     machine.Stop();
-    const std::vector<AlertSpell> spells = ReadSpells(machine);
-    CHECK(DatesOf(spells) == Dates{"2026-06-10", "2026-06-11"});
-    CheckEachKindHas(spells, MAX_ALERTS);
-    CHECK(CountResets(machine) == 2);
+    CheckDates(machine, Dates{"2026-06-10", "2026-06-11"});
     CheckFiles(machine);
     PrintFigure("time: a clock set back an hour, back a day and forward a day: counts begun anew with each change of "
                 "the date and at nothing else, every worker at its pace right after");
