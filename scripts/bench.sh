@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Measures what the module costs beside what nobody could do without: a table on the screen, the same as JSON and as the
-# tables of docs/performance.md in build/bench. Some six minutes; --short takes seconds, and its figures say little.
+# tables of docs/performance.md in build/bench. Some ten minutes; --short takes seconds, and its figures say little.
 # usage: scripts/bench.sh [--short] [PART...]      parts: log config alerts cycles reports entry footprint
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."

@@ -6,6 +6,7 @@
 #include "common/LastError.h"
 #include "common/Locks.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
