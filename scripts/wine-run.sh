@@ -9,6 +9,11 @@ export WINEPREFIX="${WINEPREFIX:-$root/build/wine-prefix}"
 export WINEDEBUG="${WINEDEBUG:--all}"
 # No crash dialog, no .NET or HTML engine to be offered for installation.
 export WINEDLLOVERRIDES="winedbg.exe=d;mscoree=d;mshtml=d;${WINEDLLOVERRIDES:-}"
+# In a locale that knows ASCII only, Wine can make no file whose name needs more.
+case "${LC_ALL:-${LC_CTYPE:-${LANG:-}}}" in
+  *[Uu][Tt][Ff]*) ;;
+  *) export LC_ALL=C.UTF-8 ;;
+esac
 
 if [ ! -e "$WINEPREFIX/.varnex-ready" ]; then
   mkdir -p "$WINEPREFIX"

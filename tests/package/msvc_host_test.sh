@@ -8,7 +8,7 @@ begin_in "$1"
 tool() {
   command -v "$1-14" || command -v "$1" || { echo "FAILED: $1 is not installed" >&2; exit 1; }
 }
-clang=$(tool clang) lld_link=$(tool lld-link) dlltool=$(tool llvm-dlltool)
+clang=$(tool clang) lld_link=$(tool lld-link) dlltool=$(tool llvm-dlltool) rc=$(tool llvm-rc)
 
 cp -r "$tests/msvc_host/." .
 quietly "$dlltool" -m i386:x86-64 -d kernel32.def -l kernel32.lib
@@ -27,8 +27,8 @@ same "how the program ended" 0 "$ended"
 
 # CMake takes the same library for this ABI.
 quietly cmake -G Ninja -S . -B out -DCMAKE_SYSTEM_NAME=Windows "-DCMAKE_C_COMPILER=$clang" \
-  -DCMAKE_C_COMPILER_TARGET=x86_64-pc-windows-msvc -DCMAKE_TRY_COMPILE_TARGET_TYPE=STATIC_LIBRARY \
-  -DCMAKE_BUILD_TYPE=Release "-DCMAKE_PREFIX_PATH=$SDK"
+  "-DCMAKE_RC_COMPILER=$rc" -DCMAKE_C_COMPILER_TARGET=x86_64-pc-windows-msvc \
+  -DCMAKE_TRY_COMPILE_TARGET_TYPE=STATIC_LIBRARY -DCMAKE_BUILD_TYPE=Release "-DCMAKE_PREFIX_PATH=$SDK"
 quietly cmake --build out
 expect_linked_with Varnex.lib host
 same "what the program that CMake built imports from" "KERNEL32.dll Varnex.dll" "$(imports_of out/host.exe | xargs)"
