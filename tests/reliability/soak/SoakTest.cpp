@@ -8,6 +8,7 @@
 #include "reliability/LongForm.h"
 
 #include "support/AlertLines.h"
+#include "support/ChildProcess.h"
 #include "support/LogFile.h"
 #include "support/ProcessMeter.h"
 #include "support/XmlReader.h"
@@ -21,6 +22,7 @@
 #include <cstdlib>
 #include <cwchar>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace varnex::test
@@ -235,6 +237,19 @@ DayEnd SoakMachine::TakeStock()
             CountHeapBlocks()};
 }
 
+// What each day's end has to have in common with the first one's.
+void CheckDayEnds(const std::vector<DayEnd>& days)
+{
+    const DayEnd& first = days.front();
+    for (const DayEnd& day : days)
+    {
+        CHECK(day.llHandles == first.llHandles);
+        CHECK(day.llThreads == first.llThreads);
+        CHECK(day.global.llCount == day.llMeasured);
+        CHECK(day.global.llBytes == day.llMeasured * KEPT_BLOCK_BYTES);
+    }
+}
+
 // The log rolled, each file in its bounds, and nothing in them is an error but the report thread's word at each end.
 void CheckLogs(const ModuleTree& tree, int nDays)
 {
@@ -263,6 +278,22 @@ int LongDays()
     return nDays >= 2 ? nDays : 30;
 }
 
+constexpr wchar_t SABOTAGE_VARIABLE[] = L"VARNEX_TEST_SABOTAGE";
+constexpr DWORD PATIENCE_MS = 300'000;
+
+bool IsSabotaged()
+{
+    return GetEnvironmentVariableW(SABOTAGE_VARIABLE, nullptr, 0) != 0;
+}
+
+// The exit code, which counts the failed checks, and the output of a child that lives two short days.
+std::pair<DWORD, std::string> LiveShortDaysInChild(const ChildOptions& options)
+{
+    const ChildProcess child = ChildProcess::OfTestCase("child: lives two short days of everything", options);
+    REQUIRE(child.WaitForEnd(PATIENCE_MS));
+    return {child.ExitCode(), child.Output()};
+}
+
 std::string Range(long long llFirst, long long llLast)
 {
     return std::to_string(llFirst) + " -> " + std::to_string(llLast);
@@ -287,13 +318,7 @@ TEST_CASE("days of everything keep what is kept on purpose, to the byte, and no 
     const DayEnd& first = days.front();
     const DayEnd& last = days.back();
     const long long llDays = nDays - 1;
-    for (const DayEnd& day : days)
-    {
-        CHECK(day.llHandles == first.llHandles);
-        CHECK(day.llThreads == first.llThreads);
-        CHECK(day.global.llCount == day.llMeasured);
-        CHECK(day.global.llBytes == day.llMeasured * KEPT_BLOCK_BYTES);
-    }
+    CheckDayEnds(days);
     CHECK(last.llMeasured - first.llMeasured >= llDays * (nHours - 1) * 60);
     CHECK(last.ordinary.llCount - first.ordinary.llCount == llDays * KEPT_NAMES);
     CHECK(last.ordinary.llBytes - first.ordinary.llBytes == llDays * KEPT_NAME_BYTES);
@@ -316,6 +341,34 @@ TEST_CASE("days of everything keep what is kept on purpose, to the byte, and no 
                 Range(first.llHeapBlocks, last.llHeapBlocks) + " (kept on purpose " +
                 std::to_string(llKeptBlocks + llDays * WORKERS) + "); private bytes " +
                 Range(first.llPrivate, last.llPrivate) + " (kept on purpose " + std::to_string(llKept) + ")");
+}
+
+TEST_CASE("child: lives two short days of everything", "[.]")
+{
+    SoakMachine machine;
+    machine.LiveADay(1); // makes what is made once
+    std::vector<DayEnd> days = {machine.LiveADay(1)};
+    if (IsSabotaged())
+    {
+        (void)CreateEventW(nullptr, TRUE, FALSE, nullptr); // never closed, that is the point
+    }
+    days.push_back(machine.LiveADay(1));
+    machine.End();
+    CheckDayEnds(days);
+}
+
+TEST_CASE("the soak notices a handle that is not given back")
+{
+    const auto [dwSound, soundOutput] = LiveShortDaysInChild({});
+    INFO(soundOutput);
+    CHECK(dwSound == 0);
+
+    ChildOptions sabotage;
+    sabotage.environment = {{SABOTAGE_VARIABLE, L"handle"}};
+    const auto [dwSabotaged, output] = LiveShortDaysInChild(sabotage);
+    INFO(output);
+    CHECK(dwSabotaged == 1);
+    CHECK_THAT(output, Catch::Contains("day.llHandles == first.llHandles"));
 }
 
 } // namespace varnex::test
