@@ -1,7 +1,10 @@
 // Stands in for a process that has the module loaded: answers every request for a report with the text of a file, so
-// that the tool meets reports that no machine here would give. It also plays a reader that has a file open.
+// that the tool meets reports that no machine here would give. It also plays other programs that are in the tool's way:
+// a reader that has a file open, one that keeps a file for itself, and one that has the mutex of the alert file.
 // usage: ReportServer serve REPORT.xml      until it is ended, at most two minutes
 //        ReportServer hold FILE MILLISECONDS
+//        ReportServer keep FILE MILLISECONDS
+//        ReportServer alerts MILLISECONDS
 #include "reporting/ReportHandOff.h"
 
 #include <algorithm>
@@ -18,6 +21,7 @@ namespace
 using namespace varnex;
 
 constexpr DWORD LIFE_MS = 120'000;
+constexpr char ALERT_MUTEX_NAME[] = "Global\\{A2C32408-95FF-4183-8208-1C370A075B80}";
 
 void SayReady()
 {
@@ -59,15 +63,29 @@ int Serve(const char* pszFile)
     return 0;
 }
 
-// As most programs open a file for reading: nobody may move another one over it.
-int Hold(const char* pszFile, DWORD dwMilliseconds)
+// dwShare: what others may open the file for meanwhile. As most programs open a file for reading, nobody may move another
+// one over it.
+int Hold(const char* pszFile, DWORD dwShare, DWORD dwMilliseconds)
 {
-    const UniqueFile file(CreateFileA(pszFile, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                                      FILE_ATTRIBUTE_NORMAL, nullptr));
+    const UniqueFile file(
+        CreateFileA(pszFile, GENERIC_READ, dwShare, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file)
     {
         return 1;
     }
+    SayReady();
+    Sleep(dwMilliseconds);
+    return 0;
+}
+
+int HoldAlerts(DWORD dwMilliseconds)
+{
+    const UniqueHandle mutex(CreateMutexA(nullptr, FALSE, ALERT_MUTEX_NAME));
+    if (!mutex || WaitForSingleObject(mutex.Get(), 0) != WAIT_OBJECT_0)
+    {
+        return 1;
+    }
+    const MutexHold hold(mutex.Get());
     SayReady();
     Sleep(dwMilliseconds);
     return 0;
@@ -83,7 +101,16 @@ int main(int nArguments, char** apszArguments)
     }
     if (nArguments == 4 && std::strcmp(apszArguments[1], "hold") == 0)
     {
-        return Hold(apszArguments[2], static_cast<DWORD>(std::atoi(apszArguments[3])));
+        return Hold(apszArguments[2], FILE_SHARE_READ | FILE_SHARE_WRITE,
+                    static_cast<DWORD>(std::atoi(apszArguments[3])));
+    }
+    if (nArguments == 4 && std::strcmp(apszArguments[1], "keep") == 0)
+    {
+        return Hold(apszArguments[2], 0, static_cast<DWORD>(std::atoi(apszArguments[3])));
+    }
+    if (nArguments == 3 && std::strcmp(apszArguments[1], "alerts") == 0)
+    {
+        return HoldAlerts(static_cast<DWORD>(std::atoi(apszArguments[2])));
     }
     return 2;
 }

@@ -1,13 +1,23 @@
 # Sourced by the tests of this folder, each of which is called alike:
-# usage: NAME_test.sh WINE_RUN VARNEXHOST VARNEX_DLL PDH_DLL CONFIGURATION REPORT_SCHEMA
+# usage: NAME_test.sh WINE_RUN VARNEXHOST VARNEX_DLL PDH_DLL CONFIGURATION REPORT_SCHEMA [REPORT_SERVER]
 # Lays out a product in a folder of its own and counts the failures; each test ends with `finish`.
 set -euo pipefail
 
-readonly wine_run=$1 configuration=$5 schema=$6
+readonly wine_run=$1 configuration=$5 schema=$6 report_server=${7:-}
 readonly folder=$(mktemp -d)
 readonly bin="$folder/A/B/bin" logs="$folder/A/B/Logs"
 watch=
+servers=()
+end_servers() {
+  local server
+  for server in "${servers[@]}"; do
+    kill "$server" 2>/dev/null || true
+    wait "$server" 2>/dev/null || true
+  done
+  servers=()
+}
 clean_up() {
+  end_servers
   [ -z "$watch" ] || kill "$watch" 2>/dev/null || true
   rm -rf "$folder"
 }
@@ -61,6 +71,19 @@ PYTHON
     fail "varnexhost $*: ended with $ended, expected $code; checked by '$statements':"
     cat "$folder/output" "$folder/errors" "$folder/check"
   fi
+}
+
+# begin_report_server ARGUMENTS...: in the background, until it is ready.
+begin_report_server() {
+  : >"$folder/server"
+  "$wine_run" "$report_server" "$@" >"$folder/server" 2>&1 &
+  servers+=($!)
+  local turn
+  for turn in $(seq 100); do
+    grep -q ready "$folder/server" && return
+    sleep 0.1
+  done
+  fail "the report server did not begin: $(cat "$folder/server")"
 }
 
 # begin_watch ARGUMENTS...: in the background, until it has said its first line.

@@ -1,34 +1,10 @@
 #!/usr/bin/env bash
 # report --prometheus: metrics for a textfile collector; with the page on fleets, whose rules and configuration are used.
-# usage: as common.sh says, and REPORT_SERVER as a seventh argument
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
-readonly report_server=$7 page="$(dirname "$schema")/fleet.md" here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+readonly page="$(dirname "$schema")/fleet.md" here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 readonly fleet="$folder/fleet"
 readonly file="$fleet/varnex.prom"
-servers=()
-end_servers() {
-  local server
-  for server in "${servers[@]}"; do
-    kill "$server" 2>/dev/null || true
-    wait "$server" 2>/dev/null || true
-  done
-  servers=()
-}
-trap 'end_servers; clean_up' EXIT
 mkdir "$fleet"
-
-# begin_report_server ARGUMENTS...: in the background, until it is ready.
-begin_report_server() {
-  : >"$folder/server"
-  "$wine_run" "$report_server" "$@" >"$folder/server" 2>&1 &
-  servers+=($!)
-  local turn
-  for turn in $(seq 100); do
-    grep -q ready "$folder/server" && return
-    sleep 0.1
-  done
-  fail "the report server did not begin: $(cat "$folder/server")"
-}
 
 # wait_until_nobody_answers: the objects of a process that ended are gone.
 wait_until_nobody_answers() {

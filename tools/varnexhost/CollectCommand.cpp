@@ -11,6 +11,7 @@
 #include "common/BoundedText.h"
 #include "entry/ModuleState.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -51,7 +52,8 @@ private:
     MutexHold m_hold; // given back before the handle is closed
 };
 
-// One support case on its way into its folder.
+// One support case on its way into its folder. What fails is told on standard error and in the manifest, and the rest is
+// collected all the same.
 class Collection
 {
 public:
@@ -62,11 +64,13 @@ public:
     // Writes the manifest and the archive.
     void Finish();
 
-    unsigned Copied() const noexcept { return m_nCopied; }
     bool IsWhole() const noexcept { return m_bWhole; }
-    const std::filesystem::path& ZipPath() const noexcept { return m_zipPath; }
+    // What came of it, in sentences.
+    std::wstring Summary() const;
 
 private:
+    // Whether the step was done.
+    bool Try(const std::function<void()>& step);
     void Copy(const std::filesystem::path& file);
     void Store(const std::wstring& name, const std::string& content, const SYSTEMTIME& time);
 
@@ -76,6 +80,8 @@ private:
     std::wstring m_manifest;
     unsigned m_nCopied = 0;
     bool m_bWhole = true;
+    bool m_bManifestWritten = false;
+    bool m_bZipWritten = false;
 };
 
 std::filesystem::path ZipPathOf(const std::filesystem::path& folder)
@@ -138,30 +144,41 @@ Collection::Collection(const std::filesystem::path& folder, bool bZip)
     m_manifest = L"Collected by varnexhost " + FromUtf8(VARNEX_VERSION) + L" at " + TimeText(LocalTimeNow()) + L"\r\n";
 }
 
-void Collection::Add(const SupportFile& file)
+bool Collection::Try(const std::function<void()>& step)
 {
     try
     {
-        std::optional<StoreHold> hold;
-        if (file.bStore)
-        {
-            hold.emplace();
-        }
-        if (FileExists(file.path))
-        {
-            Copy(file.path);
-        }
-        else
-        {
-            m_manifest += L"missing  " + file.path.wstring() + L"\r\n";
-        }
+        step();
+        return true;
     }
     catch (const HostError& error)
     {
         m_bWhole = false;
         m_manifest += L"failed   " + FromUtf8(error.what()) + L"\r\n";
         StandardError().TryWrite(L"varnexhost: warning: " + FromUtf8(error.what()) + L"\n");
+        return false;
     }
+}
+
+void Collection::Add(const SupportFile& file)
+{
+    Try(
+        [this, &file]
+        {
+            std::optional<StoreHold> hold;
+            if (file.bStore)
+            {
+                hold.emplace();
+            }
+            if (FileExists(file.path))
+            {
+                Copy(file.path);
+            }
+            else
+            {
+                m_manifest += L"missing  " + file.path.wstring() + L"\r\n";
+            }
+        });
 }
 
 void Collection::Copy(const std::filesystem::path& file)
@@ -176,7 +193,7 @@ void Collection::Copy(const std::filesystem::path& file)
 
 void Collection::AddText(const wchar_t* pwszName, const std::wstring& text)
 {
-    Store(pwszName, ToUtf8(text), LocalTimeNow());
+    Try([&] { Store(pwszName, ToUtf8(text), LocalTimeNow()); });
 }
 
 void Collection::Store(const std::wstring& name, const std::string& content, const SYSTEMTIME& time)
@@ -190,11 +207,15 @@ void Collection::Store(const std::wstring& name, const std::string& content, con
 
 void Collection::Finish()
 {
-    AddText(L"manifest.txt", m_manifest);
-    if (!m_zipPath.empty())
-    {
-        WriteWholeFile(m_zipPath, m_zip.Finish());
-    }
+    m_bManifestWritten = Try([this] { Store(L"manifest.txt", ToUtf8(m_manifest), LocalTimeNow()); });
+    m_bZipWritten = !m_zipPath.empty() && Try([this] { WriteWholeFile(m_zipPath, m_zip.Finish()); });
+}
+
+std::wstring Collection::Summary() const
+{
+    return L"Collected " + std::to_wstring(m_nCopied) + L" files in " + m_folder.wstring() +
+           (m_bZipWritten ? L" and in " + m_zipPath.wstring() : L"") +
+           (m_bManifestWritten ? L". manifest.txt there names them, and those that are missing." : L".");
 }
 
 std::filesystem::path TargetFolder(const std::string& folder)
@@ -233,9 +254,7 @@ ExitCode RunCollect(const CollectOptions& options)
         collection.AddText(L"versions.txt", VersionLines(files.module));
         collection.Finish();
     }
-    StandardOutput().Write(L"Collected " + std::to_wstring(collection.Copied()) + L" files in " + folder.wstring() +
-                           (options.bZip ? L" and in " + collection.ZipPath().wstring() : L"") +
-                           L". manifest.txt there names them, and those that are missing.\n");
+    StandardOutput().Write(collection.Summary() + L"\n");
     return collection.IsWhole() ? ExitCode::Done : ExitCode::Failed;
 }
 
