@@ -4,7 +4,7 @@
 // usage: ReportServer serve REPORT.xml      until it is ended, at most two minutes
 //        ReportServer hold FILE MILLISECONDS
 //        ReportServer keep FILE MILLISECONDS
-//        ReportServer alerts MILLISECONDS
+//        ReportServer alerts FILE            as long as the file is there, at most two minutes
 #include "reporting/ReportHandOff.h"
 
 #include <algorithm>
@@ -21,6 +21,7 @@ namespace
 using namespace varnex;
 
 constexpr DWORD LIFE_MS = 120'000;
+constexpr DWORD POLL_MS = 50;
 constexpr char ALERT_MUTEX_NAME[] = "Global\\{A2C32408-95FF-4183-8208-1C370A075B80}";
 
 void SayReady()
@@ -78,7 +79,7 @@ int Hold(const char* pszFile, DWORD dwShare, DWORD dwMilliseconds)
     return 0;
 }
 
-int HoldAlerts(DWORD dwMilliseconds)
+int HoldAlerts(const char* pszFile)
 {
     const UniqueHandle mutex(CreateMutexA(nullptr, FALSE, ALERT_MUTEX_NAME));
     if (!mutex || WaitForSingleObject(mutex.Get(), 0) != WAIT_OBJECT_0)
@@ -87,7 +88,11 @@ int HoldAlerts(DWORD dwMilliseconds)
     }
     const MutexHold hold(mutex.Get());
     SayReady();
-    Sleep(dwMilliseconds);
+    for (DWORD dwHeld = 0; dwHeld < LIFE_MS && GetFileAttributesA(pszFile) != INVALID_FILE_ATTRIBUTES;
+         dwHeld += POLL_MS)
+    {
+        Sleep(POLL_MS);
+    }
     return 0;
 }
 
@@ -110,7 +115,7 @@ int main(int nArguments, char** apszArguments)
     }
     if (nArguments == 3 && std::strcmp(apszArguments[1], "alerts") == 0)
     {
-        return HoldAlerts(static_cast<DWORD>(std::atoi(apszArguments[2])));
+        return HoldAlerts(apszArguments[2]);
     }
     return 2;
 }

@@ -1,5 +1,7 @@
 #include "AlertFetcher.h"
 
+#include "SlowNotice.h"
+
 namespace varnex::host
 {
 
@@ -28,6 +30,7 @@ AlertFetcher::AlertFetcher(const ModuleLibrary& library, int nBatch)
 
 std::vector<FetchedAlert> AlertFetcher::Fetch()
 {
+    const SlowNotice notice(L"Waiting for the alert file, which another process may hold");
     m_nLastCount =
         m_pfnFetch(m_types.data(), m_texts.data(), TEXT_CHARS, m_thresholds.data(), m_values.data(), m_nBatch);
     std::vector<FetchedAlert> alerts;

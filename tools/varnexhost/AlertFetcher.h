@@ -26,7 +26,8 @@ public:
     // nBatch: how many alerts a fetch asks for, at least 1.
     explicit AlertFetcher(const ModuleLibrary& library, int nBatch = USUAL_BATCH);
 
-    // The oldest alerts in the store: as many as were asked for, and sometimes one more.
+    // The oldest alerts in the store: as many as were asked for, and sometimes one more. The module waits a minute for a
+    // store that another process holds, then takes them all the same; a SlowNotice tells of it.
     std::vector<FetchedAlert> Fetch();
 
     // True when the last fetch was full, so that the next may bring more at once.

@@ -4,7 +4,6 @@
 #include "Commands.h"
 #include "ConsoleStream.h"
 #include "HostError.h"
-#include "SlowNotice.h"
 
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -96,12 +95,6 @@ bool IsStoreEmpty(const ModuleFiles& files)
                     files.log.wstring());
 }
 
-std::vector<FetchedAlert> FetchPatiently(AlertFetcher& fetcher)
-{
-    const SlowNotice notice(L"Waiting for the alert file, which another process may hold");
-    return fetcher.Fetch();
-}
-
 ExitCode RunAlerts(const AlertsOptions& options)
 {
     const ModuleFiles files = LocateModule(FromUtf8(options.moduleFolder));
@@ -111,7 +104,7 @@ ExitCode RunAlerts(const AlertsOptions& options)
     printer.Begin();
     do
     {
-        for (const FetchedAlert& alert : FetchPatiently(fetcher))
+        for (const FetchedAlert& alert : fetcher.Fetch())
         {
             printer.Print(alert);
         }
