@@ -1,6 +1,11 @@
 #include "AlertSpells.h"
 
+#include "common/Handles.h"
 #include "reliability/LongForm.h"
+
+#include "support/LogFile.h"
+
+#include <varnex/Varnex.h>
 
 #include <catch2/catch.hpp>
 
@@ -12,7 +17,31 @@ namespace
 
 constexpr int MAX_ALERTS = 2;
 
+constexpr wchar_t DATE[] = L"KPMConfiguration/PkiAlertNum/Date";
+constexpr wchar_t CPU_COUNT[] = L"KPMConfiguration/PkiAlertNum/CPU";
+
 using Dates = std::vector<std::string>;
+
+// Somebody else has the mutex of the counts, from here until it is let go.
+class HeldCounts
+{
+public:
+    // Under the name to which PrivateMutexes leads the module.
+    HeldCounts()
+        : m_mutex(CreateMutexW(
+              nullptr, FALSE,
+              (L"Global\\{49BCAD94-02E7-4d1d-9CDA-5A7246CDD559}-" + std::to_wstring(GetCurrentProcessId())).c_str()))
+    {
+        REQUIRE(m_mutex);
+        REQUIRE(WaitForSingleObject(m_mutex.Get(), 0) == WAIT_OBJECT_0);
+        m_hold.Reset(m_mutex.Get());
+    }
+    void LetGo() { m_hold.Reset(); }
+
+private:
+    UniqueHandle m_mutex;
+    MutexHold m_hold;
+};
 
 } // namespace
 
@@ -49,6 +78,66 @@ TEST_CASE("the counts of the new date stand in the configuration before midnight
     machine.Storm(25);
     CheckStored(machine, L"2027-01-01", MAX_ALERTS);
     CHECK(DatesOf(ReadSpells(machine)) == Dates{"2026-12-31", "2027-01-01"});
+}
+
+TEST_CASE("saves that wait over midnight count for the date of their alerts, and the new date begins once")
+{
+    ConfigBuilder config = StormConfig(1);
+    config.SetCounter("Date", "2026-05-01");
+    for (const char* pszCount : {"CPU", "PH", "PF", "Disk", "Network"})
+    {
+        config.SetCounter(pszCount, "0");
+    }
+    TimedMachine machine(config);
+    machine.zone.SetUtc(LocalTime{2026, 5, 1, 23, 59, 54});
+    HeldCounts held;
+    machine.StartMonitors();
+    machine.Storm(8);
+    REQUIRE(machine.clock.Now().wDay == 2);
+    CheckStored(machine, L"2026-05-01", 0); // each monitor waits with its first one
+    held.LetGo();
+    machine.clock.WaitUntilAllAsleep();
+    CheckStored(machine, L"2026-05-01", 1);
+    CHECK(CountResets(machine) == 0);
+
+    machine.Storm(16);
+    machine.Stop();
+    CheckStored(machine, L"2026-05-02", 1);
+    CHECK(CountResets(machine) == 1);
+    const std::vector<AlertSpell> spells = ReadSpells(machine);
+    CHECK(DatesOf(spells) == Dates{"2026-05-01", "2026-05-02"});
+    CheckEachKindHas(spells, 1);
+    CheckFiles(machine);
+}
+
+TEST_CASE("a save that gives up behind midnight leaves the day before uncounted, and the new date has its maximum")
+{
+    TimedMachine machine(StormConfig(MAX_ALERTS));
+    machine.zone.SetUtc(LocalTime{2026, 5, 1, 23, 59, 46});
+    machine.module.Export<decltype(::StartWorkingThread)>("StartWorkingThread")(VARNEX_ALERT_CPU);
+    machine.Storm(8);
+    CHECK(machine.tree.ConfigNode(CPU_COUNT) == L"1");
+
+    HeldCounts held;
+    machine.SetLoad(true);
+    machine.clock.Advance(92);
+    CHECK(LogFile(machine.tree).CountContaining("Failed to get KPMcfg.xml control") == 1);
+    held.LetGo();
+    CHECK(machine.tree.ConfigNode(CPU_COUNT) == L"1");
+    CHECK(machine.tree.ConfigNode(DATE) == L"2026-05-01");
+    CHECK(CountResets(machine) == 1);
+
+    machine.SetLoad(false);
+    machine.clock.Advance(2);
+    machine.Storm(8 * (MAX_ALERTS + 1));
+    machine.Stop();
+    CHECK(machine.tree.ConfigNode(CPU_COUNT) == std::to_wstring(MAX_ALERTS));
+    CHECK(machine.tree.ConfigNode(DATE) == L"2026-05-02");
+    CHECK(CountResets(machine) == 2);
+    const std::vector<AlertSpell> spells = ReadSpells(machine);
+    REQUIRE(DatesOf(spells) == Dates{"2026-05-01", "2026-05-02"});
+    CHECK(spells[0].counts == std::map<AlertKind, int>{{{1, ""}, 2}}); // the one that nobody counted went out, too
+    CHECK(spells[1].counts == std::map<AlertKind, int>{{{1, ""}, MAX_ALERTS}});
 }
 
 } // namespace varnex::test

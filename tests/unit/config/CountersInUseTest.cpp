@@ -134,6 +134,37 @@ TEST_CASE("a file in use while the date is read, and free for the writes, keeps 
                                                   "failed(0x80070020), exit..."});
 }
 
+TEST_CASE("a save that waits over midnight for a file in use counts for the date it was given")
+{
+    UsedConfig config;
+    config.clock.Set(LocalTime{2026, 1, 31, 23, 59, 59});
+    config.clock.AdvanceMs(500);
+    config.Use();
+    const ULONGLONG ullBegin = config.clock.ElapsedMs();
+    config.redirector.Replace<decltype(::CreateFileW)>(
+        "CreateFileW",
+        [&](LPCWSTR pwszFile, DWORD dwAccess, DWORD dwShare, LPSECURITY_ATTRIBUTES pSecurity, DWORD dwDisposition,
+            DWORD dwFlags, HANDLE hTemplate)
+        {
+            const HANDLE hFile = CreateFileW(pwszFile, dwAccess, dwShare, pSecurity, dwDisposition, dwFlags, hTemplate);
+            const LastErrorKeeper keeper;
+            if (config.clock.Now().wDay == 1)
+            {
+                config.EndUse();
+            }
+            return hFile;
+        });
+    CHECK(SaveAlertNumIntoLocal(TODAY, 1, 7) == 0);
+    CHECK(config.clock.Now().wDay == 1);
+    CHECK(config.clock.ElapsedMs() - ullBegin <= 1000);
+    CHECK(config.tree.ConfigNode(L"KPMConfiguration/PkiAlertNum/Date") == TODAY);
+    CHECK(config.tree.ConfigNode(L"KPMConfiguration/PkiAlertNum/CPU") == L"7");
+    CHECK(config.tree.ConfigNode(L"KPMConfiguration/PkiAlertNum/Network") == L"5"); // no new day began
+    CHECK(SaveAlertNumIntoLocal(TOMORROW, 1, 1) == 0);
+    CHECK(config.tree.ConfigNode(L"KPMConfiguration/PkiAlertNum/CPU") == L"1");
+    CHECK(config.tree.ConfigNode(L"KPMConfiguration/PkiAlertNum/Network") == L"0");
+}
+
 TEST_CASE("a file in use gives no count, and not the count of a file without a date")
 {
     UsedConfig config;

@@ -147,6 +147,19 @@ TEST_CASE("a count of another date, later, earlier or any other text, begins a n
     }
 }
 
+TEST_CASE(
+    "a save of the day before that comes behind one of the new date begins that day anew: the file holds one date")
+{
+    ConfigFixture config;
+    config.tree.WriteConfig(FullDay());
+    CHECK(SaveAlertNumIntoLocal(L"2026-02-01", 3, 1) == 0);
+    CHECK(SaveAlertNumIntoLocal(TODAY, 6, 4) == 0);
+    CHECK(StoredDay(config) == Day{TODAY, L"0", L"0", L"4", L"0", L"0"});
+    int nCount = 77;
+    CHECK(GetAlertNumFromLocal(L"2026-02-01", 3, &nCount) == COUNTERS_FAILED);
+    CHECK(nCount == 77);
+}
+
 TEST_CASE("a new day is written in a fixed order, the saved count last")
 {
     ConfigFixture config;
