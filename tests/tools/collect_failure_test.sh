@@ -33,6 +33,7 @@ expect_limited() {
   fi
 }
 
+varnexhost --version >"$folder/output" # Wine's server, should none be there, is not to begin within the limit
 printf '1;85;91;1(then);;\r\n' >"$bin/LocalAlt.dat"
 head -c 300000 /dev/urandom >"$logs/Varnex.log"
 head -c 50000 /dev/urandom >"$logs/CPUUtil.log"
