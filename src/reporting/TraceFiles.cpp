@@ -9,6 +9,7 @@
 #include "reporting/UtilizationStores.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <iterator>
 #include <string>
@@ -58,6 +59,13 @@ private:
     std::wstring m_text = L"Time\t"; // the columns begin with a tab of their own, which data lines do not have
     bool m_bFull = false;
 };
+
+// As std::to_wstring has it, which would bring the run-time library's whole formatted output, 20 KB of code.
+std::wstring NumberText(std::int64_t nNumber)
+{
+    const std::string digits = std::to_string(nNumber);
+    return {digits.begin(), digits.end()};
+}
 
 UniqueFile OpenTrace(const wchar_t* pwszPath, DWORD dwAccess, DWORD dwDisposition) noexcept
 {
@@ -182,7 +190,7 @@ void OutputCurrentCPUUtil(const wchar_t* pwszTime, std::size_t nProcessors)
                     HeaderLine header(HEADER_CHARS);
                     for (std::size_t i = 1; i <= nProcessors; ++i)
                     {
-                        header.AddColumn(L"\tCPU" + std::to_wstring(i));
+                        header.AddColumn(L"\tCPU" + NumberText(static_cast<std::int64_t>(i)));
                     }
                     return header.Finished();
                 });
@@ -203,7 +211,7 @@ void OutputCurrentDiskUtil(const wchar_t* pwszTime)
                     for (const auto& name : *Stores().disk.GetNames())
                     {
                         const int nDisk = _wtoi(name.get()); // a name begins with the disk's number
-                        header.AddColumn(L"\tDisk" + std::to_wstring(nDisk));
+                        header.AddColumn(L"\tDisk" + NumberText(nDisk));
                     }
                     return header.Finished();
                 });
@@ -220,7 +228,7 @@ void OutputCurrentNetworkUtil(const wchar_t* pwszTime)
                     for (const auto& [dwInterfaceIndex, history] : store.histories)
                     {
                         header.AddColumn(L"\t" + std::wstring(history.Oldest().Name) + L"-" +
-                                         std::to_wstring(static_cast<int>(dwInterfaceIndex)));
+                                         NumberText(static_cast<int>(dwInterfaceIndex)));
                     }
                     return header.Finished();
                 });
@@ -266,7 +274,7 @@ void WriteUtilToFile(const wchar_t* pwszPath, const wchar_t* pwszTime, const std
     std::wstring line = pwszTime;
     for (const std::int64_t nValue : values)
     {
-        line += L'\t' + std::to_wstring(nValue);
+        line += L'\t' + NumberText(nValue);
     }
     WriteAnsi(file.Get(), line + LINE_END);
 }
