@@ -13,6 +13,8 @@ if(MINGW)
   # An exception that nobody catches ends the process, silently: the run-time library's own handler would write to the
   # host's error stream, and brings 45 KB of name decoding for it.
   target_link_options(Varnex PRIVATE "LINKER:--defsym=_ZN9__gnu_cxx27__verbose_terminate_handlerEv=abort")
+  # Each section begins at a page of the file, so that a loader can map it where it would have to read and copy it.
+  target_link_options(Varnex PRIVATE "LINKER:--file-alignment,4096")
 endif()
 
 # The import library goes to lib/ under the name that its linker looks for: libVarnex.dll.a, or Varnex.lib.
