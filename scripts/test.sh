@@ -58,18 +58,24 @@ if [ $# -gt 0 ]; then
   exit
 fi
 
-# Everything: in two lanes with a prefix each, which are two machines to the module.
-lane='^(module_|reliability_)'
-log="build/$preset-lane.log"
-begin_wine "$first-2"
-run_tests -R "$lane" </dev/null >"$log" 2>&1 &
-second=$!
+# Everything: in three lanes with a prefix each, which are three machines to the module.
+lanes=('^reliability_' '^(tools|docs|package|bench)')
+runs=() logs=()
+for lane in "${lanes[@]}"; do
+  log="build/$preset-lane-$((${#logs[@]} + 2)).log"
+  begin_wine "$first-$((${#logs[@]} + 2))"
+  run_tests -R "$lane" </dev/null >"$log" 2>&1 &
+  runs+=($!)
+  logs+=("$log")
+done
 export WINEPREFIX="$first"
 status=0
-run_tests -E "$lane" || status=$?
-wait "$second" || status=$?
-echo
-echo "The other lane ($log):"
-grep -A 20 -F '***Failed' "$log" || true
-tail -n 12 "$log"
+run_tests -E "$(IFS='|'; echo "${lanes[*]}")" || status=$?
+for i in "${!runs[@]}"; do
+  wait "${runs[i]}" || status=$?
+  echo
+  echo "Another lane (${logs[i]}):"
+  grep -A 20 -F '***Failed' "${logs[i]}" || true
+  tail -n 12 "${logs[i]}"
+done
 exit "$status"
