@@ -60,22 +60,31 @@ fi
 
 # Everything: in three lanes with a prefix each, which are three machines to the module.
 lanes=('^reliability_' '^(tools|docs|package|bench)')
-runs=() logs=()
+logs=("build/$preset-lane-1.log") runs=()
 for lane in "${lanes[@]}"; do
-  log="build/$preset-lane-$((${#logs[@]} + 2)).log"
-  begin_wine "$first-$((${#logs[@]} + 2))"
-  run_tests -R "$lane" </dev/null >"$log" 2>&1 &
+  log="build/$preset-lane-$((${#logs[@]} + 1)).log"
+  begin_wine "$first-$((${#logs[@]} + 1))"
+  run_tests -V -R "$lane" </dev/null >"$log" 2>&1 &
   runs+=($!)
   logs+=("$log")
 done
 export WINEPREFIX="$first"
 status=0
-run_tests -E "$(IFS='|'; echo "${lanes[*]}")" || status=$?
+run_tests -E "$(IFS='|'; echo "${lanes[*]}")" 2>&1 | tee "${logs[0]}" || status=$?
 for i in "${!runs[@]}"; do
   wait "${runs[i]}" || status=$?
+  log="${logs[i + 1]}"
   echo
-  echo "Another lane (${logs[i]}):"
-  grep -A 20 -F '***Failed' "${logs[i]}" || true
-  tail -n 12 "${logs[i]}"
+  echo "Another lane ($log):"
+  for number in $(sed -n 's|^ *[0-9]*/[0-9]* Test *#\([0-9]*\):.*\*\*\*.*|\1|p' "$log" | sort -un); do
+    grep "^$number: " "$log" | tail -n 40
+  done
+  tail -n 12 "$log"
 done
+echo
+echo "What the tests measured:"
+sed -n 's/^[0-9]*: FIGURE */  /p' "${logs[@]}"
+echo
+echo "Not passed, or not at the first try:"
+sed -n 's|^ *[0-9]*/[0-9]* Test *#[0-9]*: \(.*[^. ]\) \.*\*\*\*\(.*[^ ]\)  *[0-9.]* sec.*|  \1: \2|p' "${logs[@]}" | grep . || echo "  none"
 exit "$status"
