@@ -35,7 +35,9 @@ constexpr DWORD PATIENCE_MS = 60'000;
 constexpr int REACHED = 1; // a threshold that every machine reaches with its memory
 constexpr int OUT_OF_REACH = 101;
 constexpr std::size_t PAGE_BYTES = 4096;
-constexpr std::size_t BLOCK_BYTES = 32; // what a disk measurement keeps, with the heap's own
+constexpr std::size_t BLOCK_BYTES = 32;      // what a disk measurement keeps, with the heap's own
+constexpr std::size_t DOCUMENT_BYTES = 1536; // what Wine's document object keeps of a report
+constexpr std::size_t SAMPLE_BYTES = 684;    // of an adapter in its history: the record, and its utilization once more
 
 struct HourPlan
 {
@@ -51,11 +53,18 @@ HourPlan Plan()
     return IsLongForm() ? HourPlan{300, 3600, 60, 90, 60} : HourPlan{6, 12, 3, 6, 6};
 }
 
-// What this process has come to.
+// What this process has come to: the least that a second of looks sees, for what a worker holds for a moment is not kept.
 struct Holdings
 {
     Holdings() : nHandles(CountHandles()), cbPrivate(PrivateBytes()), nThreads(CountThreads())
     {
+        for (int i = 0; i < 10; ++i)
+        {
+            Sleep(100);
+            nHandles = std::min<std::size_t>(nHandles, CountHandles());
+            cbPrivate = std::min<std::size_t>(cbPrivate, PrivateBytes());
+            nThreads = std::min<std::size_t>(nThreads, CountThreads());
+        }
         FILETIME created;
         FILETIME ended;
         FILETIME kernel;
@@ -222,6 +231,19 @@ std::size_t CountErrors(const ModuleTree& tree)
     return nErrors;
 }
 
+// The day's samples of the adapters, in room that doubles as they come.
+ULONGLONG HistoryBytes(const ModuleTree& tree, unsigned nSeconds)
+{
+    const std::string trace = ReadFileBytes(tree.InLogs(L"NetworkUtil.log"));
+    const auto nTabs = std::count(trace.begin(), std::find(trace.begin(), trace.end(), '\n'), '\t');
+    std::size_t nRoom = 1;
+    while (nRoom < nSeconds / 60)
+    {
+        nRoom *= 2;
+    }
+    return static_cast<std::size_t>(nTabs - 1) * nRoom * SAMPLE_BYTES; // "Time" has a tab more than the adapters
+}
+
 void PrintHour(const HourPlan& plan, const HourCount& count, const Holdings& begin, const Holdings& end,
                ULONGLONG ullKept)
 {
@@ -248,19 +270,21 @@ TEST_CASE(
     const ULONGLONG ullMeasured = machine.DiskMeasurements();
     const HourCount count = LetPass(machine, plan.nSeconds, plan);
     const Holdings end;
-    const ULONGLONG ullKept = (machine.DiskMeasurements() - ullMeasured) * BLOCK_BYTES;
+    const ULONGLONG ullMeasurements = machine.DiskMeasurements() - ullMeasured;
+    const ULONGLONG ullKept = ullMeasurements * BLOCK_BYTES + count.nReports * DOCUMENT_BYTES +
+                              HistoryBytes(machine.tree, plan.nWarmUpSeconds + plan.nSeconds);
     PrintHour(plan, count, begin, end, ullKept);
     machine.Stop();
 
     CHECK(count.nReports == static_cast<int>(plan.nSeconds / plan.nReportEvery));
-    CHECK(count.nAlerts >= 1);
-    CHECK(ullKept != 0);
+    CHECK(count.nAlerts >= count.nPolicies / 2); // every other one is reached, by the memory at least
+    CHECK(ullMeasurements != 0);
     ParseAlertLines(machine.tree.Alerts());
     CHECK(CountErrors(machine.tree) == 1); // the report thread's end
-    CHECK(end.nHandles <= begin.nHandles + 3);
-    CHECK(end.nThreads <= begin.nThreads + 1);
+    CHECK(end.nHandles <= begin.nHandles);
+    CHECK(end.nThreads <= begin.nThreads);
     CHECK(end.ullProcessorMs > begin.ullProcessorMs);
-    CHECK(end.cbPrivate <= begin.cbPrivate + ullKept + 64 * PAGE_BYTES);
+    CHECK(end.cbPrivate <= begin.cbPrivate + ullKept + 64 * PAGE_BYTES); // and what the heap takes at once
 }
 
 } // namespace varnex::test
