@@ -2,6 +2,8 @@
 
 #include <catch2/catch.hpp>
 
+#include <cstring>
+
 namespace varnex::test
 {
 
@@ -63,7 +65,14 @@ const void* DumpFile::Find(MINIDUMP_STREAM_TYPE type) const
     MINIDUMP_DIRECTORY* pDirectory = nullptr;
     void* pStream = nullptr;
     ULONG cbStream = 0;
-    return MiniDumpReadDumpStream(m_view.Get(), type, &pDirectory, &pStream, &cbStream) != FALSE ? pStream : nullptr;
+    if (MiniDumpReadDumpStream(m_view.Get(), type, &pDirectory, &pStream, &cbStream) == FALSE)
+    {
+        return nullptr;
+    }
+    std::vector<std::uint64_t>& copy = m_streams[type];
+    copy.resize(cbStream / sizeof(std::uint64_t) + 1);
+    std::memcpy(copy.data(), pStream, cbStream);
+    return copy.data();
 }
 
 const char* DumpFile::At(std::uint64_t ullOffset) const noexcept
@@ -103,8 +112,11 @@ std::vector<std::wstring> DumpFile::Modules() const
     const auto* pList = Stream<MINIDUMP_MODULE_LIST>(ModuleListStream);
     for (ULONG32 i = 0; pList != nullptr && i < pList->NumberOfModules; ++i)
     {
-        const auto* pPath = reinterpret_cast<const MINIDUMP_STRING*>(At(pList->Modules[i].ModuleNameRva));
-        const std::wstring path(pPath->Buffer, pPath->Length / sizeof(wchar_t));
+        const char* pName = At(pList->Modules[i].ModuleNameRva); // a MINIDUMP_STRING
+        ULONG32 cbPath;
+        std::memcpy(&cbPath, pName, sizeof cbPath);
+        std::wstring path(cbPath / sizeof(wchar_t), L'\0');
+        std::memcpy(path.data(), pName + sizeof cbPath, cbPath);
         names.push_back(path.substr(path.rfind(L'\\') + 1));
     }
     return names;

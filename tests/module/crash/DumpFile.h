@@ -5,6 +5,7 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,8 @@ private:
     const char* At(std::uint64_t ullOffset) const noexcept;
 
     UniqueView m_view;
+    mutable std::map<MINIDUMP_STREAM_TYPE, std::vector<std::uint64_t>>
+        m_streams; // aligned, as in the file they need not be
 };
 
 } // namespace varnex::test
