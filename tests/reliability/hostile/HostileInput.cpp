@@ -91,4 +91,17 @@ std::string Mutated(std::string text, const std::vector<std::string>& words, Fuz
     return text;
 }
 
+std::wstring Readable(const std::wstring& text)
+{
+    std::wstring readable = text;
+    for (std::size_t i = 0; i < text.size(); ++i)
+    {
+        const bool bPair = IS_HIGH_SURROGATE(text[i]) && i + 1 < text.size() && IS_LOW_SURROGATE(text[i + 1]);
+        const bool bAlone = (text[i] >= 0xD800 && text[i] <= 0xDFFF) && !bPair;
+        readable[i] = bAlone || text[i] == 0xFFFE || text[i] == 0x1 ? wchar_t{0xFFFD} : text[i];
+        i += bPair ? 1 : 0;
+    }
+    return readable;
+}
+
 } // namespace varnex::test

@@ -54,4 +54,7 @@ private:
 std::string Mutated(std::string text, const std::vector<std::string>& words, FuzzRun& run,
                     std::size_t nMostChanges = 6);
 
+// The text as a document can have it: each unit that is no character of XML's becomes a mark.
+std::wstring Readable(const std::wstring& text);
+
 } // namespace varnex::test

@@ -47,20 +47,6 @@ std::wstring WideName(FuzzRun& run)
     return name;
 }
 
-// The text as a document can have it: each unit that is no character of XML's becomes a mark.
-std::wstring Readable(const std::wstring& text)
-{
-    std::wstring readable = text;
-    for (std::size_t i = 0; i < text.size(); ++i)
-    {
-        const bool bPair = IS_HIGH_SURROGATE(text[i]) && i + 1 < text.size() && IS_LOW_SURROGATE(text[i + 1]);
-        const bool bAlone = (text[i] >= 0xD800 && text[i] <= 0xDFFF) && !bPair;
-        readable[i] = bAlone || text[i] == 0xFFFE || text[i] == 0x1 ? wchar_t{0xFFFD} : text[i];
-        i += bPair ? 1 : 0;
-    }
-    return readable;
-}
-
 } // namespace
 
 TEST_CASE("an alert of any resource name is one that the fetch gives back or names in the log, and no other suffers")
