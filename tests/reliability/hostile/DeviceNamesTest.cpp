@@ -44,8 +44,8 @@ const std::wstring BROKEN_NAME = L"2 a\r\nb\nc";                  // three lines
 // Two lines of the alert file, and the second one is an alert.
 const std::wstring FORGING_NAME = L"6 d\r\n1;50;99;2000000000;;";
 
-const Names HOSTILE = {L"0 %s%n%d%p", L"1 a;b;c", BROKEN_NAME, L"3 <&>\"'", L"\xD800 x",
-                       L"y\xDC00",    LONG_NAME,  LONGER_NAME, FORGING_NAME};
+const Names HOSTILE = {L"0 %s%n%d%p", L"1 a;b;c", BROKEN_NAME, L"3 <&>\"'", L"\x1 \xFFFE",
+                       L"\xD800 x",   L"y\xDC00", LONG_NAME,   LONGER_NAME, FORGING_NAME};
 
 // As the 8-bit texts on the way have it: a mark for half a character.
 std::wstring Converted(const std::wstring& name)
