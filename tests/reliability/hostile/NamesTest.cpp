@@ -7,8 +7,10 @@
 #include "alerting/AlertStore.h"
 #include "common/BoundedText.h"
 #include "common/LocalTime.h"
+#include "diag/SPLogger.h"
 #include "reporting/ReportXml.h"
 #include "reporting/UtilizationReport.h"
+#include "support/LogFile.h"
 #include "support/TestText.h"
 #include "support/XmlReader.h"
 
@@ -16,6 +18,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
+#include <sstream>
 
 namespace varnex::test
 {
@@ -34,7 +38,55 @@ const std::vector<std::string> NAMES = {"",
                                         "PF",
                                         ";"};
 
-constexpr int REPORTS = 300; // Wine writes a complaint for each odd character
+constexpr int REPORTS = 300; // of the short form: Wine writes a complaint for each odd character
+constexpr char TOLD[] = "ReadLocalAlertInf -- Translate buffer string(";
+
+// The lines that an alert of that name takes in the file, without their ends and without empty ones.
+std::vector<std::string> LinesOf(const std::string& name, int nHappenTime)
+{
+    VARNEX_ALERT_BUF record{};
+    CopyTextA(record.ResourceName, name.c_str());
+    char szTime[TIME_CHARS];
+    FormatLocalTimeA(nHappenTime, szTime);
+    std::istringstream text("4;50;1;" + std::to_string(nHappenTime) + "(" + szTime + ");" + record.ResourceName +
+                            ";\r\n");
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(text, line);)
+    {
+        if (!line.empty() && line.back() == '\r')
+        {
+            line.pop_back();
+        }
+        if (!line.empty())
+        {
+            lines.push_back(line);
+        }
+    }
+    return lines;
+}
+
+// A line with less than five fields that end is none of an alert.
+bool IsAlert(const std::string& line)
+{
+    return std::count(line.begin(), line.end(), ';') >= 5;
+}
+
+// The lines that the log says were none, since the last time.
+std::vector<std::string> TakeTold(const ModuleTree& tree)
+{
+    std::vector<std::string> told;
+    const LogFile log(tree);
+    for (const LogLine& line : log.Lines())
+    {
+        REQUIRE(line.text.rfind(TOLD, 0) == 0);
+        told.push_back(line.text.substr(sizeof TOLD - 1));
+    }
+    if (!told.empty())
+    {
+        DeleteFileW(tree.InLogs(L"Varnex.log").c_str());
+    }
+    return told;
+}
 
 std::wstring WideName(FuzzRun& run)
 {
@@ -53,8 +105,12 @@ TEST_CASE("an alert of any resource name is one that the fetch gives back or nam
 {
     ModuleTree tree;
     const ModuleInChild module(tree.ModulePath());
+    Log()->Configure(AnsiFromWide(tree.LogsPath()).c_str(), "Varnex");
+    Log()->Level = 1;
     FuzzRun run(5);
     ULONGLONG ullNames = 0;
+    ULONGLONG ullBack = 0;
+    ULONGLONG ullTold = 0;
     while (run.Next())
     {
         std::string name = Mutated(NAMES[run.Upto(NAMES.size() - 1)], NAMES, run);
@@ -65,7 +121,23 @@ TEST_CASE("an alert of any resource name is one that the fetch gives back or nam
         std::vector<VARNEX_ALERT_BUF> records;
         REQUIRE(ReadLocalAlertInf(records, 1000) == 0);
         CAPTURE(run.Cases(), name);
+        const std::vector<std::string> lines = LinesOf(name, nNow);
+        std::vector<std::string> expected;
+        std::remove_copy_if(lines.begin(), lines.end(), std::back_inserter(expected), IsAlert);
+        REQUIRE(TakeTold(tree) == expected);
         REQUIRE_FALSE(records.empty());
+        if (IsAlert(lines.front()))
+        {
+            const std::string shown = lines.front().substr(lines.front().find(");") + 2);
+            REQUIRE(records.size() > 1);
+            REQUIRE(records.front().Value == 1);
+            REQUIRE(records.front().ResourceName == shown.substr(0, shown.find(';')));
+            ++ullBack;
+        }
+        else
+        {
+            ++ullTold; // its first line is the first one expected of the log
+        }
         REQUIRE(records.back().Value == 2); // whatever the name before it was
         REQUIRE(std::strcmp(records.back().ResourceName, "next") == 0);
         for (const VARNEX_ALERT_BUF& record : records)
@@ -77,7 +149,10 @@ TEST_CASE("an alert of any resource name is one that the fetch gives back or nam
         ++ullNames;
     }
     CHECK(ullNames > 20);
-    PrintFigure("hostile names: " + std::to_string(ullNames) + " alerts, none took another one with it");
+    CHECK(ullBack > 0);
+    CHECK(ullTold > 0);
+    PrintFigure("hostile names: " + std::to_string(ullNames) + " alerts, " + std::to_string(ullBack) + " came back, " +
+                std::to_string(ullTold) + " told in the log; none took another one with it");
 }
 
 TEST_CASE("a report of any names is a whole document, with a mark for each character that XML has no place for")
@@ -85,7 +160,7 @@ TEST_CASE("a report of any names is a whole document, with a mark for each chara
     ModuleTree tree;
     const ModuleInChild module(tree.ModulePath());
     FuzzRun run(5);
-    while (run.Cases() < REPORTS && run.Next())
+    while ((IsLongForm() || run.Cases() < REPORTS) && run.Next())
     {
         UtilizationReport report;
         CopyTextW(report.wszTime, L"2026-01-31 12:00:00");
