@@ -99,6 +99,22 @@ std::wstring WideName(FuzzRun& run)
     return name;
 }
 
+// Wine's reader drops an attribute's value of line ends only, whoever wrote it; that one is looked for in the text.
+void CheckAddress(const XmlReader& document, const std::wstring& text, const std::wstring& address)
+{
+    if (address.empty() || address.find_first_not_of(L'\n') != std::wstring::npos)
+    {
+        CHECK(document.Text(L"ServerPKIInformation/NetworkUtil/@MACAddress") == address);
+        return;
+    }
+    std::wstring value;
+    for (std::size_t i = 0; i < address.size(); ++i)
+    {
+        value += L"&#10;";
+    }
+    CHECK(text.find(L" MACAddress=\"" + value + L"\"") != std::wstring::npos);
+}
+
 } // namespace
 
 TEST_CASE("an alert of any resource name is one that the fetch gives back or names in the log, and no other suffers")
@@ -178,8 +194,7 @@ TEST_CASE("a report of any names is a whole document, with a mark for each chara
         CAPTURE(Utf8FromWide(text.Text()));
         const XmlReader document = XmlReader::FromText(text.Text());
         CHECK(document.Count(L"ServerPKIInformation/*") == 5);
-        CHECK(document.Text(L"ServerPKIInformation/NetworkUtil/@MACAddress") ==
-              Readable(report.cards[0].wszMACAddress));
+        CheckAddress(document, text.Text(), Readable(report.cards[0].wszMACAddress));
     }
     CHECK(run.Cases() > 10);
     PrintFigure("hostile names: " + std::to_string(run.Cases()) + " reports, all of them whole documents");
