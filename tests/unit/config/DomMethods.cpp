@@ -19,25 +19,33 @@ DomMethodPlace PlaceOf(DomMethod method)
     switch (method)
     {
     case DomMethod::DocumentQueryInterface:
-        return {true, offsetof(IXMLDOMDocumentVtbl, QueryInterface) / cbPlace};
+        return {DomObject::Document, offsetof(IXMLDOMDocumentVtbl, QueryInterface) / cbPlace};
     case DomMethod::Load:
-        return {true, offsetof(IXMLDOMDocumentVtbl, load) / cbPlace};
+        return {DomObject::Document, offsetof(IXMLDOMDocumentVtbl, load) / cbPlace};
     case DomMethod::SelectSingleNode:
-        return {true, offsetof(IXMLDOMDocumentVtbl, selectSingleNode) / cbPlace};
+        return {DomObject::Document, offsetof(IXMLDOMDocumentVtbl, selectSingleNode) / cbPlace};
     case DomMethod::GetDocumentElement:
-        return {true, offsetof(IXMLDOMDocumentVtbl, get_documentElement) / cbPlace};
+        return {DomObject::Document, offsetof(IXMLDOMDocumentVtbl, get_documentElement) / cbPlace};
     case DomMethod::CreateNode:
-        return {true, offsetof(IXMLDOMDocumentVtbl, createNode) / cbPlace};
+        return {DomObject::Document, offsetof(IXMLDOMDocumentVtbl, createNode) / cbPlace};
     case DomMethod::AppendToDocument:
-        return {true, offsetof(IXMLDOMDocumentVtbl, appendChild) / cbPlace};
+        return {DomObject::Document, offsetof(IXMLDOMDocumentVtbl, appendChild) / cbPlace};
     case DomMethod::Save:
-        return {true, offsetof(IXMLDOMDocumentVtbl, save) / cbPlace};
+        return {DomObject::Document, offsetof(IXMLDOMDocumentVtbl, save) / cbPlace};
     case DomMethod::AppendToElement:
-        return {false, offsetof(IXMLDOMElementVtbl, appendChild) / cbPlace};
+        return {DomObject::Element, offsetof(IXMLDOMElementVtbl, appendChild) / cbPlace};
     case DomMethod::GetText:
-        return {false, offsetof(IXMLDOMElementVtbl, get_text) / cbPlace};
+        return {DomObject::Element, offsetof(IXMLDOMElementVtbl, get_text) / cbPlace};
     case DomMethod::PutText:
-        return {false, offsetof(IXMLDOMElementVtbl, put_text) / cbPlace};
+        return {DomObject::Element, offsetof(IXMLDOMElementVtbl, put_text) / cbPlace};
+    case DomMethod::GetXml:
+        return {DomObject::Document, offsetof(IXMLDOMDocumentVtbl, get_xml) / cbPlace};
+    case DomMethod::GetAttributes:
+        return {DomObject::Element, offsetof(IXMLDOMElementVtbl, get_attributes) / cbPlace};
+    case DomMethod::PutAttributeText:
+        return {DomObject::Attribute, offsetof(IXMLDOMAttributeVtbl, put_text) / cbPlace};
+    case DomMethod::SetNamedItem:
+        return {DomObject::AttributeMap, offsetof(IXMLDOMNamedNodeMapVtbl, setNamedItem) / cbPlace};
     }
     throw std::invalid_argument("no such method");
 }

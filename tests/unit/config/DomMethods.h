@@ -17,14 +17,27 @@ enum class DomMethod
     AppendToElement,
     GetText,
     PutText,
-    Save
+    Save,
+    GetXml,
+    GetAttributes,
+    PutAttributeText,
+    SetNamedItem
 };
-constexpr std::size_t DOM_METHODS = 10;
+constexpr std::size_t DOM_METHODS = 14;
 
-// Where a method stands: in the document's method table or in the element's, and at which place of it.
+// Whose method table a method stands in.
+enum class DomObject
+{
+    Document,
+    Element,
+    Attribute,
+    AttributeMap
+};
+
+// Where a method stands: in whose method table, and at which place of it.
 struct DomMethodPlace
 {
-    bool bOfDocument;
+    DomObject object;
     std::size_t nIndex;
 };
 

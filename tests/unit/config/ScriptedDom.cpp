@@ -40,24 +40,56 @@ ComPtr<IXMLDOMElement> MakeElement(IXMLDOMDocument& document)
     return element;
 }
 
-void** MethodTableOf(IUnknown* pObject)
+// One object of each kind. All objects of a kind share their method table.
+class DomObjects
 {
-    return *reinterpret_cast<void***>(pObject);
-}
+public:
+    DomObjects() : m_document(MakeDocument()), m_element(MakeElement(*m_document.Get()))
+    {
+        const UniqueBstr name(L"a");
+        Demand(SUCCEEDED(m_document->createAttribute(name.Get(), m_attribute.GetAddressOf())));
+        Demand(SUCCEEDED(m_element->get_attributes(m_attributes.GetAddressOf())));
+    }
+    void** MethodTable(DomObject object) const
+    {
+        switch (object)
+        {
+        case DomObject::Document:
+            return MethodTableOf(m_document.Get());
+        case DomObject::Element:
+            return MethodTableOf(m_element.Get());
+        case DomObject::Attribute:
+            return MethodTableOf(m_attribute.Get());
+        case DomObject::AttributeMap:
+            return MethodTableOf(m_attributes.Get());
+        }
+        throw std::invalid_argument("no such object");
+    }
+
+private:
+    static void** MethodTableOf(IUnknown* pObject)
+    {
+        Demand(pObject != nullptr);
+        return *reinterpret_cast<void***>(pObject);
+    }
+
+    ComPtr<IXMLDOMDocument> m_document;
+    ComPtr<IXMLDOMElement> m_element;
+    ComPtr<IXMLDOMAttribute> m_attribute;
+    ComPtr<IXMLDOMNamedNodeMap> m_attributes;
+};
 
 } // namespace
 
 ScriptedDom::ScriptedDom()
 {
     const UnscriptedScope unscripted;
-    const ComPtr<IXMLDOMDocument> document = MakeDocument();
-    const ComPtr<IXMLDOMElement> element = MakeElement(*document.Get());
+    const DomObjects objects;
     for (std::size_t i = 0; i < DOM_METHODS; ++i)
     {
         const DomMethodPlace place = PlaceOf(static_cast<DomMethod>(i));
-        IUnknown* const pObject = place.bOfDocument ? static_cast<IUnknown*>(document.Get()) : element.Get();
         Slot& slot = m_slots[i];
-        slot.ppMethod = MethodTableOf(pObject) + place.nIndex;
+        slot.ppMethod = objects.MethodTable(place.object) + place.nIndex;
         slot.pGate = &CallGate::Take(*slot.ppMethod);
         WriteImportSlot(slot.ppMethod, slot.pGate->Code());
     }

@@ -11,8 +11,8 @@
 namespace varnex::test
 {
 
-// Answers for single calls into the document object model, by rewriting the method tables that all documents, and all
-// elements, of this process share. COM must be initialised.
+// Answers for single calls into the document object model, by rewriting the method tables that all documents, all
+// elements, all attributes and all their maps, of this process share. COM must be initialised.
 //
 //     ScriptedDom dom;
 //     dom.FailCall(DomMethod::Save, 1, FailMode::Once, E_ACCESSDENIED); // the next save fails

@@ -198,7 +198,11 @@ TEST_CASE("a call into the document that fails, or says yes and gives no node, l
                                                   {DomMethod::AppendToDocument, 1, true, {time, build}},
                                                   {DomMethod::AppendToElement, 1, true, {time, build}},
                                                   {DomMethod::AppendToElement, 2, true, {element}},
-                                                  {DomMethod::PutText, 1, false, {build}}}));
+                                                  {DomMethod::PutText, 1, false, {build}},
+                                                  {DomMethod::PutAttributeText, 1, false, {attribute}},
+                                                  {DomMethod::GetAttributes, 1, true, {attribute}},
+                                                  {DomMethod::SetNamedItem, 1, false, {attribute}},
+                                                  {DomMethod::GetXml, 1, true, {}}}));
     const bool bGivesNothing = GENERATE(false, true);
     CAPTURE(rule.method, rule.ullCall, bGivesNothing);
     ReportingBench bench;
