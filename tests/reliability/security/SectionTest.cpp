@@ -1,6 +1,8 @@
 #include "HostUnderAttack.h"
 #include "HostileObject.h"
 
+#include "PrivateNames.h"
+
 #include "reliability/LongForm.h"
 #include "reliability/hostile/HostileInput.h"
 #include "support/ImportRedirector.h"
@@ -32,12 +34,14 @@ constexpr std::size_t MAX_TEXT = (SECTION_BYTES - TEXT_OFFSET) / sizeof(wchar_t)
 constexpr char REFUSED[] = "PrepareSendingMMFAndEvent -- MapViewOfFile fail(";
 
 // A file outside the module's folders, which goes with the last handle. The module's own handle of a section over it
-// stays open until the process ends.
+// stays open until the process ends, so each is another file.
 UniqueFile MakeVictim()
 {
+    static int s_nVictims = 0;
     wchar_t wszFolder[MAX_PATH + 1];
     REQUIRE(GetTempPathW(MAX_PATH + 1, wszFolder) != 0);
-    const std::wstring path = std::wstring(wszFolder) + L"varnex-victim-" + std::to_wstring(GetCurrentProcessId());
+    const std::wstring path = std::wstring(wszFolder) + L"varnex-victim-" + std::to_wstring(GetCurrentProcessId()) +
+                              L"-" + std::to_wstring(++s_nVictims);
     UniqueFile file(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, FILE_SHARE_DELETE, nullptr,
                                 CREATE_ALWAYS, FILE_FLAG_DELETE_ON_CLOSE, nullptr));
     REQUIRE(file);
@@ -194,15 +198,18 @@ TEST_CASE("a section that is laid over a file is refused, and the file is not wr
     CheckRefused(host, foreign);
 }
 
-TEST_CASE("a name of a file that is too long to be asked for does not hide it")
+TEST_CASE("a name of a file that is too long to be asked for does not hide it, however the system says so")
 {
+    const DWORD dwTooLong = GENERATE(values<DWORD>({ERROR_INSUFFICIENT_BUFFER, ERROR_MORE_DATA, ERROR_BAD_LENGTH}));
+    CAPTURE(dwTooLong);
     ModuleTree tree;
     tree.CopyModule();
-    const UniqueFile file = MakeVictim();
-    const ForeignSection foreign(SECTION_BYTES, file.Get());
     LoadedModule module(tree, LoadedModule::Start::Later);
     ImportRedirector imports(module.Handle());
-    imports.FailCall("K32GetMappedFileNameW", 1, FailMode::FromThereOn, ERROR_MORE_DATA);
+    const PrivateNames names(imports, MakePrivateKey()); // the section of the answer before still has its name
+    const UniqueFile file = MakeVictim();
+    const ForeignSection foreign(SECTION_BYTES, file.Get(), PrivateName(SECTION_NAME, names.Key()).c_str());
+    imports.FailCall("K32GetMappedFileNameW", 1, FailMode::FromThereOn, dwTooLong);
     REQUIRE(module.Attach());
     CHECK(imports.Failures("K32GetMappedFileNameW") == 1);
     CHECK(foreign.IsUntouchedFrom(0));
