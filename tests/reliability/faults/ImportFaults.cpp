@@ -2,8 +2,11 @@
 
 #include <pdhmsg.h>
 
+#include <initializer_list>
 #include <map>
 #include <set>
+#include <stdexcept>
+#include <utility>
 
 namespace varnex::test
 {
@@ -19,10 +22,22 @@ CallFailure Status(ULONGLONG ullStatus)
     return {0, ullStatus, true};
 }
 
+// A map would keep the first of two answers to one name, and say nothing.
+template <class Answer>
+std::map<std::string, Answer> WithoutRepeats(std::initializer_list<std::pair<const std::string, Answer>> answers)
+{
+    std::map<std::string, Answer> table(answers);
+    if (table.size() != answers.size())
+    {
+        throw std::logic_error("an import has two answers");
+    }
+    return table;
+}
+
 // Functions that say by a zero, and a last error, that they failed.
 const std::map<std::string, DWORD>& ZeroAnswers()
 {
-    static const std::map<std::string, DWORD> answers = {
+    static const std::map<std::string, DWORD> answers = WithoutRepeats<DWORD>({
         {"CreateDirectoryA", ERROR_ACCESS_DENIED},
         {"CreateEventW", ERROR_ACCESS_DENIED},
         {"CreateFileMappingW", ERROR_NOT_ENOUGH_MEMORY},
@@ -50,7 +65,6 @@ const std::map<std::string, DWORD>& ZeroAnswers()
         {"GlobalAlloc", ERROR_NOT_ENOUGH_MEMORY},
         {"InitializeSecurityDescriptor", ERROR_UNKNOWN_REVISION},
         {"K32GetMappedFileNameW", ERROR_ACCESS_DENIED},
-        {"K32GetMappedFileNameW", ERROR_INSUFFICIENT_BUFFER},
         {"LoadLibraryA", ERROR_NOT_ENOUGH_MEMORY},
         {"LoadLibraryW", ERROR_NOT_ENOUGH_MEMORY},
         {"LocalAlloc", ERROR_NOT_ENOUGH_MEMORY},
@@ -87,14 +101,14 @@ const std::map<std::string, DWORD>& ZeroAnswers()
         {"realloc", ERROR_SUCCESS},
         {"SysAllocString", ERROR_SUCCESS},
         {"SysAllocStringLen", ERROR_SUCCESS},
-    };
+    });
     return answers;
 }
 
 // Functions that have another way of saying it.
 const std::map<std::string, CallFailure>& OtherAnswers()
 {
-    static const std::map<std::string, CallFailure> answers = {
+    static const std::map<std::string, CallFailure> answers = WithoutRepeats<CallFailure>({
         {"CoCreateInstance", Status(0x80040154)}, // REGDB_E_CLASSNOTREG
         {"CoInitialize", Status(0x8007000E)},     // E_OUTOFMEMORY
         {"CoInitializeEx", Status(0x8007000E)},
@@ -126,7 +140,7 @@ const std::map<std::string, CallFailure>& OtherAnswers()
         {"_vscwprintf", {0, MINUS_ONE, true}},
         {"_vsnprintf", {0, MINUS_ONE, true}},
         {"_vsnwprintf", {0, MINUS_ONE, true}},
-    };
+    });
     return answers;
 }
 
