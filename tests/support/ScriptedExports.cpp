@@ -107,6 +107,11 @@ void ScriptedExports::Hide(const char* pszFunction)
     m_state->functions[pszFunction].bHidden = true;
 }
 
+void ScriptedExports::FailCall(const char* pszFunction, ULONGLONG ullCall, FailMode mode, DWORD dwLastError)
+{
+    Gate(pszFunction).SetFailure(ullCall, mode, CallFailure{dwLastError, 0, false});
+}
+
 void ScriptedExports::Restore(const char* pszFunction)
 {
     const UnscriptedScope unscripted;
@@ -127,12 +132,39 @@ ULONGLONG ScriptedExports::LookUps(const char* pszFunction) const
     return found == m_state->functions.end() ? 0 : found->second.ullLookUps;
 }
 
-ULONGLONG ScriptedExports::Calls(const char* pszFunction) const
+std::vector<std::string> ScriptedExports::LookedUp() const
+{
+    const UnscriptedScope unscripted;
+    const SlimLockHold hold(m_state->lock);
+    std::vector<std::string> names;
+    for (const auto& [name, function] : m_state->functions)
+    {
+        if (function.ullLookUps != 0)
+        {
+            names.push_back(name);
+        }
+    }
+    return names;
+}
+
+CallGate* ScriptedExports::FindGate(const char* pszFunction) const
 {
     const UnscriptedScope unscripted;
     const SlimLockHold hold(m_state->lock);
     const auto found = m_state->functions.find(pszFunction);
-    return found == m_state->functions.end() || found->second.pGate == nullptr ? 0 : found->second.pGate->Calls();
+    return found == m_state->functions.end() ? nullptr : found->second.pGate;
+}
+
+ULONGLONG ScriptedExports::Calls(const char* pszFunction) const
+{
+    const CallGate* const pGate = FindGate(pszFunction);
+    return pGate == nullptr ? 0 : pGate->Calls();
+}
+
+ULONGLONG ScriptedExports::Failures(const char* pszFunction) const
+{
+    const CallGate* const pGate = FindGate(pszFunction);
+    return pGate == nullptr ? 0 : pGate->Failures();
 }
 
 } // namespace varnex::test

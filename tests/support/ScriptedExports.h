@@ -4,6 +4,8 @@
 
 #include <functional>
 #include <memory>
+#include <string>
+#include <vector>
 
 namespace varnex::test
 {
@@ -29,16 +31,24 @@ public:
         Gate(pszFunction).SetScript(std::move(script));
     }
     void Hide(const char* pszFunction);
+    // Makes the ullCall-th call from now on (1 is the next) of the function fail: it answers zero and leaves
+    // dwLastError. A script is not called then.
+    void FailCall(const char* pszFunction, ULONGLONG ullCall, FailMode mode, DWORD dwLastError);
+    // How many calls the rule has failed.
+    ULONGLONG Failures(const char* pszFunction) const;
     // Back to the real function.
     void Restore(const char* pszFunction);
     // Look-ups of that name so far.
     ULONGLONG LookUps(const char* pszFunction) const;
+    // Every name that was looked up so far.
+    std::vector<std::string> LookedUp() const;
     // Calls of the scripted function so far.
     ULONGLONG Calls(const char* pszFunction) const;
 
 private:
     struct State;
     CallGate& Gate(const char* pszFunction);
+    CallGate* FindGate(const char* pszFunction) const;
 
     std::shared_ptr<State> m_state;
     RestoredImports m_imports;

@@ -36,7 +36,9 @@ ConfigBuilder FaultConfig()
         .SetPolicy("CPU", 2, THRESHOLD, 3, 5)
         .SetPolicy("Memory", 2, THRESHOLD, 3, 5)
         .SetPolicy("Disk", 2, THRESHOLD, 3, 5)
-        .SetPolicy("Network", 1, THRESHOLD, 3, 5)
+        .Set("NetworkInterval", 1)
+        .Set("NetworkThreshold", THRESHOLD)
+        .Set("NetworkSamplingAmount", 3) // and no maximum: that is told by a line of wide characters
         .SetLogLevel(1) // a fault is told at this level; at higher ones each line makes the same calls again
         .SetCounter("Date", "2026-01-30"); // the first alert begins a new day
 }
@@ -129,6 +131,14 @@ std::vector<FaultTarget> FaultScenario::Targets()
 {
     std::vector<FaultTarget> targets = ImportTargets(imports);
     targets.push_back(handles.CloseTarget());
+    for (const char* pszExport : EXPORTS_LOOKED_UP)
+    {
+        targets.push_back({pszExport,
+                           [this, pszExport](ULONGLONG ullCall, FailMode mode)
+                           { exports.FailCall(pszExport, ullCall, mode, ERROR_NOT_SUPPORTED); },
+                           [this, pszExport] { return exports.Calls(pszExport); },
+                           [this, pszExport] { return exports.Failures(pszExport); }});
+    }
     for (const FaultTarget& target : wmiMethods.Targets())
     {
         targets.push_back(target);

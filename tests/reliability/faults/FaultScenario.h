@@ -20,11 +20,16 @@
 #include "support/ScriptedWmi.h"
 #include "support/VirtualClock.h"
 
+#include <array>
 #include <string>
 #include <vector>
 
 namespace varnex::test
 {
+
+// What the module looks up by name in a healthy life, in the order of the names. MiniDumpWriteDump comes in a crash
+// only, where CrashDumpTest hides it and makes it fail.
+constexpr std::array<const char*, 2> EXPORTS_LOOKED_UP = {"GetSystemTimes", "GlobalMemoryStatusEx"};
 
 // What one life of the module came to.
 struct ScenarioOutcome
@@ -53,7 +58,7 @@ public:
     FaultScenario(const FaultScenario&) = delete;
     FaultScenario& operator=(const FaultScenario&) = delete;
 
-    // Everything that can be made to fail: imports, WMI methods, document methods.
+    // Everything that can be made to fail: imports, functions that are looked up, WMI methods, document methods.
     std::vector<FaultTarget> Targets();
 
     // Lives the life; fails the test where the module, under whatever fault, may not do what it did: threads that do

@@ -41,6 +41,34 @@ TEST_CASE("a hidden function is not found")
     CHECK(LookUp<decltype(::GetTickCount)>("GetTickCount") != nullptr);
 }
 
+TEST_CASE("one call of a function that is looked up at run time can be made to fail, or all from there on")
+{
+    const auto mode = GENERATE(FailMode::Once, FailMode::FromThereOn);
+    ImportRedirector redirector;
+    ScriptedExports exports(redirector);
+    exports.Replace<decltype(::GetTickCount)>("GetTickCount", [] { return DWORD{4711}; });
+    exports.FailCall("GetTickCount", 2, mode, ERROR_NOT_SUPPORTED);
+    const auto pfnFound = LookUp<decltype(::GetTickCount)>("GetTickCount");
+    CHECK(pfnFound() == 4711);
+    SetLastError(ERROR_SUCCESS);
+    CHECK(pfnFound() == 0);
+    CHECK(GetLastError() == ERROR_NOT_SUPPORTED);
+    CHECK(pfnFound() == (mode == FailMode::Once ? 4711 : 0));
+    CHECK(exports.Failures("GetTickCount") == (mode == FailMode::Once ? 1 : 2));
+    CHECK(exports.Calls("GetTickCount") == 3);
+}
+
+TEST_CASE("every name that was looked up is told")
+{
+    ImportRedirector redirector;
+    ScriptedExports exports(redirector);
+    exports.Hide("GetTickCount");
+    CHECK(exports.LookedUp().empty());
+    LookUp<void()>("NoSuchFunction");
+    LookUp<void()>("GetTickCount");
+    CHECK(exports.LookedUp() == std::vector<std::string>{"GetTickCount", "NoSuchFunction"});
+}
+
 TEST_CASE("every other function is found as usual")
 {
     ImportRedirector redirector;
