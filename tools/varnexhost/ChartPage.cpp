@@ -4,6 +4,7 @@
 #include "ChartJson.h"
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 
 namespace varnex::host
@@ -40,7 +41,7 @@ std::string AboutPage(const ChartDay& day, const std::vector<std::string>& fileN
 std::string Shown(double dValue)
 {
     constexpr double BEYOND_ALL_SENSE = 1e15; // a number in a file may be any
-    const long long nTenths = static_cast<long long>(std::min(dValue, BEYOND_ALL_SENSE) * 10 + 0.5);
+    const long long nTenths = std::llround(std::min(dValue, BEYOND_ALL_SENSE) * 10);
     return std::to_string(nTenths / 10) + (nTenths % 10 == 0 ? "" : "." + std::to_string(nTenths % 10));
 }
 

@@ -149,6 +149,7 @@ void DayMaker::AddReportRow(ChartPanel& panel, const SavedReport& report, const 
     if (!cells.empty())
     {
         std::vector<std::string> shown;
+        shown.reserve(names.size());
         for (const std::string& name : names)
         {
             shown.push_back(name + " (report)");

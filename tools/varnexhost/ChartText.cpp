@@ -11,7 +11,7 @@ namespace varnex::host
 namespace
 {
 
-constexpr std::size_t MOST_BYTES = 256 * 1024 * 1024; // years of samples
+constexpr std::size_t MOST_BYTES = std::size_t{256} * 1024 * 1024; // years of samples
 
 bool StartsWith(std::string_view text, std::string_view start)
 {
