@@ -29,10 +29,8 @@ constexpr wchar_t TODAY[] = L"2026-01-31";
 constexpr wchar_t CPU_PATH[] = L"KPMConfiguration/PkiAlertNum/CPU";
 constexpr ULONGLONG PROMPT_MS = 5000;
 constexpr ULONGLONG DAMAGED_PROMPT_MS = 2 * PROMPT_MS; // for twenty readings and seven saves
-// Of ten megabytes; the long form may run on a machine with ten times as much to do as it can.
-constexpr ULONGLONG LARGE_PROMPT_MS = 10'000;
-constexpr ULONGLONG LONG_FORM_LARGE_PROMPT_MS = 60'000;
-constexpr std::size_t MORE_BYTES = 64 * 1024 * 1024; // of documents of ten megabytes, some of which the heap keeps
+constexpr ULONGLONG LARGE_PROMPT_MS = 60'000;          // of ten megabytes, on a machine with ten times as much to do
+constexpr std::size_t MORE_BYTES = 64 * 1024 * 1024;   // of documents of ten megabytes, some of which the heap keeps
 constexpr std::size_t ENTITY_BYTES = 1024 * 1024;
 constexpr std::size_t ENTITY_PEAK_BYTES = 16 * 1024 * 1024;
 constexpr std::size_t LARGE_BYTES = 1'000'000; // twenty readings would take long
@@ -162,11 +160,7 @@ Readings ReadEverything()
 
 ULONGLONG LongestReading(const std::string& document)
 {
-    if (document.size() < LARGE_BYTES)
-    {
-        return PROMPT_MS;
-    }
-    return IsLongForm() ? LONG_FORM_LARGE_PROMPT_MS : LARGE_PROMPT_MS;
+    return document.size() < LARGE_BYTES ? PROMPT_MS : LARGE_PROMPT_MS;
 }
 
 std::size_t PeakWorkingSet()
