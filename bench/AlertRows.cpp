@@ -25,6 +25,13 @@ namespace
 constexpr char FLOOR_DIRECTORY[] = "\\Floors\\";
 constexpr int TAKEN = 16;
 
+FILETIME Now()
+{
+    FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    return now;
+}
+
 // A line of a disk alert raised just now.
 std::string MakeLine()
 {
@@ -72,21 +79,26 @@ void MeasureStoring(Setting& setting, Results& results, const Stores& stores, st
     const std::string line = MakeLine();
     stores.Fill(MakeLines(nLines));
     const int nNow = AsHappenTime(SecondsNow());
+    const FILETIME moment = Now();
+    const auto cbLine = static_cast<DWORD>(line.size());
     int nResult = 0;
     Row row;
     row.operation = "alert stored";
     row.work = CountText(nLines);
     row.dWork = static_cast<double>(nLines);
     row.goal = {GoalKind::Ratio, 1.05};
-    // Against an append that no torn line before it can swallow; and, for information, against one that takes no care.
+    // Against an append that no torn line before it can swallow; and against a bare one.
     for (const bool bSafe : {true, false})
     {
         results.Add(Compare(
             row, setting.effort, 5, [&] { nResult |= SaveLocalAlertInfo(3, 50, 72, "0 C:", nNow, ""); },
-            [&] { stores.floor.Store(g_hModule, line.data(), static_cast<DWORD>(line.size()), bSafe); }));
-        row.work += ", careless floor";
+            [&]
+            {
+                bSafe ? stores.floor.StoreSafely(g_hModule, moment, line.data(), cbLine)
+                      : stores.floor.StoreBarely(line.data(), cbLine);
+            }));
+        row.work += ", bare floor";
         row.dWork = 0;
-        row.goal = {};
     }
     REQUIRE(nResult == 0);
 }
@@ -123,6 +135,7 @@ void MeasureFetching(Setting& setting, Results& results, const Stores& stores, s
     const std::string lines = MakeLines(nLines);
     const unsigned nTaken = static_cast<unsigned>(nLines < TAKEN ? nLines : TAKEN);
     const auto cbTaken = static_cast<DWORD>(nTaken * MakeLine().size());
+    const FILETIME moment = Now();
     static Fetch fetch;
     Row row;
     row.operation = "fetch 16 alerts";
@@ -130,7 +143,7 @@ void MeasureFetching(Setting& setting, Results& results, const Stores& stores, s
     row.dWork = static_cast<double>(nLines);
     row.goal = {GoalKind::Ratio, 1.10};
     results.Add(Compare(
-        row, setting.effort, 1, [] { fetch.Run(); }, [&] { stores.floor.Fetch(g_hModule, cbTaken, nTaken); },
+        row, setting.effort, 1, [] { fetch.Run(); }, [&] { stores.floor.Fetch(g_hModule, moment, cbTaken, nTaken); },
         [&] { stores.Fill(lines); }));
     REQUIRE(fetch.Taken() == static_cast<int>(nTaken));
 

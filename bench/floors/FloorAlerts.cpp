@@ -5,14 +5,19 @@
 namespace varnex::bench
 {
 
-void ConvertToLocalTime() noexcept
+void ConvertToLocalTime(const FILETIME& moment) noexcept
 {
-    FILETIME time;
-    GetSystemTimeAsFileTime(&time);
     SYSTEMTIME utc;
     SYSTEMTIME local;
-    FileTimeToSystemTime(&time, &utc);
+    FileTimeToSystemTime(&moment, &utc);
     SystemTimeToTzSpecificLocalTime(nullptr, &utc, &local);
+}
+
+void TellLocalTime() noexcept
+{
+    FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    ConvertToLocalTime(now);
 }
 
 FloorAlerts::FloorAlerts(const std::string& directory)
@@ -27,31 +32,43 @@ FloorAlerts::~FloorAlerts()
     CloseHandle(m_hMutex);
 }
 
-void FloorAlerts::Store(HMODULE hModule, const char* pachLine, DWORD cbLine, bool bSafe) const noexcept
+HANDLE FloorAlerts::OpenData(DWORD dwAccess) const noexcept
 {
-    ConvertToLocalTime();
-    char szPath[MAX_PATH];
-    GetModuleFileNameA(hModule, szPath, MAX_PATH);
+    return CreateFileA(m_data.c_str(), dwAccess, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
+                       FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+void FloorAlerts::StoreBarely(const char* pachLine, DWORD cbLine) const noexcept
+{
     WaitForSingleObject(m_hMutex, 60'000);
-    const HANDLE hFile =
-        CreateFileA(m_data.c_str(), bSafe ? FILE_APPEND_DATA | FILE_READ_DATA : FILE_APPEND_DATA,
-                    FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (bSafe)
-    {
-        LARGE_INTEGER nLast;
-        nLast.QuadPart = -1;
-        char chLast;
-        DWORD cbRead;
-        SetFilePointerEx(hFile, nLast, nullptr, FILE_END);
-        ReadFile(hFile, &chLast, 1, &cbRead, nullptr);
-    }
+    const HANDLE hFile = OpenData(FILE_APPEND_DATA);
     DWORD cbWritten;
     WriteFile(hFile, pachLine, cbLine, &cbWritten, nullptr);
     CloseHandle(hFile);
     ReleaseMutex(m_hMutex);
 }
 
-void FloorAlerts::Fetch(HMODULE hModule, DWORD cbTaken, unsigned nTaken) const noexcept
+void FloorAlerts::StoreSafely(HMODULE hModule, const FILETIME& moment, const char* pachLine,
+                              DWORD cbLine) const noexcept
+{
+    ConvertToLocalTime(moment);
+    char szPath[MAX_PATH];
+    GetModuleFileNameA(hModule, szPath, MAX_PATH);
+    WaitForSingleObject(m_hMutex, 60'000);
+    const HANDLE hFile = OpenData(FILE_APPEND_DATA | FILE_READ_DATA);
+    LARGE_INTEGER nLast;
+    nLast.QuadPart = -1;
+    char chLast;
+    DWORD cbRead;
+    SetFilePointerEx(hFile, nLast, nullptr, FILE_END);
+    ReadFile(hFile, &chLast, 1, &cbRead, nullptr);
+    DWORD cbWritten;
+    WriteFile(hFile, pachLine, cbLine, &cbWritten, nullptr);
+    CloseHandle(hFile);
+    ReleaseMutex(m_hMutex);
+}
+
+void FloorAlerts::Fetch(HMODULE hModule, const FILETIME& moment, DWORD cbTaken, unsigned nTaken) const noexcept
 {
     static char achPiece[PIECE_BYTES];
     char szPath[MAX_PATH];
@@ -84,7 +101,7 @@ void FloorAlerts::Fetch(HMODULE hModule, DWORD cbTaken, unsigned nTaken) const n
         wchar_t wszHost[260];
         DWORD cchHost = 260;
         GetComputerNameExW(ComputerNameDnsHostname, wszHost, &cchHost);
-        ConvertToLocalTime();
+        ConvertToLocalTime(moment);
     }
 }
 

@@ -24,7 +24,7 @@ void ReadPolicy(const FloorConfig& config) noexcept
 // The moment and the day's count.
 void Judge(const FloorConfig& config) noexcept
 {
-    ConvertToLocalTime();
+    TellLocalTime();
     config.ReadCount();
 }
 
@@ -102,7 +102,7 @@ void RunNetworkMonitorFloor(const FloorConfig& config, const Machine& machine) n
 void RunCpuSamplerFloor(const FloorConfig& config, const Machine& machine) noexcept
 {
     config.ReadLogLevel();
-    ConvertToLocalTime();
+    TellLocalTime();
     for (unsigned i = 0; i < machine.nProcessors; ++i)
     {
         SampleProcessor();
@@ -114,7 +114,7 @@ void RunCpuSamplerFloor(const FloorConfig& config, const Machine& machine) noexc
 
 void RunMemorySamplerFloor(const FloorConfig&, const Machine&) noexcept
 {
-    ConvertToLocalTime();
+    TellLocalTime();
     SampleMemory();
     g_memory.Put(0, 42);
     g_memory.Put(1, 42);
@@ -124,7 +124,7 @@ void RunMemorySamplerFloor(const FloorConfig&, const Machine&) noexcept
 
 void RunDiskSamplerFloor(const FloorConfig&, const Machine& machine) noexcept
 {
-    ConvertToLocalTime();
+    TellLocalTime();
     for (unsigned i = 0; i < machine.nDisks; ++i)
     {
         ConvertDiskName();
@@ -138,7 +138,7 @@ void RunDiskSamplerFloor(const FloorConfig&, const Machine& machine) noexcept
 void RunNetworkSamplerFloor(const FloorConfig&, const Machine& machine) noexcept
 {
     static const CardBytes card{};
-    ConvertToLocalTime();
+    TellLocalTime();
     SampleTraffic();
     for (unsigned i = 0; i < machine.nCards; ++i)
     {
