@@ -5,9 +5,14 @@
 
 #include <catch2/catch.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <set>
+#include <sstream>
+#include <string>
 
 namespace varnex::bench
 {
@@ -18,30 +23,59 @@ namespace
 constexpr Effort FULL = {2.0, 15, 2'000, true};
 constexpr Effort SHORT = {0.05, 3, 50, false};
 
-// A part of the table, unless only others were asked for. Says so on the error stream: a long run shows that it lives.
-void Run(const char* pszPart, void (*pfnMeasure)(Setting&, Results&), Setting& setting, Results& results)
+// A part of the table.
+struct Part
 {
-    const char* const pszWanted = std::getenv("VARNEX_BENCH_PARTS");
-    if (pszWanted == nullptr || std::strstr(pszWanted, pszPart) != nullptr)
+    const char* pszName;
+    void (*pfnMeasure)(Setting& setting, Results& results);
+};
+
+constexpr Part PARTS[] = {
+    {"log", MeasureLog},
+    {"config", MeasureConfig},
+    {"alerts", MeasureAlerts},
+    {"cycles", MeasureCycleRows},
+    {"reports", MeasureReports},
+    {"entry", MeasureEntry},
+    {"footprint", MeasureFootprint},
+};
+
+// The parts asked for, or all. A name that is none fails the run: it would measure less than it says.
+std::set<std::string> WantedParts()
+{
+    std::set<std::string> known;
+    for (const Part& part : PARTS)
     {
-        std::fprintf(stderr, "%s ...\n", pszPart);
-        pfnMeasure(setting, results);
+        known.insert(part.pszName);
     }
+    const char* const pszWanted = std::getenv("VARNEX_BENCH_PARTS");
+    if (pszWanted == nullptr)
+    {
+        return known;
+    }
+    std::istringstream words(pszWanted);
+    const std::set<std::string> wanted{std::istream_iterator<std::string>(words), {}};
+    INFO("asked for: '" << pszWanted << "'");
+    REQUIRE_FALSE(wanted.empty());
+    REQUIRE(std::includes(known.begin(), known.end(), wanted.begin(), wanted.end()));
+    return wanted;
 }
 
 void RunAll(const Effort& effort)
 {
+    const std::set<std::string> wanted = WantedParts();
     Results results;
     {
         Setting setting(effort);
         InstallStandIns(GetModuleHandleW(nullptr));
-        Run("log", MeasureLog, setting, results);
-        Run("config", MeasureConfig, setting, results);
-        Run("alerts", MeasureAlerts, setting, results);
-        Run("cycles", MeasureCycleRows, setting, results);
-        Run("reports", MeasureReports, setting, results);
-        Run("entry", MeasureEntry, setting, results);
-        Run("footprint", MeasureFootprint, setting, results);
+        for (const Part& part : PARTS)
+        {
+            if (wanted.count(part.pszName) != 0)
+            {
+                std::fprintf(stderr, "%s ...\n", part.pszName); // a long run shows that it lives
+                part.pfnMeasure(setting, results);
+            }
+        }
     }
     Print(results);
     const char* const pszFiles = std::getenv("VARNEX_BENCH_FILES"); // a path but for its ending

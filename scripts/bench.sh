@@ -2,9 +2,11 @@
 # Measures what the module costs beside what nobody could do without: a table on the screen, the same as JSON and as the
 # tables of docs/performance.md in build/bench. Some ten minutes; --short takes seconds, and its figures say little.
 # usage: scripts/bench.sh [--short] [PART...]      parts: log config alerts cycles reports entry footprint
+# VARNEX_BENCH_BUILD names a build directory to measure as it is: nothing is built, and the files go to its folder bench.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
+parts=(log config alerts cycles reports entry footprint)
 form="full run"
 files=full
 if [ "${1:-}" = --short ]; then
@@ -12,21 +14,34 @@ if [ "${1:-}" = --short ]; then
   files=short
   shift
 fi
+for part in "$@"; do
+  if [[ " ${parts[*]} " != *" $part "* ]]; then
+    echo "bench: there is no part '$part'; they are: ${parts[*]}" >&2
+    exit 2
+  fi
+done
+unset VARNEX_BENCH_PARTS
 if [ $# -gt 0 ]; then
   export VARNEX_BENCH_PARTS="$*"
   files=parts
 fi
 
-build="${VARNEX_BENCH_BUILD:-build/release}"
-if [ "$build" = build/release ]; then
+if [ -n "${VARNEX_BENCH_BUILD:-}" ]; then
+  build=$VARNEX_BENCH_BUILD
+  output=$build/bench
+else
+  build=build/release
+  output=build/bench
   scripts/build.sh release varnex_bench
 fi
+mkdir -p "$output"
+output=$(cd "$output" && pwd)
 export WINEPREFIX="${WINEPREFIX:-$PWD/build/wine-prefix}"
 export WINEDEBUG="${WINEDEBUG:--all}"
 unset DISPLAY
 
 # One server for the whole run: its start is no part of any figure.
-mkdir -p "$WINEPREFIX" build/bench
+mkdir -p "$WINEPREFIX"
 if wineserver -p >/dev/null 2>&1 </dev/null; then
   trap 'wineserver -k || true' EXIT
 fi
@@ -38,8 +53,8 @@ load() {
 before=$(load before)
 echo "$before"
 # Wine shows the root as drive Z:.
-VARNEX_BENCH_FILES="Z:$PWD/build/bench/$files" scripts/wine-run.sh "$build/bin/bench/varnex_bench.exe" "$form"
+VARNEX_BENCH_FILES="Z:$output/$files" scripts/wine-run.sh "$build/bin/bench/varnex_bench.exe" "$form"
 after=$(load after)
 echo "$after"
-printf '%s\n' "" "$before" "$after" >>"build/bench/$files.md"
-echo "JSON: build/bench/$files.json; tables: build/bench/$files.md"
+printf '%s\n' "" "$before" "$after" >>"$output/$files.md"
+echo "JSON: ${output#"$PWD"/}/$files.json; tables: ${output#"$PWD"/}/$files.md"
