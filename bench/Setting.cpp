@@ -15,6 +15,29 @@
 namespace varnex::bench
 {
 
+namespace
+{
+
+constexpr const char* COUNTS[] = {"CPU", "PH", "PF", "Disk", "Network"};
+
+std::string Today()
+{
+    wchar_t wszToday[DATE_CHARS];
+    FormatLocalDateW(SecondsNow(), wszToday);
+    return test::AnsiFromWide(wszToday);
+}
+
+// Fails the run when the text is not there.
+void Replace(std::string& text, const std::string& old, const std::string& replacement)
+{
+    const std::size_t nAt = text.find(old);
+    INFO(old);
+    REQUIRE(nAt != std::string::npos);
+    text.replace(nAt, old.size(), replacement);
+}
+
+} // namespace
+
 Setting::Setting(const Effort& chosenEffort) : effort(chosenEffort)
 {
     tree.CopyModule();
@@ -43,15 +66,27 @@ void Setting::WriteConfig()
     {
         config.SetPolicy(pszResource, 1, 1000, 5, 5); // a threshold that nothing reaches
     }
-    wchar_t wszToday[DATE_CHARS];
-    FormatLocalDateW(SecondsNow(), wszToday);
-    config.SetCounter("Date", test::AnsiFromWide(wszToday));
-    for (const char* pszCount : {"CPU", "PH", "PF", "Disk", "Network"})
+    config.SetCounter("Date", Today());
+    for (const char* pszCount : COUNTS)
     {
         config.SetCounter(pszCount, "0");
     }
     config.SetLogLevel(0);
     tree.WriteConfig(config);
+}
+
+void Setting::WriteExampleConfig()
+{
+    std::string text = test::ReadFileBytes(test::ProgramDirectory() + L"\\KpmCfg.xml");
+    std::string counts = "<PkiAlertNum><Date>" + Today() + "</Date>";
+    for (const char* pszCount : COUNTS)
+    {
+        counts += std::string("<") + pszCount + ">0</" + pszCount + ">";
+    }
+    Replace(text, "<PkiAlertNum></PkiAlertNum>", counts + "</PkiAlertNum>");
+    Replace(text, "<CPUThreshold>85</CPUThreshold>", "<CPUThreshold>101</CPUThreshold>");
+    Replace(text, "<MemoryThreshold>85</MemoryThreshold>", "<MemoryThreshold>101</MemoryThreshold>");
+    tree.WriteConfigText(text);
 }
 
 ComScope::ComScope()

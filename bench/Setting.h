@@ -29,6 +29,9 @@ public:
     // Writes the configuration that a host installs, with one second of interval for every monitor.
     // Today's counts are in it, all 0.
     void WriteConfig();
+    // Writes the configuration as it is delivered: default policies, the default level of the log. With today's counts,
+    // all 0, and with the thresholds of processors and memory out of reach, since this very run keeps both busy.
+    void WriteExampleConfig();
 
 private:
     HMODULE m_hModule;

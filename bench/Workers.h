@@ -19,7 +19,7 @@ struct WorkerKind
     void (*pfnRequestStop)();
     void (*pfnFloorCycle)(const FloorConfig& config, const Machine& machine) noexcept;
     unsigned nInnerSeconds;   // sleeps of a second within a cycle's own work
-    unsigned nWaitSeconds;    // sleeps of a second between two cycles, here
+    unsigned nWaitSeconds;    // sleeps of a second between two cycles, with the configuration of Setting::WriteConfig
     unsigned nDefaultSeconds; // the same at default policies
 };
 
