@@ -1,3 +1,4 @@
+#include "ImagePages.h"
 #include "Rows.h"
 #include "Workers.h"
 
@@ -142,6 +143,16 @@ std::size_t BytesOfThread()
     return cbAfter - cbBefore;
 }
 
+// What the loaded module has brought: memory that was asked for, and pages of its file that are no longer the file's.
+void TellMemory(const test::LoadedModule& module, std::size_t cbBefore, const std::string& moment)
+{
+    const std::size_t cbImage = OwnBytesOfImage(module.Handle());
+    const double dAllocated = static_cast<double>(test::PrivateBytes()) - static_cast<double>(cbBefore);
+    Tell(("private memory " + moment + ", MiB").c_str(), (dAllocated + static_cast<double>(cbImage)) / MIB);
+    Tell(("of it pages of the DLL that were written to, " + moment + ", KiB").c_str(),
+         static_cast<double>(cbImage) / KIB);
+}
+
 // What one bare load of a configuration leaves with a process: the parser itself.
 std::size_t BytesOfParser(test::ModuleTree& tree)
 {
@@ -167,7 +178,7 @@ void MeasureRun(test::LoadedModule& module, std::size_t cbBefore, std::size_t nH
     const std::size_t nWorking = test::CountThreads() - nThreads;
     Tell("threads while everything runs", static_cast<double>(nWorking));
     Tell("handles while everything runs", static_cast<double>(test::CountHandles() - nHandles));
-    Tell("private memory after the day, MiB", static_cast<double>(test::PrivateBytes() - cbBefore) / MIB);
+    TellMemory(module, cbBefore, "after the day");
     SetEvent(g_hEnd);
     module.Export<decltype(::StopWorkingThread)>("StopWorkingThread")(VARNEX_ALERT_ALL);
     module.Export<decltype(::StopPKIUtlThread)>("StopPKIUtlThread")();
@@ -176,7 +187,7 @@ void MeasureRun(test::LoadedModule& module, std::size_t cbBefore, std::size_t nH
         SleepEx(50, FALSE);
     }
     Tell("threads after the stop", static_cast<double>(test::CountThreads() - nThreads));
-    Tell("private memory after the stop, MiB", static_cast<double>(test::PrivateBytes() - cbBefore) / MIB);
+    TellMemory(module, cbBefore, "after the stop");
 }
 
 std::vector<Figure> FiguresOf(const std::string& output, const std::string& machine)
@@ -248,7 +259,7 @@ TEST_CASE("child: a day of the shipped module", "[.]")
     const std::size_t nHandles = test::CountHandles();
     const std::size_t cbBefore = test::PrivateBytes();
     test::LoadedModule module(tree);
-    Tell("private memory after load, MiB", static_cast<double>(test::PrivateBytes() - cbBefore) / MIB);
+    TellMemory(module, cbBefore, "after load");
     Tell("handles after load", static_cast<double>(test::CountHandles() - nHandles));
     MeasureRun(module, cbBefore, nHandles, nThreads);
     REQUIRE(module.Unload());

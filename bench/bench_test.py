@@ -44,7 +44,7 @@ WITHOUT_GOAL = [("log call below the level", "4 arguments, logger at hand"),
 # Every figure with a goal of its own, and of each machine's day how many there are at least.
 FIGURES_WITH_GOAL = [f"memory of a fetch of 16 of {n} alerts" for n in (10, 1000, 100000)]
 FIGURES_WITH_GOAL += ["averaging alone, 64 processors, 24 disks, 16 adapters", "size of the DLL, stripped"]
-FIGURES_OF_A_MACHINE = 13
+FIGURES_OF_A_MACHINE = 16
 
 failures = []
 
@@ -107,6 +107,8 @@ def check_results():
     for machine in ROWS["processor time of a day"]:
         of_machine = [name for name in names if name.startswith(f"{machine}: ")]
         expect(len(of_machine) >= FIGURES_OF_A_MACHINE, f"figures of {machine}: {of_machine}")
+        loaded = [f["value"] for f in results["figures"] if f["name"] == f"{machine}: private memory after load"]
+        expect(len(loaded) == 1 and loaded[0] > 0, f"{machine}: a module without memory of its own: {loaded}")
     for name in names:
         expect(any(line.startswith(f"| {name} |") for line in markdown), f"not in the Markdown: {name}")
 
