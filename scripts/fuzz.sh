@@ -1,16 +1,29 @@
 #!/usr/bin/env bash
 # Fuzzes the pieces of src/ that need no Windows, natively, under the address and undefined-behaviour sanitizers, and
 # prints a figure for each. An input that breaks one stays in build/fuzz.
-# usage: scripts/fuzz.sh [SECONDS [TARGET...]]     (60 seconds each; targets: alert_lines bounded_text averages)
+# usage: scripts/fuzz.sh [--keep] [SECONDS [TARGET...]]     (60 seconds each; targets: alert_lines bounded_text averages)
+# --keep goes on from the inputs that an earlier run has found; without it each run begins with the one below.
 # Needs clang and its run-time library (packages clang-14, libclang-rt-14-dev).
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
+known=(alert_lines bounded_text averages)
+keep=no
+if [ "${1:-}" = --keep ]; then
+  keep=yes
+  shift
+fi
 seconds=${1:-60}
-[[ "$seconds" =~ ^[1-9][0-9]*$ ]] || { echo "usage: scripts/fuzz.sh [SECONDS [TARGET...]]" >&2; exit 2; }
+[[ "$seconds" =~ ^[1-9][0-9]*$ ]] || { echo "usage: scripts/fuzz.sh [--keep] [SECONDS [TARGET...]]" >&2; exit 2; }
 shift || true
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(alert_lines bounded_text averages)
+[ ${#targets[@]} -gt 0 ] || targets=("${known[@]}")
+for target in "${targets[@]}"; do
+  if [[ " ${known[*]} " != *" $target "* ]]; then
+    echo "fuzz: there is no target '$target'; they are: ${known[*]}" >&2
+    exit 2
+  fi
+done
 
 compiler=$(command -v clang++-14 || command -v clang++) || { echo "fuzz: clang is not installed" >&2; exit 1; }
 flags=(-std=c++17 -g -O1 -Wall -Wextra -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=all
@@ -23,7 +36,6 @@ sources() {
     alert_lines) echo tests/fuzz/FuzzAlertLines.cpp src/alerting/Alert{File,Line}.cpp src/common/LocalTime.cpp ;;
     bounded_text) echo tests/fuzz/FuzzBoundedText.cpp ;;
     averages) echo tests/fuzz/FuzzAverages.cpp src/reporting/UtilizationAverage.cpp ;;
-    *) echo "fuzz: there is no target '$1'" >&2; return 2 ;;
   esac
 }
 
@@ -36,11 +48,13 @@ for target in "${targets[@]}"; do
     exit 1
   }
   corpus="build/fuzz/$target.corpus"
+  [ "$keep" = yes ] || rm -rf "$corpus"
   mkdir -p "$corpus"
   # What an input looks like: found by chance, it would take most of the time.
   printf '\377\377\001\000\002\001\0003;50;72;1706745599(2024-01-31 23:59:59);0 C:;\r\n2;1;2;3();PF;x\n' >"$corpus/seed"
   log="build/fuzz/$target.log"
-  # The same seed gives the same course.
+  # The same seed and the same first input: courses that begin alike. They part when the fuzzer takes up something that
+  # the code compares with and that is another in each run, an address say; what it finds is kept as a file.
   if ! "build/fuzz/$target" -seed=20260131 -max_total_time="$seconds" -max_len=8192 -rss_limit_mb=1024 -timeout=10 \
     -artifact_prefix="build/fuzz/$target-" -print_final_stats=1 "$corpus" >"$log" 2>&1; then
     tail -n 40 "$log" >&2
