@@ -3,6 +3,7 @@
 
 A block or command of a kind that this script does not know fails: nothing on a page goes unproven by accident.
 """
+import itertools
 import pathlib
 import re
 import shlex
@@ -157,10 +158,45 @@ def check_test_command(page, command, arguments):
             fail(page, f"{command}: finds no test")
 
 
+def words_of(script, pattern):
+    """The names that a script itself holds its arguments against."""
+    words = " ".join(re.findall(pattern, (SOURCE / script).read_text(), re.M)).split()
+    if not words:
+        sys.exit(f"{script}: no list of what it takes; teach this script where it is")
+    return words
+
+
+def unknown_arguments(script, arguments):
+    """What the script would not know of what a page gives it."""
+    if script == "scripts/soak.sh":
+        return arguments[1:] + [a for a in arguments[:1] if a not in words_of(script, r"^run_item (\w+) ")]
+    if script == "scripts/bench.sh":
+        return [a for a in arguments[arguments[:1] == ["--short"]:] if a not in words_of(script, r"^parts=\((.*)\)$")]
+    if script == "scripts/fuzz.sh":
+        arguments = arguments[arguments[:1] == ["--keep"]:]
+        seconds = [a for a in arguments[:1] if not re.fullmatch("[1-9][0-9]*", a)]
+        return seconds + [a for a in arguments[1:] if a not in words_of(script, r"^known=\((.*)\)$")]
+    if script == "scripts/build.sh":
+        presets = re.findall(r'"name": "(\w+)"', (SOURCE / "CMakePresets.json").read_text())
+        return [a for a in arguments[:1] if a not in presets] + arguments[1:]
+    return arguments
+
+
 def check_script(page, command, arguments):
-    """Other scripts: they exist and parse; what they do is another test's."""
+    """Other scripts: they exist and parse, and know what they are given; what they do is another test's."""
     if run(["bash", "-n", arguments[0]], SOURCE).returncode != 0:
         fail(page, f"{command}: does not parse")
+        return
+    unknown = unknown_arguments(arguments[0], arguments[1:])
+    if unknown:
+        fail(page, f"{command}: {arguments[0]} does not know {' '.join(unknown)}")
+
+
+def check_variables(page, command, variables):
+    """Each is read by a script, a test or the benchmark."""
+    for variable in variables:
+        if run(["grep", "-rqw", variable.partition("=")[0], "scripts", "tests", "bench"], SOURCE).returncode != 0:
+            fail(page, f"{command}: nothing reads {variable}")
 
 
 def check_preset_command(page, command, arguments):
@@ -175,6 +211,8 @@ def check_program(page, command, arguments):
                            for a in arguments[1:]], SOURCE, timeout=90)
     if result.returncode != 0:
         fail(page, f"{command}: ended with {result.returncode}:\n{result.stdout}")
+    if "No test cases matched" in result.stdout:
+        fail(page, f"{command}: finds no test")
 
 
 def check_varnexhost(page, command, arguments):
@@ -215,6 +253,9 @@ def check_command(page, command):
     # Windows' commands keep their backslashes.
     arguments = ([a.strip('"') for a in shlex.split(command, posix=False)] if command.startswith(("reg ", "schtasks "))
                  else shlex.split(command))
+    variables = list(itertools.takewhile(re.compile(r"[A-Z_]+=").match, arguments))
+    check_variables(page, command, variables)
+    arguments = arguments[len(variables):]
     kinds = {
         "scripts/test.sh": lambda: check_test_command(page, command, arguments[1:]),
         "scripts/wine-run.sh": lambda: check_program(page, command, arguments),
@@ -241,8 +282,8 @@ def check_commands():
                 if command and not command.startswith("#"):
                     check_command(page, command)
         inline = re.sub(r"^```.*?^```", "", page.read_text(), flags=re.M | re.S)
-        for command in re.findall(r"`(scripts/[^`]+)`", inline):
-            if " " in command and "[" not in command and "…" not in command:
+        for command in re.findall(r"`((?:[A-Z_]+=\S+\s+)*scripts/[^`]+)`", inline):
+            if re.search(r"\s", command) and "[" not in command and "…" not in command:
                 check_command(page, command)
 
 
