@@ -54,10 +54,12 @@ TEST_CASE("fifty threads lose no line over several roll-overs, and each file end
     CHECK(lines.nFiles > 2);
     CHECK(lines.cbLargestFile > MAX_LOG_BYTES);
     CHECK(lines.cbLargestFile <= MAX_LOG_BYTES + crowd.cbLongestLine);
-    PrintFigure("log: " + std::to_string(crowd.nLines) + " lines of 50 threads in " + std::to_string(lines.nFiles) +
-                " files, 0 lost, 0 torn; largest file " + std::to_string(lines.cbLargestFile - MAX_LOG_BYTES) +
-                " bytes over its limit (a line has up to " + std::to_string(crowd.cbLongestLine) + "); longest call " +
-                std::to_string(crowd.nLongestCallMs) + " ms");
+    PrintFigure("log: " + std::to_string(crowd.nLines) + " lines of " + std::to_string(THREADS) + " threads in " +
+                std::to_string(lines.nFiles) + " files, " + std::to_string(crowd.nLines - lines.nWhole) + " lost, " +
+                std::to_string(lines.nBroken) + " torn; largest file " +
+                std::to_string(lines.cbLargestFile - MAX_LOG_BYTES) + " bytes over its limit (a line has up to " +
+                std::to_string(crowd.cbLongestLine) + "); longest call " + std::to_string(crowd.nLongestCallMs) +
+                " ms");
 }
 
 TEST_CASE("fifty threads that find the log's mutex held for good each wait five seconds and no longer")

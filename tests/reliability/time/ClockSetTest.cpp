@@ -24,13 +24,29 @@ void UseUp(TimedMachine& machine, const LocalTime& utc)
     machine.Storm(ENOUGH);
 }
 
+void PrintSpells(const TimedMachine& machine, const std::string& what)
+{
+    const std::vector<AlertSpell> spells = ReadSpells(machine);
+    int nAlerts = 0;
+    for (const AlertSpell& spell : spells)
+    {
+        for (const auto& [kind, nCount] : spell.counts)
+        {
+            nAlerts += nCount;
+        }
+    }
+    PrintFigure("time: a clock set " + what + ": counts begun anew " + std::to_string(CountResets(machine)) +
+                " times, " + std::to_string(nAlerts) + " alerts in " + std::to_string(spells.size()) + " spells");
+}
+
 // The dates in the order in which the clock came to them: each began its counts anew, and has every kind's maximum.
-void CheckDates(TimedMachine& machine, const Dates& dates)
+void CheckDates(TimedMachine& machine, const std::string& what, const Dates& dates)
 {
     const std::vector<AlertSpell> spells = ReadSpells(machine);
     CHECK(DatesOf(spells) == dates);
     CheckEachKindHas(spells, MAX_ALERTS);
     CHECK(CountResets(machine) == dates.size());
+    PrintSpells(machine, what);
 }
 
 } // namespace
@@ -47,6 +63,7 @@ TEST_CASE("a clock set back an hour gives the date no second maximum")
     CheckStored(machine, L"2026-06-10", MAX_ALERTS);
     CHECK(CountResets(machine) == 1);
     CheckFiles(machine);
+    PrintSpells(machine, "back an hour");
 }
 
 TEST_CASE("a clock set back an hour before any count was saved changes nothing")
@@ -59,6 +76,7 @@ TEST_CASE("a clock set back an hour before any count was saved changes nothing")
     machine.Storm(ENOUGH);
     CheckEachKindHas(ReadSpells(machine), MAX_ALERTS);
     CHECK(CountResets(machine) == 1);
+    PrintSpells(machine, "back an hour before any count was saved");
 }
 
 TEST_CASE("a clock set back an hour over midnight begins a date's counts with each change of the date")
@@ -68,7 +86,7 @@ TEST_CASE("a clock set back an hour over midnight begins a date's counts with ea
     machine.zone.SetUtc(LocalTime{2026, 6, 9, 23, 30});
     machine.StormAtPace();
     machine.Stop();
-    CheckDates(machine, Dates{"2026-06-10", "2026-06-09"});
+    CheckDates(machine, "back an hour over midnight", Dates{"2026-06-10", "2026-06-09"});
     CheckFiles(machine);
 }
 
@@ -82,7 +100,7 @@ TEST_CASE("a clock set back a day gives that day its maximum, and the day after 
     CheckStored(machine, L"2026-06-09", MAX_ALERTS);
     machine.Storm(60); // over midnight
     machine.Stop();
-    CheckDates(machine, Dates{"2026-06-10", "2026-06-09", "2026-06-10"});
+    CheckDates(machine, "back a day, until that day has passed", Dates{"2026-06-10", "2026-06-09", "2026-06-10"});
     CheckFiles(machine);
 }
 
@@ -94,7 +112,7 @@ TEST_CASE("a clock set back a day before any count was saved begins that day's c
     machine.clock.Advance(30);
     machine.zone.SetUtc(LocalTime{2026, 6, 9, 12});
     machine.Storm(ENOUGH);
-    CheckDates(machine, Dates{"2026-06-09"});
+    CheckDates(machine, "back a day before any count was saved", Dates{"2026-06-09"});
 }
 
 TEST_CASE("a clock set forward a day gives the new date its maximum at once, and no worker waits for it")
@@ -105,10 +123,8 @@ TEST_CASE("a clock set forward a day gives the new date its maximum at once, and
     machine.StormAtPace();
     CHECK(machine.AskForReport());
     machine.Stop();
-    CheckDates(machine, Dates{"2026-06-10", "2026-06-11"});
+    CheckDates(machine, "forward a day", Dates{"2026-06-10", "2026-06-11"});
     CheckFiles(machine);
-    PrintFigure("time: a clock set back an hour, back a day and forward a day: counts begun anew with each change of "
-                "the date and at nothing else, every worker at its pace right after");
 }
 
 } // namespace varnex::test
