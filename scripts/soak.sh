@@ -29,6 +29,7 @@ run_item() {
 
 run_item faults reliability_faults
 run_item kill reliability_kill
+run_item kill reliability_kill_module
 run_item contention reliability_contention
 run_item log reliability_log
 run_item hostile reliability_hostile
@@ -38,7 +39,7 @@ run_item soak reliability_soak
 run_item hour reliability_hour
 
 if [ "$found" = no ]; then
-  echo "soak: there is no item '$wanted'; they are: $(grep -o '^run_item [a-z]*' "$0" | cut -d' ' -f2 | xargs)" >&2
+  echo "soak: there is no item '$wanted'; they are: $(grep -o '^run_item [a-z]*' "$0" | cut -d' ' -f2 | uniq | xargs)" >&2
   exit 2
 fi
 [ ${#failed[@]} -eq 0 ] || { echo "soak: failed: ${failed[*]}" >&2; exit 1; }
