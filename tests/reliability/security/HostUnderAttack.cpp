@@ -1,6 +1,7 @@
 #include "HostUnderAttack.h"
 
 #include "module/ModuleInHost.h"
+#include "reliability/LongForm.h"
 #include "support/ImportRedirector.h"
 #include "support/ProcessMeter.h"
 
@@ -19,6 +20,7 @@ namespace
 {
 
 constexpr wchar_t KEY_VARIABLE[] = L"VARNEX_TEST_KEY";
+constexpr wchar_t PATH_VARIABLE[] = L"VARNEX_TEST_WATCHED_MODULE";
 constexpr int FETCHED_AT_ONCE = 1000;
 constexpr DWORD LONG_WAIT_MS = 5000;
 
@@ -31,6 +33,13 @@ enum Order : LONG
     ORDER_MEMORY,
     ORDER_END
 };
+
+std::wstring Variable(const wchar_t* pwszName)
+{
+    wchar_t wszValue[MAX_PATH] = L"";
+    REQUIRE(GetEnvironmentVariableW(pwszName, wszValue, MAX_PATH) != 0);
+    return wszValue;
+}
 
 std::wstring NameOf(const wchar_t* pwszObject, const std::wstring& key)
 {
@@ -58,13 +67,15 @@ class Host
 public:
     explicit Host(const std::wstring& key)
         : m_talk(NameOf(L"talk", key)), m_command(CreateEventW(nullptr, FALSE, FALSE, NameOf(L"command", key).c_str())),
-          m_answer(CreateEventW(nullptr, FALSE, FALSE, NameOf(L"answer", key).c_str())), m_imports(m_module.Handle())
+          m_answer(CreateEventW(nullptr, FALSE, FALSE, NameOf(L"answer", key).c_str())),
+          m_watched(Variable(PATH_VARIABLE), NameOf(L"paths", key))
     {
-        m_imports.Replace<decltype(::Sleep)>("Sleep", [](DWORD dwMilliseconds)
-                                             { Sleep((std::min)((dwMilliseconds + 19) / 20, DWORD{500})); });
-        m_imports.Replace<decltype(::WaitForSingleObject)>("WaitForSingleObject",
-                                                           [this](HANDLE hObject, DWORD dwMilliseconds)
-                                                           { return Wait(hObject, dwMilliseconds); });
+        ImportRedirector& imports = m_watched.Imports();
+        imports.Replace<decltype(::Sleep)>("Sleep", [](DWORD dwMilliseconds)
+                                           { Sleep((std::min)((dwMilliseconds + 19) / 20, DWORD{500})); });
+        imports.Replace<decltype(::WaitForSingleObject)>("WaitForSingleObject",
+                                                         [this](HANDLE hObject, DWORD dwMilliseconds)
+                                                         { return Wait(hObject, dwMilliseconds); });
     }
 
     void Serve()
@@ -135,8 +146,8 @@ private:
     SharedPage<HostUnderAttack::Talk> m_talk;
     UniqueHandle m_command;
     UniqueHandle m_answer;
+    WatchedModule m_watched; // before the next one loads it
     ModuleInHost m_module;
-    ImportRedirector m_imports;
 };
 
 // Every file below the tree's root, by its path from there.
@@ -161,6 +172,48 @@ void ListFiles(const std::wstring& directory, const std::wstring& prefix, std::v
     FindClose(hFind);
 }
 
+// What the module may open for writing, make, move or delete.
+bool MayWrite(const std::wstring& path)
+{
+    static const std::wstring OWN[] = {L"A\\B\\Logs",
+                                       L"A\\B\\bin\\KpmCfg.xml",
+                                       L"A\\B\\bin\\KpmCfg.xml.tmp",
+                                       L"A\\B\\bin\\LocalAlt.dat",
+                                       L"A\\B\\bin\\LocalAlt_Backup.dat",
+                                       L"A\\B\\Logs\\CPUUtil.log",
+                                       L"A\\B\\Logs\\MemoryUtil.log",
+                                       L"A\\B\\Logs\\DiskUtil.log",
+                                       L"A\\B\\Logs\\NetworkUtil.log"};
+    return std::find(std::begin(OWN), std::end(OWN), path) != std::end(OWN) ||
+           path.rfind(L"A\\B\\Logs\\Varnex", 0) == 0;
+}
+
+// What this process's lives of a host came to, printed at its end.
+struct LivesOfHosts
+{
+    int nBegun = 0;
+    int nEndedWell = 0;
+    long nCalls = 0;
+    int nOwnPaths = 0;
+    int nOtherPaths = 0;
+
+    ~LivesOfHosts()
+    {
+        if (nBegun != 0)
+        {
+            PrintFigure("hostile process: " + std::to_string(nBegun) + " lives of a host, " +
+                        std::to_string(nEndedWell) + " ended well; " + std::to_string(nCalls) +
+                        " calls that open for writing, make, move or delete " + std::to_string(nOwnPaths) +
+                        " paths of the module's and " + std::to_string(nOtherPaths) + " others");
+        }
+    }
+};
+LivesOfHosts& Lives()
+{
+    static LivesOfHosts lives;
+    return lives;
+}
+
 bool IsTheModules(const std::wstring& file)
 {
     static const std::wstring OWN[] = {L"A",
@@ -180,16 +233,15 @@ bool IsTheModules(const std::wstring& file)
 
 TEST_CASE("child: a host with the module does what it is told", "[.]")
 {
-    wchar_t wszKey[64] = L"";
-    REQUIRE(GetEnvironmentVariableW(KEY_VARIABLE, wszKey, 64) != 0);
     // Never destroyed: the process ends without an unload, as the simplest host does.
-    auto* pHost = new Host(wszKey);
+    auto* pHost = new Host(Variable(KEY_VARIABLE));
     pHost->Serve();
 }
 
 HostUnderAttack::HostUnderAttack()
     : m_key(std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(GetTickCount64())),
       m_talk(std::make_unique<SharedPage<Talk>>(NameOf(L"talk", m_key))),
+      m_paths(std::make_unique<SharedPage<PathPage>>(NameOf(L"paths", m_key))),
       m_command(CreateEventW(nullptr, FALSE, FALSE, NameOf(L"command", m_key).c_str())),
       m_answer(CreateEventW(nullptr, FALSE, FALSE, NameOf(L"answer", m_key).c_str()))
 {
@@ -208,8 +260,10 @@ void HostUnderAttack::Begin()
 {
     ChildOptions options = ModuleInHost::OptionsFor(tree);
     options.environment[KEY_VARIABLE] = m_key;
+    options.environment[PATH_VARIABLE] = tree.ModulePath();
     m_host = std::make_unique<ChildProcess>(
         ChildProcess::OfTestCase("child: a host with the module does what it is told", options));
+    ++Lives().nBegun;
     Command(ORDER_BEGIN);
 }
 
@@ -268,6 +322,15 @@ void HostUnderAttack::End()
     CAPTURE(m_host->Output(), Log().Bytes());
     REQUIRE(m_host->WaitForEnd(PATIENCE_MS));
     CHECK(m_host->ExitCode() == 0);
+    Lives().nEndedWell += m_host->ExitCode() == 0 ? 1 : 0;
+    Lives().nCalls += (*m_paths)->nCalls;
+    CHECK((*m_paths)->nPaths < PathPage::MAX_PATHS); // or some are not there
+    for (const std::wstring& path : WrittenPaths())
+    {
+        CAPTURE(path);
+        CHECK(MayWrite(path));
+        ++(MayWrite(path) ? Lives().nOwnPaths : Lives().nOtherPaths);
+    }
     std::vector<std::wstring> files;
     ListFiles(tree.Root(), L"", files);
     for (const std::wstring& file : files)
@@ -275,6 +338,18 @@ void HostUnderAttack::End()
         CAPTURE(file);
         CHECK(IsTheModules(file));
     }
+}
+
+std::set<std::wstring> HostUnderAttack::WrittenPaths() const
+{
+    const std::wstring root = tree.Root() + L"\\";
+    std::set<std::wstring> paths;
+    for (const std::wstring& path : PathsIn(*m_paths))
+    {
+        const bool bBelow = _wcsnicmp(path.c_str(), root.c_str(), root.size()) == 0;
+        paths.insert(bBelow ? path.substr(root.size()) : path);
+    }
+    return paths;
 }
 
 DWORD HostUnderAttack::LongestWaitMs() const

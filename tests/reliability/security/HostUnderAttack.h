@@ -1,6 +1,7 @@
 #pragma once
 
 #include "HostAgent.h"
+#include "WrittenPaths.h"
 
 #include "reliability/processes/SharedPage.h"
 #include "support/ChildProcess.h"
@@ -24,7 +25,8 @@ constexpr wchar_t COUNTS_MUTEX_NAME[] = L"Global\\{49BCAD94-02E7-4d1d-9CDA-5A724
 //     const HostileObject taken(HostileObject::Kind::Mutex, SECTION_NAME);
 //     host.Begin();  // the module is loaded, with a memory monitor that raises an alert at once, and reporting runs
 //     CHECK(host.FetchAll() == 2);
-//     host.End();    // it ended by itself and well, and wrote to no file but its own
+//     host.End();    // it ended by itself and well, and wrote to no file but its own, by the calls it made and by
+//                    // what is in the tree
 //
 // The host runs on the real machine and in real time, but a second of sleep takes it a twentieth, and of a wait of five
 // seconds or more it waits a hundredth.
@@ -48,6 +50,9 @@ public:
     // Fails the test, with what the host said, when it has ended.
     void CheckAlive() const;
 
+    // The paths that the module wrote to so far, from the tree's root on; one elsewhere is whole.
+    std::set<std::wstring> WrittenPaths() const;
+
     // The longest time-out of the module's waits so far, and how often it was asked for, as the module asked.
     DWORD LongestWaitMs() const;
     LONG WaitsOf(DWORD dwMilliseconds) const;
@@ -70,6 +75,7 @@ private:
 
     std::wstring m_key;
     std::unique_ptr<SharedPage<Talk>> m_talk;
+    std::unique_ptr<SharedPage<PathPage>> m_paths;
     UniqueHandle m_command;
     UniqueHandle m_answer;
     std::unique_ptr<ChildProcess> m_host;

@@ -73,6 +73,9 @@ TEST_CASE("a host beside which nobody does anything has all of it")
     CHECK_THAT(Utf8FromWide(host.AskForReport()), Catch::Contains("<MemoryUtil"));
     CHECK(host.CanLog());
     host.End();
+    CHECK(host.WrittenPaths() == std::set<std::wstring>{L"A\\B\\Logs", L"A\\B\\Logs\\Varnex.log", L"A\\B\\bin\\KpmCfg.xml",
+                                                        L"A\\B\\bin\\KpmCfg.xml.tmp", L"A\\B\\bin\\LocalAlt.dat",
+                                                        L"A\\B\\bin\\LocalAlt_Backup.dat"});
     CHECK(host.tree.ConfigNode(L"KPMConfiguration/PkiAlertNum/PH") == L"1");
     CHECK(host.LongestWaitMs() >= 60'000); // the waits are the module's own
     CHECK(host.Log().CountContaining("PrepareSendingMMFAndEvent") == 0);
