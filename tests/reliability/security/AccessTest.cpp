@@ -27,6 +27,11 @@ TEST_CASE("an object that nobody may use takes away what it is for, and nothing 
     CheckLifeWithout(name, "(5)");
 }
 
+TEST_CASE("a host that may not use its log's mutex writes no line and does all its work")
+{
+    CheckLifeWithoutLog(Kind::Mutex, "D:");
+}
+
 TEST_CASE("a section that may only be read is refused, and reports are not made")
 {
     const HostileObject section(Kind::Section, SECTION_NAME, "D:(A;;GR;;;WD)");

@@ -1,10 +1,17 @@
 #include "HostUnderAttack.h"
+#include "TraceRegistry.h"
 
 #include "support/AlertLines.h"
+#include "support/ImportRedirector.h"
+#include "support/LoadedModule.h"
 #include "support/TestFiles.h"
 #include "support/TestText.h"
 
+#include <varnex/Varnex.h>
+
 #include <catch2/catch.hpp>
+
+#include <algorithm>
 
 // What stands under the names of the module's files, and who else has them open.
 
@@ -89,6 +96,51 @@ TEST_CASE("a link under the name of the alert file leads the module's lines to t
     CHECK(host.tree.Alerts().empty());
     CHECK_THAT(ReadFileBytes(victim), Catch::StartsWith("somebody else's\r\n2;1;")); // not followed any more
     host.End();
+}
+
+TEST_CASE("a link under the name of the log leads the module's lines to the other file, behind what that holds")
+{
+    HostUnderAttack host;
+    const std::wstring victim = host.tree.Root() + L"\\victim.txt";
+    WriteFileBytes(victim, "somebody else's\r\n");
+    REQUIRE(CreateHardLinkW(host.tree.InLogs(L"Varnex.log").c_str(), victim.c_str(), nullptr));
+    host.Begin();
+    CHECK(host.AwaitAlerts());
+    CHECK(host.FetchAll() == 2);
+    CHECK_THAT(Utf8FromWide(host.AskForReport()), Catch::Contains("<MemoryUtil"));
+    CHECK(host.CanLog());
+    const std::string bytes = ReadFileBytes(victim);
+    CHECK_THAT(bytes, Catch::StartsWith("somebody else's\r\n"));
+    CHECK_THAT(bytes, Catch::Contains("StartWorkingThread"));
+    REQUIRE(DeleteFileW(victim.c_str())); // the test's own: whatever else is there at the end is the module's
+    host.End();
+}
+
+TEST_CASE("a link under the name of a trace file has the other file emptied and traced into")
+{
+    ModuleTree tree;
+    tree.CopyModule();
+    const std::wstring victim = tree.Root() + L"\\victim.txt";
+    WriteFileBytes(victim, "somebody else's\r\n");
+    REQUIRE(CreateHardLinkW(tree.InLogs(L"MemoryUtil.log").c_str(), victim.c_str(), nullptr));
+    LoadedModule module(tree, LoadedModule::Start::Later);
+    ImportRedirector imports(module.Handle());
+    TraceRegistry registry(imports);
+    registry.SetSwitch(1);
+    imports.Replace<decltype(::Sleep)>("Sleep", [](DWORD dwMilliseconds) { Sleep((dwMilliseconds + 199) / 200); });
+    REQUIRE(module.Attach());
+    module.Export<decltype(::StartPKIUtlThread)>("StartPKIUtlThread")();
+    const ULONGLONG ullGiveUp = GetTickCount64() + HostUnderAttack::PATIENCE_MS;
+    std::string bytes;
+    while (std::count(bytes.begin(), bytes.end(), '\n') < 3 && GetTickCount64() < ullGiveUp)
+    {
+        Sleep(20);
+        bytes = ReadFileBytes(victim);
+    }
+    module.Export<decltype(::StopPKIUtlThread)>("StopPKIUtlThread")();
+    CHECK_THAT(bytes, Catch::StartsWith("Time\t"));
+    CHECK(std::count(bytes.begin(), bytes.end(), '\n') >= 3);                      // a header and two measurements
+    CHECK(ReadFileBytes(tree.InLogs(L"MemoryUtil.log")) == ReadFileBytes(victim)); // the link stands
 }
 
 } // namespace varnex::test

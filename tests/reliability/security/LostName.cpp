@@ -42,4 +42,22 @@ void CheckLifeWithout(const LostName& name, const char* pszError)
     CHECK((host.Log().CountContaining("Failed to get KPMcfg.xml control") > 0) == !name.bCounts);
 }
 
+void CheckLifeWithoutLog(HostileObject::Kind kind, const char* pszAccess)
+{
+    CAPTURE(TextOf(kind));
+    std::vector<HostileObject> taken;
+    for (const std::wstring& name : LogMutexNames(10))
+    {
+        taken.emplace_back(kind, name, pszAccess);
+    }
+    HostUnderAttack host;
+    host.Begin();
+    CHECK(host.AwaitAlerts());
+    CHECK(host.FetchAll() == 2);
+    CHECK_THAT(Utf8FromWide(host.AskForReport()), Catch::Contains("<MemoryUtil"));
+    host.End();
+    CHECK(host.Log().Bytes() == "\r\n\r\n");
+    CHECK(host.tree.ConfigNode(L"KPMConfiguration/PkiAlertNum/PH") == L"1");
+}
+
 } // namespace varnex::test

@@ -30,4 +30,8 @@ inline constexpr LostName LOST_NAMES[] = {
 // pszError: what comes behind the line's begin.
 void CheckLifeWithout(const LostName& name, const char* pszError);
 
+// A host's whole life while objects of that kind, for those whom the access list names, have every name that its log's
+// mutex can have. It does all its work and writes no line.
+void CheckLifeWithoutLog(HostileObject::Kind kind, const char* pszAccess);
+
 } // namespace varnex::test

@@ -15,8 +15,8 @@ namespace
 
 constexpr wchar_t MODULE_NAME[] = L"Varnex.dll";
 constexpr ULONG REASON_LOADED = 1;
-constexpr DWORD WRITING = GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_WRITE_ATTRIBUTES |
-                          FILE_WRITE_EA | DELETE | WRITE_DAC | WRITE_OWNER;
+constexpr DWORD WRITING = GENERIC_WRITE | GENERIC_ALL | MAXIMUM_ALLOWED | FILE_WRITE_DATA | FILE_APPEND_DATA |
+                          FILE_WRITE_ATTRIBUTES | FILE_WRITE_EA | DELETE | WRITE_DAC | WRITE_OWNER;
 
 using Note = std::function<void(const std::wstring&)>;
 
