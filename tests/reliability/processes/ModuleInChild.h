@@ -22,6 +22,8 @@ public:
     ModuleInChild(const ModuleInChild&) = delete;
     ModuleInChild& operator=(const ModuleInChild&) = delete;
 
+    ImportRedirector& Imports() noexcept { return m_imports; }
+
 private:
     ImportRedirector m_imports;
     ModulePathScript m_path;
