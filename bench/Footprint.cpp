@@ -38,7 +38,7 @@ constexpr double MIB = 1024 * 1024;
 // A part of a day of all workers, each with all seconds of its waits: module and floor in turn, who is first changing
 // from worker to worker, and one pair of processor times in the end. The process's clock counts in hundredths of a
 // second.
-Pair MeasurePartOfDay(const FloorConfig& config, double dPart, bool bFloorFirst)
+Pair MeasurePartOfDay(const FloorConfig& config, double dPart, bool bFloorFirst, std::size_t nWarmUp)
 {
     Pair pair{};
     for (WorkerKind kind : WorkerKinds())
@@ -48,7 +48,8 @@ Pair MeasurePartOfDay(const FloorConfig& config, double dPart, bool bFloorFirst)
         for (const bool bFloor : {bFloorFirst, !bFloorFirst})
         {
             (bFloor ? pair.dFloorNs : pair.dModuleNs) +=
-                (bFloor ? CpuSecondsOfFloorCycles(kind, config, nCycles) : CpuSecondsOfCycles(kind, nCycles)) * 1e9;
+                (bFloor ? CpuSecondsOfFloorCycles(kind, config, nCycles) : CpuSecondsOfCycles(kind, nCycles, nWarmUp)) *
+                1e9;
         }
         bFloorFirst = !bFloorFirst;
     }
@@ -74,11 +75,11 @@ void MeasureDay(Setting& setting, Results& results, const Machine& machine, cons
     RequireDefaultIntervals();
     const FloorConfig config(FloorConfigFile(setting));
     SetMachine(machine);
-    const double dPart = (setting.effort.bWholeDay ? dMinutes : 3) * 60 / DAY_SECONDS;
+    const double dPart = (setting.effort.bWholeDay ? dMinutes : 2) * 60 / DAY_SECONDS;
     std::vector<Pair> pairs;
     for (std::size_t i = 0; i < (setting.effort.bWholeDay ? 5U : 1U); ++i)
     {
-        const Pair part = MeasurePartOfDay(config, dPart, i % 2 != 0);
+        const Pair part = MeasurePartOfDay(config, dPart, i % 2 != 0, setting.effort.bWholeDay ? WARM_UP_CYCLES : 1);
         pairs.push_back({part.dModuleNs / dPart, part.dFloorNs / dPart});
     }
     REQUIRE(setting.tree.Alerts().empty()); // an alert's cost in a part would count for many in the day

@@ -23,8 +23,6 @@ namespace varnex::bench
 namespace
 {
 
-constexpr std::size_t WARM_UP_CYCLES = 6; // one more than the sampling amount
-
 template <class Worker, int nSlot, bool bMonitor>
 WorkerKind MakeKind(const char* pszName, decltype(WorkerKind::pfnFloorCycle) pfnFloor, unsigned nInner, unsigned nWait,
                     unsigned nDefault)
@@ -178,7 +176,7 @@ std::vector<Pair> MeasureCycles(const WorkerKind& kind, const FloorConfig& confi
     return pairs;
 }
 
-double CpuSecondsOfCycles(const WorkerKind& kind, std::size_t nCycles)
+double CpuSecondsOfCycles(const WorkerKind& kind, std::size_t nCycles, std::size_t nWarmUp)
 {
     std::size_t nDone = 0;
     double dBegin = 0;
@@ -187,11 +185,11 @@ double CpuSecondsOfCycles(const WorkerKind& kind, std::size_t nCycles)
     clock.onCycle = [&](double)
     {
         ++nDone;
-        if (nDone == WARM_UP_CYCLES)
+        if (nDone == nWarmUp)
         {
             dBegin = CpuSeconds();
         }
-        else if (nDone == WARM_UP_CYCLES + nCycles)
+        else if (nDone == nWarmUp + nCycles)
         {
             dEnd = CpuSeconds();
             kind.pfnRequestStop();

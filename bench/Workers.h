@@ -10,6 +10,8 @@
 namespace varnex::bench
 {
 
+constexpr std::size_t WARM_UP_CYCLES = 6; // one more than the sampling amount
+
 // One kind of worker and its floor.
 struct WorkerKind
 {
@@ -31,9 +33,9 @@ const std::vector<WorkerKind>& WorkerKinds();
 // fill the worker's history, do not count. Goes on by the effort.
 std::vector<Pair> MeasureCycles(const WorkerKind& kind, const FloorConfig& config, const Effort& effort);
 
-// The processor time, in seconds, that this process took for so many cycles of the worker in its steady state, or of
-// its floor.
-double CpuSecondsOfCycles(const WorkerKind& kind, std::size_t nCycles);
+// The processor time, in seconds, that this process took for so many cycles of the worker behind nWarmUp others, or of
+// its floor. With fewer of those than WARM_UP_CYCLES the worker does not judge in all that count.
+double CpuSecondsOfCycles(const WorkerKind& kind, std::size_t nCycles, std::size_t nWarmUp);
 double CpuSecondsOfFloorCycles(const WorkerKind& kind, const FloorConfig& config, std::size_t nCycles);
 
 } // namespace varnex::bench
