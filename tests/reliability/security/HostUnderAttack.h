@@ -66,7 +66,7 @@ public:
     bool AwaitAlerts(std::size_t nLines = 2) const;
 
     ModuleTree tree;
-    static constexpr DWORD PATIENCE_MS = 30'000;
+    static constexpr DWORD PATIENCE_MS = 90'000;
 
     struct Talk;
 
