@@ -1,5 +1,6 @@
 #include "ModuleInChild.h"
 #include "SharedPage.h"
+#include "WaitMicroseconds.h"
 
 #include "reliability/LongForm.h"
 
@@ -91,16 +92,7 @@ public:
             REQUIRE(GetTickCount64() < ullGiveUp);
             Sleep(0);
         }
-        const auto nMicroseconds = std::uniform_int_distribution<LONGLONG>(0, 15'000)(random);
-        LARGE_INTEGER nFrequency;
-        LARGE_INTEGER nBegin;
-        LARGE_INTEGER nNow;
-        QueryPerformanceFrequency(&nFrequency);
-        QueryPerformanceCounter(&nBegin);
-        do
-        {
-            QueryPerformanceCounter(&nNow);
-        } while ((nNow.QuadPart - nBegin.QuadPart) * 1'000'000 / nFrequency.QuadPart < nMicroseconds);
+        WaitMicroseconds(std::uniform_int_distribution<LONGLONG>(0, 15'000)(random));
         child.Kill();
     }
 

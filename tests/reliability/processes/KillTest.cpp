@@ -1,5 +1,6 @@
 #include "ModuleInChild.h"
 #include "SharedPage.h"
+#include "WaitMicroseconds.h"
 
 #include "reliability/LongForm.h"
 
@@ -62,20 +63,6 @@ void SaveCounts(const SharedPage<Progress>& progress)
         }
         InterlockedExchange(&progress->nCountSaved, nValue);
     }
-}
-
-void WaitMicroseconds(unsigned nMicroseconds)
-{
-    LARGE_INTEGER nFrequency;
-    LARGE_INTEGER nBegin;
-    LARGE_INTEGER nNow;
-    QueryPerformanceFrequency(&nFrequency);
-    QueryPerformanceCounter(&nBegin);
-    do
-    {
-        Sleep(0);
-        QueryPerformanceCounter(&nNow);
-    } while ((nNow.QuadPart - nBegin.QuadPart) * 1'000'000 / nFrequency.QuadPart < nMicroseconds);
 }
 
 // What the kills met.

@@ -1,4 +1,5 @@
 #include "SharedPage.h"
+#include "WaitMicroseconds.h"
 
 #include "module/ModuleInHost.h"
 #include "reliability/LongForm.h"
@@ -158,19 +159,6 @@ private:
     ScriptedWmi m_wmi;
     ScriptedInterfaceTable m_table;
 };
-
-void WaitMicroseconds(LONGLONG nMicroseconds)
-{
-    LARGE_INTEGER nFrequency;
-    LARGE_INTEGER nBegin;
-    LARGE_INTEGER nNow;
-    QueryPerformanceFrequency(&nFrequency);
-    QueryPerformanceCounter(&nBegin);
-    do
-    {
-        QueryPerformanceCounter(&nNow);
-    } while ((nNow.QuadPart - nBegin.QuadPart) * 1'000'000 / nFrequency.QuadPart < nMicroseconds);
-}
 
 // A kind of alert and the node that counts it.
 struct Kind
