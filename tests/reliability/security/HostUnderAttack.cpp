@@ -172,20 +172,26 @@ void ListFiles(const std::wstring& directory, const std::wstring& prefix, std::v
     FindClose(hFind);
 }
 
+template <std::size_t N>
+bool IsOneOf(const std::wstring (&paths)[N], const std::wstring& path)
+{
+    return std::find(std::begin(paths), std::end(paths), path) != std::end(paths);
+}
+
+// What the module both writes and leaves behind, whatever it is told.
+bool IsItsOwn(const std::wstring& path)
+{
+    static const std::wstring OWN[] = {L"A\\B\\Logs", L"A\\B\\bin\\KpmCfg.xml", L"A\\B\\bin\\KpmCfg.xml.tmp",
+                                       L"A\\B\\bin\\LocalAlt.dat", L"A\\B\\bin\\LocalAlt_Backup.dat"};
+    return IsOneOf(OWN, path) || path.rfind(L"A\\B\\Logs\\Varnex", 0) == 0;
+}
+
 // What the module may open for writing, make, move or delete.
 bool MayWrite(const std::wstring& path)
 {
-    static const std::wstring OWN[] = {L"A\\B\\Logs",
-                                       L"A\\B\\bin\\KpmCfg.xml",
-                                       L"A\\B\\bin\\KpmCfg.xml.tmp",
-                                       L"A\\B\\bin\\LocalAlt.dat",
-                                       L"A\\B\\bin\\LocalAlt_Backup.dat",
-                                       L"A\\B\\Logs\\CPUUtil.log",
-                                       L"A\\B\\Logs\\MemoryUtil.log",
-                                       L"A\\B\\Logs\\DiskUtil.log",
-                                       L"A\\B\\Logs\\NetworkUtil.log"};
-    return std::find(std::begin(OWN), std::end(OWN), path) != std::end(OWN) ||
-           path.rfind(L"A\\B\\Logs\\Varnex", 0) == 0;
+    static const std::wstring TRACES[] = {L"A\\B\\Logs\\CPUUtil.log", L"A\\B\\Logs\\MemoryUtil.log",
+                                          L"A\\B\\Logs\\DiskUtil.log", L"A\\B\\Logs\\NetworkUtil.log"};
+    return IsItsOwn(path) || IsOneOf(TRACES, path);
 }
 
 // What this process's lives of a host came to, printed at its end.
@@ -214,19 +220,11 @@ LivesOfHosts& Lives()
     return lives;
 }
 
+// What may lie in the tree at the end: without the trace switch there are no traces.
 bool IsTheModules(const std::wstring& file)
 {
-    static const std::wstring OWN[] = {L"A",
-                                       L"A\\B",
-                                       L"A\\B\\bin",
-                                       L"A\\B\\Logs",
-                                       L"A\\B\\bin\\Varnex.dll",
-                                       L"A\\B\\bin\\KpmCfg.xml",
-                                       L"A\\B\\bin\\KpmCfg.xml.tmp",
-                                       L"A\\B\\bin\\LocalAlt.dat",
-                                       L"A\\B\\bin\\LocalAlt_Backup.dat"};
-    return std::find(std::begin(OWN), std::end(OWN), file) != std::end(OWN) ||
-           file.rfind(L"A\\B\\Logs\\Varnex", 0) == 0;
+    static const std::wstring LAID_OUT[] = {L"A", L"A\\B", L"A\\B\\bin", L"A\\B\\bin\\Varnex.dll"};
+    return IsItsOwn(file) || IsOneOf(LAID_OUT, file);
 }
 
 } // namespace
