@@ -63,6 +63,24 @@ struct UsedConfig : ConfigFixture
         const UnscriptedScope unscripted;
         user.Reset();
     }
+    // The other program is done with the file behind the first attempt to open it at a time that will do.
+    void EndUseAfterOpening(const std::function<bool()>& isTime)
+    {
+        redirector.Replace<decltype(::CreateFileW)>(
+            "CreateFileW",
+            [this, isTime](LPCWSTR pwszFile, DWORD dwAccess, DWORD dwShare, LPSECURITY_ATTRIBUTES pSecurity,
+                           DWORD dwDisposition, DWORD dwFlags, HANDLE hTemplate)
+            {
+                const HANDLE hFile =
+                    CreateFileW(pwszFile, dwAccess, dwShare, pSecurity, dwDisposition, dwFlags, hTemplate);
+                const LastErrorKeeper keeper;
+                if (isTime())
+                {
+                    EndUse();
+                }
+                return hFile;
+            });
+    }
     // Something happens behind the nLoad-th load of a document, counted from here.
     void AfterLoad(int nLoad, const std::function<void()>& action)
     {
@@ -112,19 +130,7 @@ TEST_CASE("a file in use while the date is read, and free for the writes, keeps 
     UsedConfig config;
     config.Use();
     // The last look finds the file in use, and then the other program is done with it.
-    config.redirector.Replace<decltype(::CreateFileW)>(
-        "CreateFileW",
-        [&](LPCWSTR pwszFile, DWORD dwAccess, DWORD dwShare, LPSECURITY_ATTRIBUTES pSecurity, DWORD dwDisposition,
-            DWORD dwFlags, HANDLE hTemplate)
-        {
-            const HANDLE hFile = CreateFileW(pwszFile, dwAccess, dwShare, pSecurity, dwDisposition, dwFlags, hTemplate);
-            const LastErrorKeeper keeper;
-            if (config.clock.ElapsedMs() > 950)
-            {
-                config.EndUse();
-            }
-            return hFile;
-        });
+    config.EndUseAfterOpening([&config] { return config.clock.ElapsedMs() > 950; });
     CHECK(SaveAlertNumIntoLocal(TODAY, 1, 7) == IN_USE);
     CHECK_FALSE(config.user);
     CHECK(config.FileBytes() == config.day);
@@ -141,19 +147,7 @@ TEST_CASE("a save that waits over midnight for a file in use counts for the date
     config.clock.AdvanceMs(500);
     config.Use();
     const ULONGLONG ullBegin = config.clock.ElapsedMs();
-    config.redirector.Replace<decltype(::CreateFileW)>(
-        "CreateFileW",
-        [&](LPCWSTR pwszFile, DWORD dwAccess, DWORD dwShare, LPSECURITY_ATTRIBUTES pSecurity, DWORD dwDisposition,
-            DWORD dwFlags, HANDLE hTemplate)
-        {
-            const HANDLE hFile = CreateFileW(pwszFile, dwAccess, dwShare, pSecurity, dwDisposition, dwFlags, hTemplate);
-            const LastErrorKeeper keeper;
-            if (config.clock.Now().wDay == 1)
-            {
-                config.EndUse();
-            }
-            return hFile;
-        });
+    config.EndUseAfterOpening([&config] { return config.clock.Now().wDay == 1; });
     CHECK(SaveAlertNumIntoLocal(TODAY, 1, 7) == 0);
     CHECK(config.clock.Now().wDay == 1);
     CHECK(config.clock.ElapsedMs() - ullBegin <= 1000);
