@@ -87,4 +87,7 @@ sed -n 's/^[0-9]*: FIGURE */  /p' "${logs[@]}"
 echo
 echo "Not passed, or not at the first try:"
 sed -n 's|^ *[0-9]*/[0-9]* Test *#[0-9]*: \(.*[^. ]\) \.*\*\*\*\(.*[^ ]\)  *[0-9.]* sec.*|  \1: \2|p' "${logs[@]}" | grep . || echo "  none"
+echo
+sed -n 's/.* tests passed, \([0-9]*\) tests failed out of \([0-9]*\)$/\1 \2/p' "${logs[@]}" |
+  awk '{ failed += $1; all += $2 } END { printf "%d passed, %d failed\n", all - failed, failed }'
 exit "$status"
