@@ -20,12 +20,11 @@ namespace varnex::test
 namespace
 {
 
-constexpr unsigned LOG_SECONDS = 3600;
-
-// A log mutex that is never given back costs each later line five seconds.
-unsigned SecondsToEnd(const std::string& target)
+// A mutex that is never given back is waited for by whoever needs it next, the log's at each line.
+unsigned SecondsMore(const std::string& target)
 {
-    return target == "ReleaseMutex" ? LOG_SECONDS : 300;
+    constexpr unsigned LOG_LINES = 10;
+    return target == "ReleaseMutex" ? STORE_MUTEX_SECONDS + COUNTS_MUTEX_SECONDS + LOG_LINES * LOG_MUTEX_SECONDS : 0;
 }
 
 FaultTarget Find(const std::vector<FaultTarget>& targets, const std::string& name)
@@ -65,6 +64,16 @@ void DoWrong(const std::string& sabotage, FaultScenario& scenario)
     {
         scenario.clock.RunOnOtherThread([&scenario]
                                         { scenario.clock.Block(CreateEventW(nullptr, TRUE, FALSE, nullptr)); });
+    }
+    else if (sabotage == "wait")
+    {
+        // Of the host's own calls only the fetch replaces a file.
+        scenario.imports.Replace<decltype(::MoveFileExA)>("MoveFileExA",
+                                                          [&scenario](LPCSTR pszFrom, LPCSTR pszTo, DWORD dwFlags)
+                                                          {
+                                                              scenario.clock.Advance(STORE_MUTEX_SECONDS + 1);
+                                                              return MoveFileExA(pszFrom, pszTo, dwFlags);
+                                                          });
     }
     else if (sabotage == "line")
     {
@@ -139,7 +148,7 @@ private:
     ScenarioOutcome Live(const FaultPoint& point, ULONGLONG& ullFailures)
     {
         FaultScenario scenario;
-        scenario.nMaxSecondsToEnd = SecondsToEnd(point.target);
+        scenario.nMoreSeconds = SecondsMore(point.target);
         const FaultTarget target = Find(scenario.Targets(), point.target);
         scenario.failing = point.target;
         target.fail(point.ullCall, point.mode);

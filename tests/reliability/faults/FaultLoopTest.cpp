@@ -178,12 +178,22 @@ TEST_CASE("whichever call fails with all later ones, nothing crashes, hangs, tea
 
 TEST_CASE("the fault loop notices what it is there to notice")
 {
-    const auto sabotage = GENERATE(values<std::string>({"crash", "handle", "thread", "line", "configuration"}));
-    CAPTURE(sabotage);
+    struct Sabotage
+    {
+        const char* pszName;
+        const char* pszWords; // of the finding that it must lead to
+    };
+    const auto sabotage = GENERATE(values<Sabotage>({{"crash", "exit code 3221225477"},
+                                                     {"handle", "CHECK( CountHandles() <="},
+                                                     {"thread", "workers still live after 15 s"},
+                                                     {"wait", "61 <= 60"},
+                                                     {"line", "alert line: 1;50;90;17067"},
+                                                     {"configuration", "Not an XML file"}}));
+    CAPTURE(sabotage.pszName);
     FaultOrder order;
     order.targets = {"ReadFile"};
     order.ullPoints = 1;
-    order.sabotage = sabotage;
+    order.sabotage = sabotage.pszName;
     FaultLane lane(order);
     while (lane.Findings().empty() && lane.Attend())
     {
@@ -191,6 +201,7 @@ TEST_CASE("the fault loop notices what it is there to notice")
     }
     REQUIRE_FALSE(lane.Findings().empty());
     CHECK(lane.Findings()[0].point == "ReadFile once 1");
+    CHECK_THAT(lane.Findings()[0].words, Catch::Contains(sabotage.pszWords));
 }
 
 } // namespace varnex::test

@@ -172,17 +172,29 @@ ScenarioOutcome FaultScenario::Run()
 
 void FaultScenario::Work(ScenarioOutcome& outcome)
 {
-    module.Export<decltype(::StartWorkingThread)>("StartWorkingThread")(VARNEX_ALERT_ALL);
-    module.Export<decltype(::StartPKIUtlThread)>("StartPKIUtlThread")();
+    HostCall("StartWorkingThread", CONFIGURATION_SECONDS,
+             [this] { module.Export<decltype(::StartWorkingThread)>("StartWorkingThread")(VARNEX_ALERT_ALL); });
+    HostCall("StartPKIUtlThread", CONFIGURATION_SECONDS,
+             [this] { module.Export<decltype(::StartPKIUtlThread)>("StartPKIUtlThread")(); });
     clock.Advance(WORK_SECONDS);
     outcome.nStored = ParseAlertLines(tree.Alerts()).size();
-    outcome.nFetched = Fetch();
+    HostCall("GetAlertRecord", STORE_MUTEX_SECONDS, [this, &outcome] { outcome.nFetched = Fetch(); });
     outcome.bReport = CanAsk(names.Key()) && AskForReport();
-    module.Export<decltype(::StopWorkingThread)>("StopWorkingThread")(VARNEX_ALERT_ALL);
+    HostCall("StopWorkingThread", CONFIGURATION_SECONDS,
+             [this] { module.Export<decltype(::StopWorkingThread)>("StopWorkingThread")(VARNEX_ALERT_ALL); });
     const ULONGLONG ullForced = imports.Calls("TerminateThread");
-    module.Export<decltype(::StopPKIUtlThread)>("StopPKIUtlThread")();
+    HostCall("StopPKIUtlThread", STOP_SECONDS,
+             [this] { module.Export<decltype(::StopPKIUtlThread)>("StopPKIUtlThread")(); });
     // A thread that is ended by force leaves what it had open: the report thread the event that it waits for.
     outcome.nKept += static_cast<std::size_t>(imports.Calls("TerminateThread") - ullForced);
+}
+
+void FaultScenario::HostCall(const char* pszName, unsigned nMaxSeconds, const std::function<void()>& call)
+{
+    const ULONGLONG ullBegan = clock.ElapsedMs();
+    call();
+    INFO(pszName);
+    CHECK((clock.ElapsedMs() - ullBegan) / 1000 <= nMaxSeconds + nMoreSeconds);
 }
 
 int FaultScenario::Fetch()
@@ -232,7 +244,7 @@ bool FaultScenario::AskForReport()
 void FaultScenario::EndWorkers(ScenarioOutcome& outcome)
 {
     const ULONGLONG ullStopped = clock.ElapsedMs();
-    clock.AdvanceUntilWorkersEnd(nMaxSecondsToEnd);
+    clock.AdvanceUntilWorkersEnd(STOP_SECONDS + nMoreSeconds);
     outcome.nSecondsToEnd = static_cast<unsigned>((clock.ElapsedMs() - ullStopped) / 1000);
 }
 

@@ -21,6 +21,7 @@
 #include "support/VirtualClock.h"
 
 #include <array>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,13 @@ namespace varnex::test
 // What the module looks up by name in a healthy life, in the order of the names. MiniDumpWriteDump comes in a crash
 // only, where CrashDumpTest hides it and makes it fail.
 constexpr std::array<const char*, 2> EXPORTS_LOOKED_UP = {"GetSystemTimes", "GlobalMemoryStatusEx"};
+
+// The documented waits.
+constexpr unsigned CONFIGURATION_SECONDS = 1; // for one that others have, each time
+constexpr unsigned STOP_SECONDS = 15;
+constexpr unsigned STORE_MUTEX_SECONDS = 60;
+constexpr unsigned COUNTS_MUTEX_SECONDS = 90;
+constexpr unsigned LOG_MUTEX_SECONDS = 5; // for each line
 
 // What one life of the module came to.
 struct ScenarioOutcome
@@ -65,8 +73,8 @@ public:
     // not end, a torn alert line, a configuration that does not load, objects that are still held.
     ScenarioOutcome Run();
 
-    // The longest that the documented waits can keep a thread from its end, in virtual seconds.
-    unsigned nMaxSecondsToEnd = 300;
+    // What a fault adds to the documented waits of the host's calls and of the threads' end, in virtual seconds.
+    unsigned nMoreSeconds = 0;
     std::string failing; // the target's name
 
     DocumentClass documents;
@@ -89,6 +97,7 @@ public:
 
 private:
     void Work(ScenarioOutcome& outcome);
+    void HostCall(const char* pszName, unsigned nMaxSeconds, const std::function<void()>& call);
     int Fetch();
     bool AskForReport();
     void EndWorkers(ScenarioOutcome& outcome);
