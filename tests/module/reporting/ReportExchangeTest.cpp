@@ -1,8 +1,8 @@
-#include "HostAgent.h"
 #include "ReportDocument.h"
 #include "ReportingModule.h"
 
 #include "support/ChildProcess.h"
+#include "support/HostAgent.h"
 #include "support/LogMatchers.h"
 
 #include <catch2/catch.hpp>

@@ -1,18 +1,17 @@
 #pragma once
 
-#include "PrivateNames.h"
-#include "TraceRegistry.h"
-
 #include "support/ImportRedirector.h"
 #include "support/LoadedModule.h"
 #include "support/LogFile.h"
 #include "support/ModuleTree.h"
 #include "support/PrivateMutexes.h"
+#include "support/PrivateNames.h"
 #include "support/ScriptedExports.h"
 #include "support/ScriptedInterfaceTable.h"
 #include "support/ScriptedMemoryStatus.h"
 #include "support/ScriptedPdh.h"
 #include "support/ScriptedWmi.h"
+#include "support/TraceRegistry.h"
 
 #include <varnex/Varnex.h>
 

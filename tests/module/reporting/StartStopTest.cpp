@@ -1,7 +1,7 @@
-#include "HostAgent.h"
 #include "ReportDocument.h"
 #include "ReportingModule.h"
 
+#include "support/HostAgent.h"
 #include "support/ProcessMeter.h"
 
 #include <catch2/catch.hpp>

@@ -1,11 +1,11 @@
 #include "FaultScenario.h"
 
-#include "HostAgent.h"
 #include "ImportFaults.h"
 
 #include "common/Com.h"
 #include "support/AlertLines.h"
 #include "support/ConfigBuilder.h"
+#include "support/HostAgent.h"
 #include "support/ScriptScope.h"
 #include "support/TestFiles.h"
 

@@ -5,19 +5,19 @@
 #include "HandleLedger.h"
 #include "WmiMethods.h"
 
-#include "PrivateNames.h"
 #include "ScriptedDom.h"
-#include "TraceRegistry.h"
 
 #include "support/LoadedModule.h"
 #include "support/ModuleTree.h"
 #include "support/PrivateMutexes.h"
+#include "support/PrivateNames.h"
 #include "support/ScriptedExports.h"
 #include "support/ScriptedInterfaceTable.h"
 #include "support/ScriptedMemoryStatus.h"
 #include "support/ScriptedPdh.h"
 #include "support/ScriptedSystemTimes.h"
 #include "support/ScriptedWmi.h"
+#include "support/TraceRegistry.h"
 #include "support/VirtualClock.h"
 
 #include <array>

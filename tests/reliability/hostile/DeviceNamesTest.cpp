@@ -1,9 +1,9 @@
 #include "HostileInput.h"
 #include "reliability/LongForm.h"
 
-#include "HostAgent.h"
 #include "TimedMachine.h"
 
+#include "support/HostAgent.h"
 #include "support/LogFile.h"
 #include "support/LogMatchers.h"
 #include "support/TestText.h"

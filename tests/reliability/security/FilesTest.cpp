@@ -1,11 +1,11 @@
 #include "HostUnderAttack.h"
-#include "TraceRegistry.h"
 
 #include "support/AlertLines.h"
 #include "support/ImportRedirector.h"
 #include "support/LoadedModule.h"
 #include "support/TestFiles.h"
 #include "support/TestText.h"
+#include "support/TraceRegistry.h"
 
 #include <varnex/Varnex.h>
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "HostAgent.h"
 #include "WrittenPaths.h"
 
 #include "reliability/processes/SharedPage.h"
 #include "support/ChildProcess.h"
+#include "support/HostAgent.h"
 #include "support/LogFile.h"
 #include "support/LogMatchers.h"
 #include "support/ModuleTree.h"

@@ -1,12 +1,11 @@
 #include "HostUnderAttack.h"
 #include "HostileObject.h"
 
-#include "PrivateNames.h"
-
 #include "reliability/LongForm.h"
 #include "reliability/hostile/HostileInput.h"
 #include "support/ImportRedirector.h"
 #include "support/LoadedModule.h"
+#include "support/PrivateNames.h"
 #include "support/TestText.h"
 #include "support/XmlReader.h"
 

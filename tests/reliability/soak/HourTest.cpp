@@ -1,19 +1,19 @@
 // Everything at once by the real clock, on this machine's own numbers.
 
-#include "HostAgent.h"
 #include "PolicyFile.h"
-#include "PrivateNames.h"
-#include "TraceRegistry.h"
 #include "WinePdh.h"
 #include "reliability/LongForm.h"
 
 #include "support/AlertLines.h"
 #include "support/ConfigBuilder.h"
+#include "support/HostAgent.h"
 #include "support/LoadedModule.h"
 #include "support/LogFile.h"
 #include "support/ModuleTree.h"
 #include "support/PrivateMutexes.h"
+#include "support/PrivateNames.h"
 #include "support/ProcessMeter.h"
+#include "support/TraceRegistry.h"
 
 #include <varnex/Varnex.h>
 

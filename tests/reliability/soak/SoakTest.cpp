@@ -2,13 +2,13 @@
 
 #include "CoarseTime.h"
 #include "HeapLedger.h"
-#include "HostAgent.h"
 #include "PolicyFile.h"
 #include "TimedMachine.h"
 #include "reliability/LongForm.h"
 
 #include "support/AlertLines.h"
 #include "support/ChildProcess.h"
+#include "support/HostAgent.h"
 #include "support/LogFile.h"
 #include "support/ProcessMeter.h"
 #include "support/XmlReader.h"

@@ -1,6 +1,6 @@
 #include "TimedMachine.h"
 
-#include "HostAgent.h"
+#include "support/HostAgent.h"
 
 #include <varnex/Varnex.h>
 

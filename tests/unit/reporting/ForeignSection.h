@@ -1,9 +1,8 @@
 #pragma once
 
-#include "HostAgent.h"
-#include "PrivateNames.h"
-
 #include "common/Handles.h"
+#include "support/HostAgent.h"
+#include "support/PrivateNames.h"
 #include "support/ScriptScope.h"
 
 #include <catch2/catch.hpp>

@@ -1,20 +1,19 @@
 #pragma once
 
-#include "HostAgent.h"
-#include "PrivateNames.h"
-#include "TraceRegistry.h"
-
 #include "support/ConfigBuilder.h"
+#include "support/HostAgent.h"
 #include "support/ImportRedirector.h"
 #include "support/LogFile.h"
 #include "support/LogMatchers.h"
 #include "support/ModulePathScript.h"
 #include "support/ModuleTree.h"
+#include "support/PrivateNames.h"
 #include "support/ScriptedExports.h"
 #include "support/ScriptedInterfaceTable.h"
 #include "support/ScriptedMemoryStatus.h"
 #include "support/ScriptedPdh.h"
 #include "support/ScriptedWmi.h"
+#include "support/TraceRegistry.h"
 #include "support/VirtualClock.h"
 
 #include <cstddef>

@@ -1,6 +1,6 @@
-#include "HostAgent.h"
+#include "support/HostAgent.h"
 
-#include "PrivateNames.h"
+#include "support/PrivateNames.h"
 #include "support/ScriptScope.h"
 
 #include <catch2/catch.hpp>

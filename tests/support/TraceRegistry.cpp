@@ -1,4 +1,4 @@
-#include "TraceRegistry.h"
+#include "support/TraceRegistry.h"
 
 #include "common/Locks.h"
 #include "support/ScriptScope.h"

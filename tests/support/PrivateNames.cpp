@@ -1,4 +1,4 @@
-#include "PrivateNames.h"
+#include "support/PrivateNames.h"
 
 #include "common/Locks.h"
 #include "support/ScriptScope.h"
