@@ -21,10 +21,10 @@ namespace
 {
 
 // A mutex that is never given back is waited for by whoever needs it next, the log's at each line.
-unsigned SecondsMore(const std::string& target)
+unsigned SecondsMore(const std::string& target, int nLogLevel)
 {
-    constexpr unsigned LOG_LINES = 10;
-    return target == "ReleaseMutex" ? STORE_MUTEX_SECONDS + COUNTS_MUTEX_SECONDS + LOG_LINES * LOG_MUTEX_SECONDS : 0;
+    const unsigned nLines = nLogLevel == 1 ? 10 : 200;
+    return target == "ReleaseMutex" ? STORE_MUTEX_SECONDS + COUNTS_MUTEX_SECONDS + nLines * LOG_MUTEX_SECONDS : 0;
 }
 
 FaultTarget Find(const std::vector<FaultTarget>& targets, const std::string& name)
@@ -35,9 +35,9 @@ FaultTarget Find(const std::vector<FaultTarget>& targets, const std::string& nam
     return *found;
 }
 
-std::map<std::string, ULONGLONG> CountCallsOfALife()
+std::map<std::string, ULONGLONG> CountCallsOfALife(int nLogLevel)
 {
-    FaultScenario scenario;
+    FaultScenario scenario(nLogLevel);
     const std::vector<FaultTarget> targets = scenario.Targets();
     scenario.Run();
     std::map<std::string, ULONGLONG> counts;
@@ -96,7 +96,7 @@ void DoWrong(const std::string& sabotage, FaultScenario& scenario)
 class FaultPoints
 {
 public:
-    explicit FaultPoints(const FaultOrder& order) : m_order(order), m_calls(CountCallsOfALife()) {}
+    explicit FaultPoints(const FaultOrder& order) : m_order(order), m_calls(CountCallsOfALife(order.nLogLevel)) {}
 
     void GoThrough()
     {
@@ -112,7 +112,9 @@ private:
         const ULONGLONG ullCalls = m_calls.at(target);
         const ULONGLONG ullStep =
             m_order.ullPoints == 0 ? 1 : std::max<ULONGLONG>(1, (ullCalls + m_order.ullPoints - 1) / m_order.ullPoints);
-        for (FaultPoint point = {target, m_order.mode, 1}; IsBehind(point) || Try(point); point.ullCall += ullStep)
+        const ULONGLONG ullFirst = m_order.ullPoints == 1 ? std::max<ULONGLONG>(1, ullCalls / 2) : 1;
+        for (FaultPoint point = {target, m_order.mode, ullFirst}; IsBehind(point) || Try(point);
+             point.ullCall += ullStep)
         {
             if (m_order.ullPoints != 0 && point.ullCall + ullStep > ullCalls)
             {
@@ -147,8 +149,8 @@ private:
 
     ScenarioOutcome Live(const FaultPoint& point, ULONGLONG& ullFailures)
     {
-        FaultScenario scenario;
-        scenario.nMoreSeconds = SecondsMore(point.target);
+        FaultScenario scenario(m_order.nLogLevel);
+        scenario.nMoreSeconds = SecondsMore(point.target, m_order.nLogLevel);
         const FaultTarget target = Find(scenario.Targets(), point.target);
         scenario.failing = point.target;
         target.fail(point.ullCall, point.mode);
@@ -171,7 +173,7 @@ TEST_CASE("child: goes through fault points", "[.]")
     REQUIRE_FALSE(order.targets.empty());
     // What is opened once for the process is opened now.
     OutputDebugStringA("fault points");
-    CountCallsOfALife();
+    CountCallsOfALife(order.nLogLevel);
     FaultPoints(order).GoThrough();
     std::cout << ORDER_ENDS << std::endl;
 }

@@ -39,10 +39,10 @@ FaultPoint FaultPoint::OfText(const std::string& text)
     return point;
 }
 
-// Five lines.
+// Six lines.
 std::wstring FaultOrder::Text() const
 {
-    std::string text = NameOf(mode) + ("\n" + std::to_string(ullPoints)) + "\n" +
+    std::string text = NameOf(mode) + ("\n" + std::to_string(ullPoints)) + "\n" + std::to_string(nLogLevel) + "\n" +
                        (last.ullCall == 0 ? "" : last.Text()) + "\n" + sabotage + "\n";
     for (const std::string& target : targets)
     {
@@ -60,6 +60,8 @@ FaultOrder FaultOrder::OfThisProcess()
     order.mode = ModeOf(line);
     std::getline(text, line);
     order.ullPoints = std::strtoull(line.c_str(), nullptr, 10);
+    std::getline(text, line);
+    order.nLogLevel = std::atoi(line.c_str());
     std::getline(text, line);
     order.last = FaultPoint::OfText(line);
     std::getline(text, order.sabotage);

@@ -22,13 +22,14 @@ struct FaultPoint
     static FaultPoint OfText(const std::string& text);
 };
 
-// What a child process is to do: all points of these targets in one mode, or as many of each target as said (0: all),
-// behind the last one that another child came to.
+// What a child process is to do: all points of these targets in one mode, or as many of each target as said (0: all; 1:
+// the one in the middle), behind the last one that another child came to.
 struct FaultOrder
 {
     std::vector<std::string> targets;
     FailMode mode = FailMode::Once;
     ULONGLONG ullPoints = 0;
+    int nLogLevel = 1;
     FaultPoint last;      // of the first target; call 0: from the beginning
     std::string sabotage; // what the child is to do wrong, to see it noticed
 

@@ -30,7 +30,7 @@ constexpr unsigned WORK_SECONDS = 5; // three samples of each monitor: the netwo
 constexpr int THRESHOLD = 50;        // of all policies
 constexpr unsigned REPORT_SECONDS = 30;
 
-ConfigBuilder FaultConfig()
+ConfigBuilder FaultConfig(int nLogLevel)
 {
     return ConfigBuilder()
         .SetPolicy("CPU", 2, THRESHOLD, 3, 5)
@@ -39,7 +39,7 @@ ConfigBuilder FaultConfig()
         .Set("NetworkInterval", 1)
         .Set("NetworkThreshold", THRESHOLD)
         .Set("NetworkSamplingAmount", 3) // and no maximum: that is told by a line of wide characters
-        .SetLogLevel(1) // a fault is told at this level; at higher ones each line makes the same calls again
+        .SetLogLevel(nLogLevel)
         .SetCounter("Date", "2026-01-30"); // the first alert begins a new day
 }
 
@@ -89,7 +89,7 @@ bool CanAsk(const std::wstring& key)
 
 } // namespace
 
-FaultScenario::ReadyTree::ReadyTree()
+FaultScenario::ReadyTree::ReadyTree(int nLogLevel)
 {
     // The build leaves a copy without debug information.
     const std::wstring lean = ProgramDirectory() + L"\\reliability_faults\\Varnex.dll";
@@ -102,13 +102,13 @@ FaultScenario::ReadyTree::ReadyTree()
     {
         CopyModule(lean);
     }
-    WriteConfig(FaultConfig());
+    WriteConfig(FaultConfig(nLogLevel));
 }
 
-FaultScenario::FaultScenario()
-    : module(tree, LoadedModule::Start::Later), imports(module.Handle()), handles(imports), mutexes(imports),
-      names(imports, MakePrivateKey()), registry(imports), clock(imports), exports(imports), memory(exports),
-      cpu(exports), pdh(imports), wmi(imports), table(imports),
+FaultScenario::FaultScenario(int nLogLevel)
+    : tree(nLogLevel), module(tree, LoadedModule::Start::Later), imports(module.Handle()), handles(imports),
+      mutexes(imports), names(imports, MakePrivateKey()), registry(imports), clock(imports), exports(imports),
+      memory(exports), cpu(exports), pdh(imports), wmi(imports), table(imports),
       wmiMethods((wmi.SetObjects({WmiAdapter(L"Card", 2, WmiText(L"1000000000"))}), module.Handle()))
 {
     dom.Replace<HRESULT(IXMLDOMDocument*, VARIANT, VARIANT_BOOL*)>(DomMethod::Load, LoadBytes);
@@ -157,13 +157,13 @@ std::vector<FaultTarget> FaultScenario::Targets()
 ScenarioOutcome FaultScenario::Run()
 {
     ScenarioOutcome outcome;
-    outcome.bLoaded = module.Attach();
+    HostCall("load", LOG_MUTEX_SECONDS, [this, &outcome] { outcome.bLoaded = module.Attach(); });
     if (outcome.bLoaded)
     {
         Work(outcome);
         EndWorkers(outcome);
     }
-    CHECK(module.Unload());
+    HostCall("unload", LOG_MUTEX_SECONDS, [this] { CHECK(module.Unload()); });
     outcome.nKept += handles.Kept();
     CheckFiles();
     CheckHoldings();

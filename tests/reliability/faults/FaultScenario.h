@@ -58,11 +58,12 @@ class FaultScenario
     class ReadyTree : public ModuleTree
     {
     public:
-        ReadyTree();
+        explicit ReadyTree(int nLogLevel);
     };
 
 public:
-    FaultScenario();
+    // A fault is told at level 1. At higher ones each line makes the same calls again.
+    explicit FaultScenario(int nLogLevel = 1);
     FaultScenario(const FaultScenario&) = delete;
     FaultScenario& operator=(const FaultScenario&) = delete;
 
