@@ -90,10 +90,14 @@ HANDLE CAlertReachPKIThread::ThreadHandle() const noexcept
     return m_hThread.Get();
 }
 
+DWORD CAlertReachPKIThread::ThreadId() const noexcept
+{
+    return m_dwThreadId;
+}
+
 bool CAlertReachPKIThread::StartThread() noexcept
 {
-    DWORD dwThreadId;
-    const HANDLE hThread = CreateThread(nullptr, 0, AlertReachThreadProc, this, CREATE_SUSPENDED, &dwThreadId);
+    const HANDLE hThread = CreateThread(nullptr, 0, AlertReachThreadProc, this, CREATE_SUSPENDED, &m_dwThreadId);
     m_hThread.Reset(hThread);
     if (hThread == nullptr)
     {
@@ -179,6 +183,7 @@ WatchedWorker WorkerSlot::RequestStopAndWatch() noexcept
     {
         m_pWorker->ClearRunning();
         watched.nTicket = m_nTicket;
+        watched.dwThreadId = m_pWorker->ThreadId();
         if (m_pWorker->ThreadHandle() != nullptr)
         {
             DuplicateHandle(GetCurrentProcess(), m_pWorker->ThreadHandle(), GetCurrentProcess(),

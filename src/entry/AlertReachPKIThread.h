@@ -42,6 +42,8 @@ public:
     void CloseThreadHandle() noexcept;
     // The thread's handle, the worker's own; null when there is no thread.
     HANDLE ThreadHandle() const noexcept;
+    // The thread's identifier, as its creation gave it: the system may refuse to tell it later. 0 before there was one.
+    DWORD ThreadId() const noexcept;
 
     // Creates the thread, above normal priority, and lets it run. False when there is no thread; the object stays as
     // it is. The object may be gone when this returns.
@@ -64,6 +66,7 @@ private:
     int m_nSamplingAmount VARNEX_GUARDED_BY(m_csLock);
     int m_nMaxAlertNum VARNEX_GUARDED_BY(m_csLock);
     UniqueHandle m_hThread;
+    DWORD m_dwThreadId = 0;
 };
 
 // The thread procedure of every worker; its parameter is the CAlertReachPKIThread.
@@ -78,6 +81,7 @@ constexpr int WORKER_EXISTS = 3;      // somebody else took the slot first
 struct WatchedWorker
 {
     unsigned nTicket = 0; // which worker it is: an address may be used again; 0 when there was none
+    DWORD dwThreadId = 0; // of its thread; while a handle is open no other thread gets it
     UniqueHandle thread;  // null when there is no thread, or no handle to be had
 };
 

@@ -183,9 +183,8 @@ bool Terminate(WorkerSlot& slot, HANDLE hThread) noexcept
 }
 
 // Makes anew the store locks that a thread took with it. It may have been ended by force, and have died since.
-void RenewLocksOf(HANDLE hThread) noexcept
+void RenewLocksOf(DWORD dwThreadId) noexcept
 {
-    const DWORD dwThreadId = GetThreadId(hThread);
     ForEachStore([dwThreadId](auto& store) { store.lock.RenewIfOwnedBy(dwThreadId); });
 }
 
@@ -203,7 +202,7 @@ bool EndWorker(WorkerSlot& slot, const WatchedWorker& worker) noexcept
         pTaken != nullptr ? HasEnded(hThread) || Terminate(slot, hThread) : HasEnded(hThread, LAST_STEPS_MS);
     if (bEnded)
     {
-        RenewLocksOf(hThread);
+        RenewLocksOf(worker.dwThreadId);
     }
     else
     {

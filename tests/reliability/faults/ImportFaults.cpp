@@ -61,7 +61,6 @@ const std::map<std::string, DWORD>& ZeroAnswers()
         {"GetModuleHandleA", ERROR_MOD_NOT_FOUND},
         {"GetModuleHandleW", ERROR_MOD_NOT_FOUND},
         {"GetProcAddress", ERROR_PROC_NOT_FOUND},
-        {"GetThreadId", ERROR_INVALID_HANDLE},
         {"GlobalAlloc", ERROR_NOT_ENOUGH_MEMORY},
         {"InitializeSecurityDescriptor", ERROR_UNKNOWN_REVISION},
         {"K32GetMappedFileNameW", ERROR_ACCESS_DENIED},

@@ -580,6 +580,19 @@ TEST_CASE("a thread of which the stop gets no second handle is ended all the sam
     CHECK(bench.WorkersInSlots() == 0);
 }
 
+TEST_CASE("a stuck thread's store lock is renewed though the system does not tell which thread it was")
+{
+    MachineBench bench;
+    StuckCall stuck(bench);
+    bench.Start();
+    stuck.Engage("network"); // it holds its store's lock
+    bench.clock.Advance(65);
+    bench.imports.FailCall("GetThreadId", 1, FailMode::FromThereOn, ERROR_INVALID_HANDLE);
+    CHECK(bench.Stop() == 15);
+    CHECK(bench.imports.Calls("TerminateThread") == 1);
+    CHECK(SampleCounts() == Counts{0, 0, 0, 0});
+}
+
 TEST_CASE("a start during a stop makes workers that the stop leaves alone and the next one ends")
 {
     MachineBench bench;
