@@ -105,9 +105,10 @@ VARNEX_API unsigned int StartPKIUtlThread(void);
 /*
  * Ends utilization reporting and frees the recorded samples. Waits for the threads, usually about a second and at most
  * 15 seconds, then ends by force the ones that are stuck in a system call (which may take a second or two for each);
- * afterwards none of them runs and the module may be unloaded. Only where the system refuses to end a thread does one
- * live on; the log tells, and the module must then stay loaded. A sampler that ended early, for want of a processor's
- * or a disk's name, of COM or of a thread, costs the whole 15 seconds. Always returns 0.
+ * afterwards none of them runs and the module may be unloaded. Only where the system refuses to end a thread, or
+ * refuses the handle by which its end is seen, may one live on; the log tells at level 1, and the module must then stay
+ * loaded. A sampler that ended early, for want of a processor's or a disk's name, of COM or of a thread, costs the
+ * whole 15 seconds. Always returns 0.
  */
 VARNEX_API unsigned int StopPKIUtlThread(void);
 

@@ -186,8 +186,8 @@ WatchedWorker WorkerSlot::RequestStopAndWatch() noexcept
         watched.dwThreadId = m_pWorker->ThreadId();
         if (m_pWorker->ThreadHandle() != nullptr)
         {
-            DuplicateHandle(GetCurrentProcess(), m_pWorker->ThreadHandle(), GetCurrentProcess(),
-                            watched.thread.Receive(), 0, FALSE, DUPLICATE_SAME_ACCESS);
+            watched.bUnseen = !DuplicateHandle(GetCurrentProcess(), m_pWorker->ThreadHandle(), GetCurrentProcess(),
+                                               watched.thread.Receive(), 0, FALSE, DUPLICATE_SAME_ACCESS);
         }
     }
     return watched;

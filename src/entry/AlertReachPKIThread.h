@@ -83,6 +83,7 @@ struct WatchedWorker
     unsigned nTicket = 0; // which worker it is: an address may be used again; 0 when there was none
     DWORD dwThreadId = 0; // of its thread; while a handle is open no other thread gets it
     UniqueHandle thread;  // null when there is no thread, or no handle to be had
+    bool bUnseen = false; // there is a thread and no handle to be had: its end cannot be seen
 };
 
 // The place of one worker in the process: empty, or the worker that runs, is about to end, or failed to start. A guard

@@ -189,10 +189,16 @@ void RenewLocksOf(DWORD dwThreadId) noexcept
 }
 
 // Makes sure of a worker's end, by force where it did not react and still has its slot. Its object then stays allocated.
-// False when its thread lives on, with its slot.
+// False when its thread lives on, with its slot, or may live on.
 bool EndWorker(WorkerSlot& slot, const WatchedWorker& worker) noexcept
 {
     CAlertReachPKIThread* const pTaken = slot.Take(worker);
+    if (pTaken == nullptr && worker.bUnseen)
+    {
+        // It has left its slot by itself, and may still be in its last steps.
+        Log()->Level1A("StopPKIUtlThread -- a thread's end could not be seen.");
+        return false;
+    }
     const HANDLE hThread = pTaken != nullptr ? pTaken->ThreadHandle() : worker.thread.Get();
     if (hThread == nullptr)
     {

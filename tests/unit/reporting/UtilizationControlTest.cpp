@@ -88,11 +88,13 @@ public:
         const UnscriptedScope unscripted;
         m_never.Reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     }
-    ~StuckCall() { SetEvent(m_never.Get()); }
+    ~StuckCall() { End(); }
     StuckCall(const StuckCall&) = delete;
     StuckCall& operator=(const StuckCall&) = delete;
 
     void Block() { m_bench.clock.Block(m_never.Get()); }
+    // From here on it comes back.
+    void End() { SetEvent(m_never.Get()); }
     // Lets the calls through which that kind of worker looks at the machine be stuck.
     void Engage(const std::string& kind)
     {
@@ -578,6 +580,40 @@ TEST_CASE("a thread of which the stop gets no second handle is ended all the sam
     CHECK(bench.imports.Failures("DuplicateHandle") == 5);
     CHECK(bench.imports.Calls("TerminateThread") == 1);
     CHECK(bench.WorkersInSlots() == 0);
+}
+
+// A worker's last steps, behind its slot, have no other sign of their end than the thread's handle.
+TEST_CASE("a stop that gets no handle of a thread says so when that worker has left its slot and its thread goes on")
+{
+    constexpr std::size_t NETWORK = 3; // of those that are started and stopped in turn
+    std::vector<DWORD> threadIds;
+    MachineBench bench;
+    StuckCall stuck(bench);
+    bench.imports.Replace<decltype(::SetThreadPriority)>("SetThreadPriority",
+                                                         [&threadIds](HANDLE hThread, int nPriority)
+                                                         {
+                                                             threadIds.push_back(GetThreadId(hThread));
+                                                             return SetThreadPriority(hThread, nPriority);
+                                                         });
+    bench.Start();
+    REQUIRE(threadIds.size() == 5);
+    bench.imports.Replace<decltype(::CoUninitialize)>("CoUninitialize",
+                                                      [&]
+                                                      {
+                                                          if (GetCurrentThreadId() == threadIds[NETWORK])
+                                                          {
+                                                              stuck.Block();
+                                                          }
+                                                          CoUninitialize();
+                                                      });
+    bench.imports.FailCall("DuplicateHandle", NETWORK + 1, FailMode::Once, ERROR_NOT_ENOUGH_MEMORY);
+    CHECK(bench.Stop() <= 2);
+    REQUIRE(bench.imports.Failures("DuplicateHandle") == 1);
+    CHECK(bench.WorkersInSlots() == 0);
+    CHECK(bench.clock.Workers() == 1);
+    CHECK(bench.ReadLog().Count(1, "StopPKIUtlThread -- a thread's end could not be seen.") == 1);
+    stuck.End();
+    bench.clock.AdvanceUntilWorkersEnd(1);
 }
 
 TEST_CASE("a stuck thread's store lock is renewed though the system does not tell which thread it was")
