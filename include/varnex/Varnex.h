@@ -63,8 +63,10 @@ VARNEX_API int StartWorkingThread(unsigned int nAlertType);
 /*
  * Asks the alert monitor of one resource, or all four, to end. Does not wait. A monitor ends within about one second,
  * or after the pass of measurements that it is in: the disk monitor finishes all its disks (up to 6 seconds for each
- * one that does not answer), the network monitor reads its adapters once more. A thread that stores an alert may wait
- * up to 60 seconds for the alert file. Let all of them end before the module is unloaded; it waits for none.
+ * one that does not answer), the network monitor reads its adapters once more. For each alert that the pass raises it
+ * may wait up to 90 seconds for the daily counts; a thread of its own then stores the alert and may wait up to 60
+ * seconds for the alert file; and each line of the log may take 5 seconds. Let all of them end before the module is
+ * unloaded; it waits for none. No fixed time is enough: docs/integrating.md says how to see their end.
  *
  * nAlertType  as for StartWorkingThread.
  *

@@ -18,6 +18,24 @@ namespace
 {
 
 constexpr int INTERVAL = static_cast<int>(CpuMonitor::SECONDS);
+
+// Another program has one of the module's mutexes, under the name to which PrivateMutexes leads the module.
+class HeldMutex
+{
+public:
+    explicit HeldMutex(const wchar_t* pwszName)
+        : m_mutex(CreateMutexW(nullptr, FALSE, (pwszName + (L"-" + std::to_wstring(GetCurrentProcessId()))).c_str()))
+    {
+        REQUIRE(m_mutex);
+        REQUIRE(WaitForSingleObject(m_mutex.Get(), 0) == WAIT_OBJECT_0);
+        m_hold.Reset(m_mutex.Get());
+    }
+
+private:
+    UniqueHandle m_mutex;
+    MutexHold m_hold;
+};
+
 constexpr char EXISTS[] = "1 StartWorkingThread -- CPU Monitor thread has exist. exist...";
 
 } // namespace
@@ -127,6 +145,27 @@ TEST_CASE("a monitor that is stopped in a cycle finishes the cycle and does not 
     monitor.clock.AdvanceUntilWorkersEnd(0);
     CHECK(monitor.OwnNews() == Lines{CheckLine(90, 85, 0, 0, 5), AlertText(90, 85, 0, 5), END_LINE});
     CHECK(monitor.clock.SleepCount(1000) == ullSleeps + CpuMonitor::SECONDS - 1);
+}
+
+TEST_CASE("a monitor that is stopped in an alert waits 90 seconds for the counts, and its writer 60 for the alert file")
+{
+    const HeldMutex counts(L"Global\\{49BCAD94-02E7-4d1d-9CDA-5A7246CDD559}");
+    const HeldMutex alertFile(L"Global\\{A2C32408-95FF-4183-8208-1C370A075B80}");
+    CpuMonitor monitor(CpuConfig(INTERVAL, 85, 1, 5));
+    monitor.StartWith(90);
+    monitor.Stop(VARNEX_ALERT_CPU);
+    monitor.News();
+    monitor.clock.AdvanceMs(89'999);
+    CHECK(monitor.clock.Workers() == 1);
+    CHECK(monitor.News().empty());
+    monitor.clock.AdvanceMs(1);
+    CHECK(Last(monitor.OwnNews()) == Lines{END_LINE});
+    CHECK(monitor.clock.Workers() == 1); // the writer
+    monitor.clock.AdvanceMs(59'999);
+    CHECK(monitor.clock.Workers() == 1);
+    CHECK(monitor.tree.Alerts().empty());
+    monitor.clock.AdvanceUntilWorkersEnd(1);
+    CHECK_FALSE(monitor.tree.Alerts().empty());
 }
 
 TEST_CASE("the monitor's thread initialises COM and leaves it as its last step")
