@@ -92,13 +92,20 @@ DWORD WriteWhole(HANDLE hFile, const char* pachData, std::size_t cbData) noexcep
 
 const char* MissingLineEnd(HANDLE hFile) noexcept
 {
+    constexpr const char* UNKNOWN_END = "\r\n"; // an empty line is skipped, a torn one would swallow the next
     LARGE_INTEGER nLast;
     nLast.QuadPart = -1;
     char chLast = '\n';
     DWORD cbRead = 0;
-    // Fails for an empty file, which needs nothing.
-    if (!SetFilePointerEx(hFile, nLast, nullptr, FILE_END) || !ReadFile(hFile, &chLast, 1, &cbRead, nullptr) ||
-        cbRead != 1 || chLast == '\n')
+    if (!SetFilePointerEx(hFile, nLast, nullptr, FILE_END))
+    {
+        return GetLastError() == ERROR_NEGATIVE_SEEK ? "" : UNKNOWN_END;
+    }
+    if (!ReadFile(hFile, &chLast, 1, &cbRead, nullptr) || cbRead != 1)
+    {
+        return UNKNOWN_END;
+    }
+    if (chLast == '\n')
     {
         return "";
     }

@@ -47,7 +47,7 @@ private:
 DWORD WriteWhole(HANDLE hFile, const char* pachData, std::size_t cbData) noexcept;
 
 // What a file needs before the next line, so that a torn last line does not swallow it: an empty text for a file that
-// is empty or ends in a line feed.
+// is empty or ends in a line feed; a whole line end for one whose end cannot be read.
 const char* MissingLineEnd(HANDLE hFile) noexcept;
 
 } // namespace varnex

@@ -62,6 +62,7 @@ BOOL SetFilePointerEx(HANDLE hFile, LARGE_INTEGER nDistance, LARGE_INTEGER*, DWO
     const LONGLONG nTarget = static_cast<LONGLONG>(file.bytes.size()) + nDistance.QuadPart;
     if (nTarget < 0)
     {
+        g_dwLastError = ERROR_NEGATIVE_SEEK;
         return FALSE;
     }
     file.nPosition = static_cast<std::size_t>(nTarget);

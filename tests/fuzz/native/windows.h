@@ -47,6 +47,7 @@ constexpr DWORD ERROR_SUCCESS = 0;
 constexpr DWORD ERROR_CRC = 23;
 constexpr DWORD ERROR_GEN_FAILURE = 31;
 constexpr DWORD ERROR_DISK_FULL = 112;
+constexpr DWORD ERROR_NEGATIVE_SEEK = 131;
 constexpr DWORD FILE_END = 2;
 #define INVALID_HANDLE_VALUE (reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(-1)))
 

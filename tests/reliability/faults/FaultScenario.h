@@ -102,6 +102,7 @@ private:
     int Fetch();
     bool AskForReport();
     void EndWorkers(ScenarioOutcome& outcome);
+    std::size_t CountAlerts(const std::wstring& file) const;
     void CheckFiles() const;
     bool CounterWasRefused() const;
     void CheckHoldings() const;

@@ -115,6 +115,31 @@ TEST_CASE("a torn last line does not swallow the next alert")
     CHECK(bench.tree.Alerts() == row.repaired + g_diskLine);
 }
 
+TEST_CASE("an alert behind a torn line that cannot be read is stored and fetched")
+{
+    StoreBench bench;
+    // Run together, the two would be one line with the threshold as its time.
+    bench.tree.WriteAlerts("3;50;7");
+    bench.imports.FailCall("ReadFile", 1, FailMode::Once, ERROR_LOCK_VIOLATION);
+
+    CHECK(SaveDiskAlert() == 0);
+    CHECK(bench.imports.Failures("ReadFile") == 1);
+    CHECK(bench.tree.Alerts() == "3;50;7\r\n" + g_diskLine);
+    CHECK(bench.Take(1).Values() == std::vector<int>{72});
+}
+
+TEST_CASE("an alert behind a whole line that cannot be read is stored behind an empty one, which a fetch skips")
+{
+    StoreBench bench;
+    bench.tree.WriteAlerts(LineOf(1));
+    bench.imports.FailCall("ReadFile", 1, FailMode::Once, ERROR_LOCK_VIOLATION);
+
+    CHECK(SaveDiskAlert() == 0);
+    CHECK(bench.tree.Alerts() == LineOf(1) + "\r\n" + g_diskLine);
+    CHECK(bench.Take(1).Values() == std::vector<int>{1, 72});
+    CHECK(bench.ReadLog().Bytes().empty());
+}
+
 TEST_CASE("a module path without a backslash stores nothing")
 {
     StoreBench bench;
