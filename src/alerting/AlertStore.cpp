@@ -42,6 +42,8 @@ struct StorePaths
     char szBackup[PATH_CHARS];
 };
 
+// False also for a directory so long that the two names are cut to the same one: a fetch would copy that file to its own
+// end, for ever.
 bool FindStorePaths(StorePaths& paths) noexcept
 {
     char szDirectory[PATH_CHARS];
@@ -51,7 +53,7 @@ bool FindStorePaths(StorePaths& paths) noexcept
     }
     FormatTextA(paths.szData, "%s%s", szDirectory, "LocalAlt.dat");
     FormatTextA(paths.szBackup, "%s%s", szDirectory, "LocalAlt_Backup.dat");
-    return true;
+    return std::strcmp(paths.szData, paths.szBackup) != 0;
 }
 
 // The line as the file holds it, after whatever ends a torn line before it, in one write.

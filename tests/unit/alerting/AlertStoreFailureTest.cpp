@@ -5,6 +5,7 @@
 
 #include "diag/SPLogger.h"
 #include "support/LogMatchers.h"
+#include "support/TestText.h"
 
 #include <catch2/catch.hpp>
 
@@ -84,6 +85,29 @@ TEST_CASE("a fetch with a module path without a backslash fails")
     CHECK(bench.Take(1).nResult == -1);
     CHECK(bench.ReadLog().Lines().size() == 1);
     CHECK_THAT(bench.ReadLog(), HasLine(1, "ReadLocalAlertInf -- get module path fail."));
+}
+
+TEST_CASE("a directory whose length cuts both files to one name is no place for a store")
+{
+    struct Row
+    {
+        std::size_t cchDirectory;
+        bool bOneName;
+    };
+    const auto row = GENERATE(values<Row>({{250, false}, {251, true}, {259, true}}));
+    CAPTURE(row.cchDirectory);
+    StoreBench bench;
+    const std::string directory = "X:\\" + std::string(row.cchDirectory - 4, 'd') + "\\"; // there is none
+    bench.path.Set(WideFromUtf8(directory) + L"Varnex.dll");
+    const std::string file = (directory + "LocalAlt.dat").substr(0, 259);
+
+    CHECK(SaveLocalAlertInfo(3, 50, 72, "D1", MOMENT, "") == -1);
+    CHECK(bench.Take(1).nResult == -1);
+    CHECK(bench.ReadLog().Lines().size() == 2);
+    CHECK_THAT(bench.ReadLog(), HasLine(1, row.bOneName ? "SaveLocalAlertInfo -- get module path fail."
+                                                        : "SaveLocalAlertInfo -- open file(" + file + ") fail."));
+    CHECK_THAT(bench.ReadLog(), HasLine(1, row.bOneName ? "ReadLocalAlertInf -- get module path fail."
+                                                        : "ReadLocalAlertInf -- open backup file(" + file + ") fail."));
 }
 
 TEST_CASE("a backup file that cannot be opened is logged with the path of the alert file")
