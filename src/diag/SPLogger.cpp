@@ -157,8 +157,18 @@ void SPLogger::AppendText(const char* pachText, std::size_t cbText) noexcept
     {
         return;
     }
-    DWORD cbWritten;
+    DWORD cbWritten = 0;
+    if (m_bTorn)
+    {
+        WriteFile(file.Get(), "\r\n", 2, &cbWritten, nullptr);
+        if (cbWritten != 2)
+        {
+            return;
+        }
+        cbWritten = 0;
+    }
     WriteFile(file.Get(), pachText, static_cast<DWORD>(cbText), &cbWritten, nullptr);
+    m_bTorn = cbWritten != 0 && cbWritten != cbText; // a disk that became full
 }
 
 void SPLogger::WriteLineA(const char* pszTag, const char* pszFormat, std::va_list arguments)

@@ -83,6 +83,9 @@ private:
     void AppendText(const char* pachText, std::size_t cbText) noexcept;
     void BuildFilePath() noexcept;
 
+    // The file ends in a part of a line, which the next one must not run into. For whoever writes.
+    bool m_bTorn = false;
+
     // What Instance returned first. A line below the level costs little more than this look.
     inline static std::atomic<SPLogger*> s_pInstance{nullptr};
 };

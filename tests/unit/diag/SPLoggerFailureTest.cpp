@@ -3,6 +3,7 @@
 
 #include "support/ProcessMeter.h"
 
+#include <algorithm>
 #include <functional>
 
 // A line that cannot be written is dropped, and the caller notices nothing.
@@ -80,6 +81,34 @@ TEST_CASE("a failing call costs one line, and neither a handle nor the caller's 
     CHECK(fixture.IsMutexFree());
     fixture.logger.Level1A("next");
     CHECK(fixture.tree.Log() == "2024-01-31 23:59:59 [1] - first\r\n2024-01-31 23:59:59 [1] - next\r\n");
+}
+
+TEST_CASE("a line of which a part was written is ended before the next one")
+{
+    LogFixture fixture;
+    DWORD cbRoom = 10;
+    fixture.redirector.Replace<decltype(::WriteFile)>(
+        "WriteFile",
+        [&cbRoom](HANDLE hFile, LPCVOID pData, DWORD cbData, LPDWORD pcbWritten, LPOVERLAPPED)
+        {
+            const DWORD cbTaken = std::min(cbData, cbRoom);
+            cbRoom -= cbTaken;
+            SetLastError(ERROR_DISK_FULL);
+            return cbTaken != 0 ? WriteFile(hFile, pData, cbTaken, pcbWritten, nullptr) : FALSE;
+        });
+    fixture.logger.Level1A("torn");
+    CHECK(fixture.tree.Log() == "2024-01-31");
+    const auto cbMore = GENERATE(DWORD{0}, DWORD{1}, DWORD{2}); // what the line between finds, which is lost
+    CAPTURE(cbMore);
+    cbRoom = cbMore;
+    fixture.logger.Level1A("lost");
+    fixture.redirector.Restore("WriteFile");
+    fixture.redirector.CountCalls("WriteFile");
+    fixture.logger.Level1A("next");
+    fixture.logger.Level1A("last");
+    CHECK(fixture.tree.Log() == "2024-01-31" + std::string(cbMore == 1 ? "\r" : "") +
+                                    "\r\n2024-01-31 23:59:59 [1] - next\r\n2024-01-31 23:59:59 [1] - last\r\n");
+    CHECK(fixture.redirector.Calls("WriteFile") == (cbMore == 2 ? 2 : 3));
 }
 
 TEST_CASE("a directory that cannot be made costs nothing while it is there")
