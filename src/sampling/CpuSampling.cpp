@@ -50,6 +50,17 @@ void FindGetSystemTimes() noexcept VARNEX_REQUIRES(g_cpuReadingLock)
     g_hKernel32 = g_pfnGetSystemTimes != nullptr ? kernel32.Release() : nullptr;
 }
 
+int PercentOf(std::int64_t nPart, std::int64_t nWhole) noexcept
+{
+    constexpr std::int64_t LIMIT = INT64_MAX / 100;
+    if (nPart > LIMIT || nPart < -LIMIT) // five busy years of 64 processors, and the first reading is of them all
+    {
+        nPart /= 128;
+        nWhole /= 128;
+    }
+    return nWhole == 0 ? 0 : static_cast<int>(nPart * 100 / nWhole);
+}
+
 void TakeReading() noexcept VARNEX_REQUIRES(g_cpuReadingLock)
 {
     FILETIME idle{};
@@ -65,7 +76,7 @@ void TakeReading() noexcept VARNEX_REQUIRES(g_cpuReadingLock)
     const std::int64_t nKernel = Ticks(kernel) - g_llLastKernel;
     const std::int64_t nIdle = Ticks(idle) - g_llLastIdle;
     const std::int64_t nTotal = nKernel + nUser; // the kernel's time includes the idle time
-    g_nLastCPUUtl = nTotal == 0 ? 0 : static_cast<int>((nTotal - nIdle) * 100 / nTotal);
+    g_nLastCPUUtl = PercentOf(nTotal - nIdle, nTotal);
     g_llLastUser = Ticks(user);
     g_llLastKernel = Ticks(kernel);
     g_llLastIdle = Ticks(idle);

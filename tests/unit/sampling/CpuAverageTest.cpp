@@ -87,6 +87,17 @@ TEST_CASE_METHOD(CpuAverageTest, "the utilization is the busy part of the kernel
     CHECK(ReadAfter(1000) == load.nPercent);
 }
 
+TEST_CASE_METHOD(CpuAverageTest, "the times of many processors that have run for many years have an average")
+{
+    constexpr ULONGLONG TICKS_PER_YEAR = 365ULL * 24 * 3600 * 10'000'000;
+    const auto ullTime = GENERATE(64 * 5 * TICKS_PER_YEAR, 1024 * 10 * TICKS_PER_YEAR);
+    const auto nPercent = GENERATE(0, 25, 99, 100);
+    CAPTURE(ullTime, nPercent);
+    StartFromZero();
+    m_times.SetTimes(ullTime - ullTime / 100 * static_cast<ULONGLONG>(nPercent), ullTime, 0);
+    CHECK(ReadAfter(1000) == nPercent);
+}
+
 TEST_CASE_METHOD(CpuAverageTest, "each reading counts from the one before")
 {
     StartFromZero();
