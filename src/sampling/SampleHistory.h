@@ -16,7 +16,13 @@ public:
     static constexpr std::uint32_t MISSING = 0xFFFFFFFF;
 
     // Makes room for one sample, so that the next Append does not throw. Throws std::bad_alloc.
-    void MakeRoom() { m_samples.reserve(m_samples.size() + 1); }
+    void MakeRoom()
+    {
+        if (m_samples.size() == m_samples.capacity()) // doubled: any amount may be asked for, and each growth is a copy
+        {
+            m_samples.reserve(m_samples.empty() ? 1 : 2 * m_samples.size());
+        }
+    }
     // Throws std::bad_alloc, and then nothing has changed.
     void Append(std::uint32_t nSample) { m_samples.push_back(nSample); }
     // Drops the oldest samples until at most nAmount are left.

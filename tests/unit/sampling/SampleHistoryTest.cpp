@@ -126,6 +126,26 @@ TEST_CASE("a sample for which room was made needs no memory")
     CHECK(full.Samples() == Samples{1, 2, 3, 4});
 }
 
+TEST_CASE("a history to which sample after sample is appended grows in few steps")
+{
+    const bool bMakeRoom = GENERATE(false, true);
+    ImportRedirector redirector;
+    redirector.CountCalls("malloc");
+    SampleHistory history;
+    for (std::uint32_t nSample = 0; nSample < 1024; ++nSample)
+    {
+        if (bMakeRoom)
+        {
+            history.MakeRoom();
+        }
+        history.Append(nSample);
+    }
+    CAPTURE(bMakeRoom);
+    CHECK(redirector.Calls("malloc") > 0);
+    CHECK(redirector.Calls("malloc") <= 20);
+    CHECK(history.Samples().size() == 1024);
+}
+
 TEST_CASE("a missing sample counts in the length of a history")
 {
     CHECK(HistoryOf({MISSING, MISSING}).HoldsAtLeast(2));
