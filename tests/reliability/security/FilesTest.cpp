@@ -12,6 +12,7 @@
 #include <catch2/catch.hpp>
 
 #include <algorithm>
+#include <limits>
 
 // What stands under the names of the module's files, and who else has them open.
 
@@ -24,6 +25,25 @@ namespace
 bool IsEmptyDirectory(const std::wstring& path)
 {
     return RemoveDirectoryW(path.c_str()) != FALSE; // which it is no more then
+}
+
+constexpr int FORGED = 1500;
+
+// The last fetch began with the forged alerts from that one on: those of a disk with as much of its name as has room.
+void CheckForged(const HostUnderAttack& host, int nFirst, int nEnd)
+{
+    for (int i = nFirst; i < nEnd; ++i)
+    {
+        CAPTURE(i);
+        const FetchedAlert& alert = host.Fetched(i - nFirst);
+        REQUIRE(alert.nType == (i % 2 == 0 ? 3 : -7));
+        REQUIRE(alert.nThreshold == (std::numeric_limits<int>::min)());
+        REQUIRE(alert.nValue == i);
+        const std::size_t cchText = wcsnlen(alert.wszText, FetchedAlert::TEXT_CHARS);
+        REQUIRE(cchText < FetchedAlert::TEXT_CHARS);
+        REQUIRE((i % 2 != 0 || cchText == FetchedAlert::TEXT_CHARS - 1));
+        REQUIRE((alert.wszText[cchText - 1] == L'%') == (i % 2 == 0));
+    }
 }
 
 } // namespace
@@ -67,18 +87,29 @@ TEST_CASE("a configuration that is a directory means defaults, and is left alone
     CHECK(IsEmptyDirectory(path));
 }
 
-TEST_CASE("forged alerts are handed out as alerts, within the caller's arrays")
+TEST_CASE("forged alerts are handed out as alerts, within the caller's arrays, and one that fits no line is told")
 {
+    constexpr int AT_ONCE = HostUnderAttack::FETCHED_AT_ONCE + 1;
+    constexpr int TOO_LONG_EACH = 50;
+    constexpr int TOO_LONG = FORGED / TOO_LONG_EACH;
     HostUnderAttack host;
     std::string forged;
     const std::string now = std::to_string(_time64(nullptr));
-    for (int i = 0; i < 1500; ++i)
+    for (int i = 0; i < FORGED; ++i)
     {
-        forged += "-7;2147483648;%s;" + now + "();" + std::string(2000, '%') + ";\r\n";
+        forged += (i % 2 == 0 ? "3" : "-7") + (";-2147483648;" + std::to_string(i)) + ";" + now + "();" +
+                  std::string(900, '%') + ";\r\n";
+        forged += i % TOO_LONG_EACH == 0 ? "3;1;1;" + now + "();" + std::string(1500, '%') + ";\r\n" : "";
     }
     host.tree.WriteAlerts(forged);
     host.Begin();
-    CHECK(host.FetchAll() <= 1001);
+    REQUIRE(host.AwaitAlerts(FORGED + TOO_LONG + 2)); // the module's own come last
+    REQUIRE(host.FetchAll() == AT_ONCE);
+    CheckForged(host, 0, AT_ONCE);
+    REQUIRE(host.FetchAll() == FORGED - AT_ONCE + 2);
+    CheckForged(host, AT_ONCE, FORGED);
+    CHECK(host.tree.Alerts().empty());
+    CHECK(host.Log().CountContaining("ReadLocalAlertInf -- Translate buffer string(") == 2 * TOO_LONG);
     host.End();
 }
 

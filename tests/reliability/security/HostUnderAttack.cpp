@@ -2,6 +2,7 @@
 
 #include "module/ModuleInHost.h"
 #include "reliability/LongForm.h"
+#include "reliability/hostile/HostileInput.h"
 #include "support/ImportRedirector.h"
 #include "support/ProcessMeter.h"
 
@@ -11,6 +12,7 @@
 
 #include <algorithm>
 #include <array>
+#include <deque>
 #include <memory>
 
 namespace varnex::test
@@ -21,7 +23,6 @@ namespace
 
 constexpr wchar_t KEY_VARIABLE[] = L"VARNEX_TEST_KEY";
 constexpr wchar_t PATH_VARIABLE[] = L"VARNEX_TEST_WATCHED_MODULE";
-constexpr int FETCHED_AT_ONCE = 1000;
 constexpr DWORD LONG_WAIT_MS = 5000;
 
 enum Order : LONG
@@ -54,12 +55,51 @@ struct HostUnderAttack::Talk
     volatile LONG nResult;
     volatile LONG nLongestWaitMs;
     volatile LONG anWaits[4]; // of 5, 15, 60 and 90 seconds
+    volatile LONG anTimedOut[4];
+    volatile LONG anAbandoned[4]; // that got a mutex whose owner had died
+    volatile LONG nLinesOfLoad;
+    FetchedAlert aFetched[HostUnderAttack::FETCHED_AT_ONCE + 1];
 };
 
 namespace
 {
 
 constexpr std::array<DWORD, 4> COUNTED_WAITS_MS = {5'000, 15'000, 60'000, 90'000};
+
+// Its place among them, or their number.
+std::size_t CountedWait(DWORD dwMilliseconds)
+{
+    return static_cast<std::size_t>(std::find(COUNTED_WAITS_MS.begin(), COUNTED_WAITS_MS.end(), dwMilliseconds) -
+                                    COUNTED_WAITS_MS.begin());
+}
+
+// A caller's arrays and text buffers, each just large enough for what a fetch of so many may give.
+struct GuardedArrays
+{
+    GuardedArrays()
+        : types(ENTRIES * sizeof(int)), thresholds(ENTRIES * sizeof(int)), values(ENTRIES * sizeof(int)),
+          texts(ENTRIES * sizeof(wchar_t*))
+    {
+        for (std::size_t i = 0; i < ENTRIES; ++i)
+        {
+            texts.As<wchar_t*>()[i] = buffers.emplace_back(FetchedAlert::TEXT_CHARS * sizeof(wchar_t)).As<wchar_t>();
+        }
+    }
+
+    FetchedAlert At(int i) const
+    {
+        FetchedAlert alert{types.As<int>()[i], thresholds.As<int>()[i], values.As<int>()[i], L""};
+        std::copy_n(texts.As<wchar_t*>()[i], FetchedAlert::TEXT_CHARS, alert.wszText);
+        return alert;
+    }
+
+    static constexpr std::size_t ENTRIES = HostUnderAttack::FETCHED_AT_ONCE + 1; // one more than asked for
+    GuardedBytes types;
+    GuardedBytes thresholds;
+    GuardedBytes values;
+    GuardedBytes texts;
+    std::deque<GuardedBytes> buffers;
+};
 
 // The child's end of the talk, with the module.
 class Host
@@ -76,6 +116,9 @@ public:
         imports.Replace<decltype(::WaitForSingleObject)>("WaitForSingleObject",
                                                          [this](HANDLE hObject, DWORD dwMilliseconds)
                                                          { return Wait(hObject, dwMilliseconds); });
+        const std::wstring path = Variable(PATH_VARIABLE);
+        const std::wstring log = path.substr(0, path.rfind(L"\\bin\\")) + L"\\Logs\\Varnex.log";
+        m_talk->nLinesOfLoad = static_cast<LONG>(LogFile::FromBytes(ReadFileBytes(log)).Lines().size());
     }
 
     void Serve()
@@ -92,16 +135,20 @@ public:
 private:
     DWORD Wait(HANDLE hObject, DWORD dwMilliseconds)
     {
-        for (std::size_t i = 0; i < COUNTED_WAITS_MS.size(); ++i)
-        {
-            InterlockedExchangeAdd(&m_talk->anWaits[i], dwMilliseconds == COUNTED_WAITS_MS[i] ? 1 : 0);
-        }
         if (dwMilliseconds != INFINITE)
         {
             RaiseTo(m_talk->nLongestWaitMs, static_cast<LONG>(dwMilliseconds));
         }
         const bool bShorten = dwMilliseconds != INFINITE && dwMilliseconds >= LONG_WAIT_MS;
-        return WaitForSingleObject(hObject, bShorten ? dwMilliseconds / 100 : dwMilliseconds);
+        const DWORD dwResult = WaitForSingleObject(hObject, bShorten ? dwMilliseconds / 100 : dwMilliseconds);
+        const std::size_t nWait = CountedWait(dwMilliseconds);
+        if (nWait < COUNTED_WAITS_MS.size())
+        {
+            InterlockedIncrement(&m_talk->anWaits[nWait]);
+            InterlockedExchangeAdd(&m_talk->anTimedOut[nWait], dwResult == WAIT_TIMEOUT ? 1 : 0);
+            InterlockedExchangeAdd(&m_talk->anAbandoned[nWait], dwResult == WAIT_ABANDONED ? 1 : 0);
+        }
+        return dwResult;
     }
 
     int Obey(LONG nOrder)
@@ -128,13 +175,20 @@ private:
     int StartReports() const { return static_cast<int>(Export<decltype(::StartPKIUtlThread)>("StartPKIUtlThread")()); }
     int StopReports() const { return static_cast<int>(Export<decltype(::StopPKIUtlThread)>("StopPKIUtlThread")()); }
 
-    int Fetch() const
+    int Fetch()
     {
-        std::vector<int> numbers(FETCHED_AT_ONCE + 1);
-        std::vector<wchar_t> text(512);
-        std::vector<wchar_t*> texts(FETCHED_AT_ONCE + 1, text.data());
-        return Export<decltype(::GetAlertRecord)>("GetAlertRecord")(numbers.data(), texts.data(), 512, numbers.data(),
-                                                                    numbers.data(), FETCHED_AT_ONCE);
+        if (!m_arrays)
+        {
+            m_arrays = std::make_unique<GuardedArrays>();
+        }
+        const int nCount = Export<decltype(::GetAlertRecord)>("GetAlertRecord")(
+            m_arrays->types.As<int>(), m_arrays->texts.As<wchar_t*>(), FetchedAlert::TEXT_CHARS,
+            m_arrays->thresholds.As<int>(), m_arrays->values.As<int>(), HostUnderAttack::FETCHED_AT_ONCE);
+        for (int i = 0; i < nCount; ++i)
+        {
+            m_talk->aFetched[i] = m_arrays->At(i);
+        }
+        return nCount;
     }
 
     template <class Signature>
@@ -148,6 +202,7 @@ private:
     UniqueHandle m_answer;
     WatchedModule m_watched; // before the next one loads it
     ModuleInHost m_module;
+    std::unique_ptr<GuardedArrays> m_arrays; // from the first fetch on
 };
 
 // Every file below the tree's root, by its path from there.
@@ -284,6 +339,11 @@ int HostUnderAttack::FetchAll()
     return Command(ORDER_FETCH);
 }
 
+const FetchedAlert& HostUnderAttack::Fetched(int nIndex) const
+{
+    return (*m_talk)->aFetched[nIndex];
+}
+
 void HostUnderAttack::StopReports()
 {
     Command(ORDER_STOP_REPORTS);
@@ -357,9 +417,28 @@ DWORD HostUnderAttack::LongestWaitMs() const
 
 LONG HostUnderAttack::WaitsOf(DWORD dwMilliseconds) const
 {
-    const auto found = std::find(COUNTED_WAITS_MS.begin(), COUNTED_WAITS_MS.end(), dwMilliseconds);
-    REQUIRE(found != COUNTED_WAITS_MS.end());
-    return (*m_talk)->anWaits[found - COUNTED_WAITS_MS.begin()];
+    const std::size_t nWait = CountedWait(dwMilliseconds);
+    REQUIRE(nWait < COUNTED_WAITS_MS.size());
+    return (*m_talk)->anWaits[nWait];
+}
+
+LONG HostUnderAttack::TimeOutsOf(DWORD dwMilliseconds) const
+{
+    const std::size_t nWait = CountedWait(dwMilliseconds);
+    REQUIRE(nWait < COUNTED_WAITS_MS.size());
+    return (*m_talk)->anTimedOut[nWait];
+}
+
+LONG HostUnderAttack::AbandonedOf(DWORD dwMilliseconds) const
+{
+    const std::size_t nWait = CountedWait(dwMilliseconds);
+    REQUIRE(nWait < COUNTED_WAITS_MS.size());
+    return (*m_talk)->anAbandoned[nWait];
+}
+
+std::size_t HostUnderAttack::LinesOfLoad() const
+{
+    return static_cast<std::size_t>((*m_talk)->nLinesOfLoad);
 }
 
 std::wstring HostUnderAttack::AskForReport(std::uint32_t nTotal, std::uint32_t nMinimum) const

@@ -19,6 +19,17 @@ namespace varnex::test
 constexpr wchar_t ALERT_MUTEX_NAME[] = L"Global\\{A2C32408-95FF-4183-8208-1C370A075B80}";
 constexpr wchar_t COUNTS_MUTEX_NAME[] = L"Global\\{49BCAD94-02E7-4d1d-9CDA-5A7246CDD559}";
 
+// An alert as a host was handed it.
+struct FetchedAlert
+{
+    static constexpr unsigned TEXT_CHARS = 64;
+
+    int nType;
+    int nThreshold;
+    int nValue;
+    wchar_t wszText[TEXT_CHARS];
+};
+
 // A host process with the shipped DLL under the module's own names, while the test plays the hostile process:
 //
 //     HostUnderAttack host;
@@ -40,7 +51,11 @@ public:
 
     void Begin();
     // What the host is asked for while it runs. Each fails the test when the host has ended or does not answer.
+    // The fetch asks for as many as this, and fills arrays and texts that end at a page nobody may touch.
+    static constexpr int FETCHED_AT_ONCE = 1000;
     int FetchAll();
+    // What the last fetch gave, by its place.
+    const FetchedAlert& Fetched(int nIndex) const;
     void StopReports();
     void StartReports();
     // Has the host log a line, and says whether it is in the log.
@@ -56,6 +71,11 @@ public:
     // The longest time-out of the module's waits so far, and how often it was asked for, as the module asked.
     DWORD LongestWaitMs() const;
     LONG WaitsOf(DWORD dwMilliseconds) const;
+    // How many of these came to nothing, and how many got a mutex whose owner had died.
+    LONG TimeOutsOf(DWORD dwMilliseconds) const;
+    LONG AbandonedOf(DWORD dwMilliseconds) const;
+    // How many lines the log had before waits were counted.
+    std::size_t LinesOfLoad() const;
 
     LogFile Log() const { return LogFile(tree); }
     // Fails the test when none comes.
