@@ -1,6 +1,7 @@
 #include "HostUnderAttack.h"
 #include "HostileObject.h"
 
+#include "reliability/LongForm.h"
 #include "support/AlertLines.h"
 #include "support/TestText.h"
 
@@ -15,7 +16,8 @@ namespace
 {
 
 constexpr wchar_t TAKE_VARIABLE[] = L"VARNEX_TEST_TAKE";
-constexpr wchar_t READY_NAME[] = L"varnex-test-security-taken";
+constexpr DWORD DIED_WITH_IT = 77;
+constexpr DWORD LOG_WAIT_MS = 5'000;
 
 UniqueHandle MakeHeldMutex(const std::wstring& name)
 {
@@ -46,8 +48,9 @@ TEST_CASE("child: dies with a mutex", "[.]")
     wchar_t wszName[128] = L"";
     REQUIRE(GetEnvironmentVariableW(TAKE_VARIABLE, wszName, 128) != 0);
     const UniqueHandle mutex(OpenMutexW(MUTEX_ALL_ACCESS, FALSE, wszName));
-    WaitForSingleObject(mutex.Get(), INFINITE);
-    TerminateProcess(GetCurrentProcess(), 0);
+    REQUIRE(mutex);
+    REQUIRE(WaitForSingleObject(mutex.Get(), INFINITE) == WAIT_OBJECT_0);
+    TerminateProcess(GetCurrentProcess(), DIED_WITH_IT);
 }
 
 TEST_CASE("the alert file's mutex held for good delays stores and fetches by a minute each, and loses none")
@@ -109,10 +112,21 @@ TEST_CASE("a process that dies with the log's mutex costs lines and time, and no
     options.environment[TAKE_VARIABLE] = FindLogMutex(names);
     const ChildProcess thief = ChildProcess::OfTestCase("child: dies with a mutex", options);
     REQUIRE(thief.WaitForEnd(HostUnderAttack::PATIENCE_MS));
+    REQUIRE(thief.ExitCode() == DIED_WITH_IT);
     CHECK(host.AwaitAlerts());
     CHECK(host.FetchAll() == 2);
+    host.StartReports(); // the host's thread has a line for the log here, and the report thread below: only one has it
     CHECK_THAT(Utf8FromWide(host.AskForReport()), Catch::Contains("<MemoryUtil"));
     host.End();
+    const LONG nAbandoned = host.AbandonedOf(LOG_WAIT_MS);
+    const LONG nTimeOuts = host.TimeOutsOf(LOG_WAIT_MS);
+    CHECK(nAbandoned > 0);
+    CHECK(nTimeOuts > 0);
+    const LONG nWritten = host.WaitsOf(LOG_WAIT_MS) - nAbandoned - nTimeOuts;
+    CHECK(host.Log().Lines().size() == host.LinesOfLoad() + static_cast<std::size_t>(nWritten));
+    PrintFigure("hostile process: one dies with the log's mutex: " + std::to_string(nAbandoned + nTimeOuts) +
+                " lines lost, " + std::to_string(nTimeOuts) + " of them after five seconds, " +
+                std::to_string(nWritten) + " written");
 }
 
 } // namespace varnex::test
