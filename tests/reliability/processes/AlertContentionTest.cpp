@@ -31,7 +31,8 @@ constexpr int FETCHERS = 2;
 constexpr int VICTIMS = 3; // of each round; their alerts have WRITERS for a threshold
 constexpr int FETCHED_AT_ONCE = 20;
 constexpr DWORD PATIENCE_MS = 300'000;
-constexpr LONG LONGEST_CALL_MS = 30'000; // half of the time after which the store goes on without its mutex
+constexpr LONG LONGEST_CALL_MS = 30'000; // half of the time after which a store or a fetch goes on without the mutex
+constexpr wchar_t STORE_MUTEX_NAME[] = L"Global\\{A2C32408-95FF-4183-8208-1C370A075B80}";
 
 struct Exchange
 {
@@ -40,9 +41,24 @@ struct Exchange
     volatile LONG nRefused;
     volatile LONG nUnknown; // records that nobody stored
     volatile LONG anFetches[FETCHERS];
-    volatile LONG nLongestCallMs;
+    volatile LONG nLongestStoreMs;
+    volatile LONG nLongestFetchMs;
+    volatile LONG nFoundAbandoned; // waits that got the mutex of a process that had died with it
     volatile LONG nWritersDone;
 };
+
+// Every wait of these imports for a mutex that its owner died with is counted.
+void CountAbandoned(ImportRedirector& imports, const SharedPage<Exchange>& exchange)
+{
+    imports.Replace<decltype(::WaitForSingleObject)>(
+        "WaitForSingleObject",
+        [&exchange](HANDLE hObject, DWORD dwMilliseconds)
+        {
+            const DWORD dwResult = WaitForSingleObject(hObject, dwMilliseconds);
+            InterlockedExchangeAdd(&exchange->nFoundAbandoned, dwResult == WAIT_ABANDONED ? 1 : 0);
+            return dwResult;
+        });
+}
 
 void StoreAll(const SharedPage<Exchange>& exchange, int nWriter)
 {
@@ -50,7 +66,7 @@ void StoreAll(const SharedPage<Exchange>& exchange, int nWriter)
     {
         const ULONGLONG ullBegin = GetTickCount64();
         const int nResult = SaveLocalAlertInfo(1, nWriter, nAlert, "", AsHappenTime(SecondsNow()), nullptr);
-        RaiseTo(exchange->nLongestCallMs, static_cast<LONG>(GetTickCount64() - ullBegin));
+        RaiseTo(exchange->nLongestStoreMs, static_cast<LONG>(GetTickCount64() - ullBegin));
         InterlockedIncrement(nResult == 0 ? &exchange->nStored : &exchange->nRefused);
     }
 }
@@ -62,7 +78,9 @@ int FetchSome(decltype(::GetAlertRecord)* pfnGetAlertRecord, const SharedPage<Ex
     int anThresholds[FETCHED_AT_ONCE + 1];
     int anValues[FETCHED_AT_ONCE + 1];
     wchar_t* apwszTexts[FETCHED_AT_ONCE + 1] = {};
+    const ULONGLONG ullBegin = GetTickCount64();
     const int nCount = pfnGetAlertRecord(anTypes, apwszTexts, 0, anThresholds, anValues, FETCHED_AT_ONCE);
+    RaiseTo(exchange->nLongestFetchMs, static_cast<LONG>(GetTickCount64() - ullBegin));
     for (int i = 0; i < nCount; ++i)
     {
         const bool bKnown = anTypes[i] == 1 && anThresholds[i] >= 0 && anThresholds[i] <= WRITERS && anValues[i] >= 0 &&
@@ -105,7 +123,11 @@ struct Tally
     int nNever = 0;
     int nMoreOften = 0;
     int nStored = 0;
-    int nVictimsOut = 0; // alerts of victims that had written the whole line
+    int nVictimsOut = 0;     // alerts of victims that had written the whole line
+    int nAmongWriters = 0;   // victims killed while the writers were at work, and could not get on
+    int nFoundAbandoned = 0; // the mutexes of victims that were found by others
+    LONG nLongestStoreMs = 0;
+    LONG nLongestFetchMs = 0;
 };
 
 // The writers and the fetchers of one round.
@@ -126,8 +148,8 @@ public:
         }
     }
 
-    // Kills a process within its store. Returns whether the writers were at work then, and could not get on.
-    bool KillWithinStore(int nVictim)
+    // Kills a process within its store, with the mutex in hand.
+    void KillWithinStore(int nVictim, Tally& tally)
     {
         m_orders.nIndex = nVictim;
         ChildProcess victim = StartChild("child: stores an alert and is killed within it", m_orders);
@@ -136,8 +158,10 @@ public:
         const LONG nStored = m_exchange->nStored;
         Sleep(20);
         CHECK(m_exchange->nStored == nStored); // or the victim had no mutex
+        REQUIRE(victim.Runs());
+        CHECK(IsStoreTaken());
         victim.Kill();
-        return nStored > 0 && nStored < WRITERS * ALERTS;
+        tally.nAmongWriters += nStored > 0 && nStored < WRITERS * ALERTS ? 1 : 0;
     }
 
     void End()
@@ -163,6 +187,27 @@ public:
         }
     }
 
+    void Count(Tally& tally) const
+    {
+        CountTaken(tally);
+        tally.nStored += m_exchange->nStored;
+        tally.nFoundAbandoned += m_exchange->nFoundAbandoned;
+        tally.nLongestStoreMs = (std::max)(tally.nLongestStoreMs, LONG{m_exchange->nLongestStoreMs});
+        tally.nLongestFetchMs = (std::max)(tally.nLongestFetchMs, LONG{m_exchange->nLongestFetchMs});
+    }
+
+    const Exchange& Result() const { return *m_exchange.operator->(); }
+
+private:
+    static bool IsStoreTaken()
+    {
+        const UniqueHandle mutex(OpenMutexW(SYNCHRONIZE, FALSE, STORE_MUTEX_NAME));
+        REQUIRE(mutex);
+        const bool bTaken = WaitForSingleObject(mutex.Get(), 0) == WAIT_TIMEOUT;
+        ReleaseMutex(mutex.Get()); // fails without harm
+        return bTaken;
+    }
+
     void CountTaken(Tally& tally) const
     {
         for (int nWriter = 0; nWriter < WRITERS; ++nWriter)
@@ -179,9 +224,6 @@ public:
         tally.nVictimsOut += pnVictims[VICTIM_AFTER_WRITE];
     }
 
-    const Exchange& Result() const { return *m_exchange.operator->(); }
-
-private:
     static void CheckEnded(const ChildProcess& child)
     {
         REQUIRE(child.WaitForEnd(PATIENCE_MS));
@@ -201,8 +243,9 @@ private:
 TEST_CASE("child: stores alerts from four threads", "[.]")
 {
     const Orders orders = Orders::FromParent();
-    const ModuleInChild module(orders.modulePath);
     const SharedPage<Exchange> exchange(orders.Name(L"exchange"));
+    ModuleInChild module(orders.modulePath);
+    CountAbandoned(module.Imports(), exchange);
     RunThreads(THREADS, [&](int nThread) { StoreAll(exchange, orders.nIndex * THREADS + nThread); });
 }
 
@@ -214,6 +257,8 @@ TEST_CASE("child: fetches until nothing is left", "[.]")
     REQUIRE(hModule != nullptr);
     const auto pfnGetAlertRecord = ProcedureOf<decltype(::GetAlertRecord)*>(hModule, "GetAlertRecord");
     REQUIRE(pfnGetAlertRecord != nullptr);
+    ImportRedirector imports(hModule);
+    CountAbandoned(imports, exchange);
     for (bool bDone = false; !bDone;)
     {
         bDone = exchange->nWritersDone != 0; // read before the fetch that finds nothing
@@ -227,7 +272,9 @@ TEST_CASE("child: fetches until nothing is left", "[.]")
 TEST_CASE("child: stores an alert and is killed within it", "[.]")
 {
     const Orders orders = Orders::FromParent();
+    const SharedPage<Exchange> exchange(orders.Name(L"exchange"));
     ModuleInChild module(orders.modulePath);
+    CountAbandoned(module.Imports(), exchange); // of the victim before
     const UniqueHandle holding(OpenEventW(EVENT_MODIFY_STATE, FALSE, orders.Name(L"holding").c_str()));
     REQUIRE(holding);
     StoreUntilKilled(module.Imports(), orders.nIndex, holding.Get());
@@ -237,8 +284,6 @@ TEST_CASE("alerts of eight processes come out exactly once while two fetch and o
 {
     const int nRounds = IsLongForm() ? 10 : 1;
     Tally tally;
-    int nAbandoned = 0;
-    LONG nLongestCallMs = 0;
     for (int nRound = 0; nRound < nRounds; ++nRound)
     {
         CAPTURE(nRound);
@@ -248,34 +293,35 @@ TEST_CASE("alerts of eight processes come out exactly once while two fetch and o
         round.WaitForFirstAlerts();
         for (int nVictim = 0; nVictim < VICTIMS; ++nVictim)
         {
-            nAbandoned += round.KillWithinStore(nVictim) ? 1 : 0;
+            round.KillWithinStore(nVictim, tally);
         }
         round.End();
         const Exchange& result = round.Result();
         CHECK(result.nStored == WRITERS * ALERTS);
         CHECK(result.nRefused == 0);
         CHECK(result.nUnknown == 0);
-        tally.nStored += result.nStored;
-        round.CountTaken(tally);
+        CHECK(result.nFoundAbandoned == VICTIMS); // each died with the mutex, and somebody had it next
+        round.Count(tally);
         CHECK(tree.Alerts().empty());
         for (const LONG nFetches : result.anFetches)
         {
             CHECK(nFetches > 0); // while the writers were at work
         }
-        CHECK(result.nLongestCallMs < LONGEST_CALL_MS);
-        nLongestCallMs = (std::max)(nLongestCallMs, static_cast<LONG>(result.nLongestCallMs));
     }
-    CHECK(nAbandoned > 0);
+    CHECK(tally.nAmongWriters > 0);
+    CHECK(tally.nLongestStoreMs < LONGEST_CALL_MS);
+    CHECK(tally.nLongestFetchMs < LONGEST_CALL_MS);
     CHECK(tally.nOnce == nRounds * WRITERS * ALERTS);
     CHECK(tally.nNever == 0);
     CHECK(tally.nMoreOften == 0);
     PrintFigure("contention: " + std::to_string(tally.nStored) + " alerts of " + std::to_string(PROCESSES) +
                 " processes with " + std::to_string(THREADS) + " writers each, fetched by " + std::to_string(FETCHERS) +
                 " processes: " + std::to_string(tally.nOnce) + " once, " + std::to_string(tally.nNever) + " never, " +
-                std::to_string(tally.nMoreOften) + " more often; " + std::to_string(nAbandoned) +
-                " more processes killed within their stores meanwhile, " + std::to_string(tally.nVictimsOut) +
-                " of them with the line written, which came out; longest store " + std::to_string(nLongestCallMs) +
-                " ms");
+                std::to_string(tally.nMoreOften) + " more often; " + std::to_string(tally.nFoundAbandoned) +
+                " more processes killed within their stores, " + std::to_string(tally.nAmongWriters) +
+                " of them while the writers were at work, " + std::to_string(tally.nVictimsOut) +
+                " with the line written, which came out; longest store " + std::to_string(tally.nLongestStoreMs) +
+                " ms, longest fetch " + std::to_string(tally.nLongestFetchMs) + " ms");
 }
 
 } // namespace varnex::test
