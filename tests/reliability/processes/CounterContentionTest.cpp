@@ -29,6 +29,7 @@ struct Counts
 {
     volatile LONG anBegun[PROCESSES]; // between a save's begin and its end either value is right
     volatile LONG anSaved[PROCESSES];
+    volatile LONG nSaves;
     volatile LONG nReady;
     volatile LONG nReads;
     volatile LONG nRefusedReads; // with the status of a file in use: documented, and no count
@@ -47,6 +48,7 @@ void SaveOne(const SharedPage<Counts>& counts, int nProcess, int nSaves)
         if (nResult == 0)
         {
             InterlockedExchange(&counts->anSaved[nProcess], nSave);
+            InterlockedIncrement(&counts->nSaves);
         }
         else
         {
@@ -138,6 +140,7 @@ TEST_CASE("readers of the counts in four processes that save them never see a wr
     CAPTURE(counts->nWrongResult, counts->nRefusedSaveResult, counts->nRefusedReads);
     CHECK(counts->nWrong == 0);
     CHECK(counts->nRefusedSaves == 0);
+    CHECK(counts->nSaves == PROCESSES * SavesOfEach());
     // Every process reads all the time: a module that refused where it should wait would refuse most of them.
     CHECK(counts->nReads > PROCESSES * SavesOfEach());
     CHECK(counts->nRefusedReads * REFUSED_READS_ARE_FEWER_THAN_ONE_IN < counts->nReads);
@@ -148,10 +151,10 @@ TEST_CASE("readers of the counts in four processes that save them never see a wr
         CHECK(GetAlertNumFromLocal(TODAY, nCounter, &nCount) == 0);
         CHECK(nCount == SavesOfEach());
     }
-    PrintFigure("counters: " + std::to_string(PROCESSES * SavesOfEach()) + " saves of 4 processes, " +
-                std::to_string(counts->nReads) + " reads meanwhile, " + std::to_string(counts->nWrong) +
-                " wrong; refused with the status of a file in use: " + std::to_string(counts->nRefusedReads) +
-                " reads, " + std::to_string(counts->nRefusedSaves) + " saves");
+    PrintFigure("counters: " + std::to_string(counts->nSaves) + " saves of " + std::to_string(PROCESSES) +
+                " processes, " + std::to_string(counts->nReads) + " reads meanwhile, " +
+                std::to_string(counts->nWrong) + " wrong; refused with the status of a file in use: " +
+                std::to_string(counts->nRefusedReads) + " reads, " + std::to_string(counts->nRefusedSaves) + " saves");
 }
 
 } // namespace varnex::test

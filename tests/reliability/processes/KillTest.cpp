@@ -70,6 +70,7 @@ struct Tally
 {
     int nKills = 0;
     int nTornLines = 0;   // cut by the test, as a power failure leaves them
+    int nTornAlone = 0;   // of these, that the fetch dropped with no other
     int nInDoubt = 0;     // kills in the middle of a store
     int nInDoubtKept = 0; // of these the line was there
     int nLeftOver = 0;    // kills that left the configuration's temporary file
@@ -159,6 +160,7 @@ public:
             REQUIRE(records.back().Value == m_progress->nAlertBegun);
         }
         REQUIRE(m_tree.Alerts().empty());
+        m_tally.nTornAlone += static_cast<int>(m_nTorn);
         m_nTaken = m_progress->nAlertBegun;
         m_progress->nAlertStored = m_nTaken;
         m_nTorn = 0;
@@ -234,8 +236,8 @@ TEST_CASE("a process killed at any moment loses no alert that it stored and leav
                 std::to_string(tally.llLost) + " lost, " + std::to_string(tally.nBrokenConfigs) +
                 " broken configurations; " + std::to_string(tally.nInDoubt) + " kills within a store (" +
                 std::to_string(tally.nInDoubtKept) + " of these lines were whole), " +
-                std::to_string(tally.nTornLines) + " lines torn by the test and dropped alone, " +
-                std::to_string(tally.nLeftOver) + " temporary files left");
+                std::to_string(tally.nTornLines) + " lines torn by the test, " + std::to_string(tally.nTornAlone) +
+                " of them dropped alone, " + std::to_string(tally.nLeftOver) + " temporary files left");
 }
 
 } // namespace varnex::test

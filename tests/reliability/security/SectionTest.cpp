@@ -133,6 +133,16 @@ Numbers NumbersUsed(const LogFile& log)
                           "nMinSampleNum\\((-?[0-9]+)\\)");
 }
 
+std::size_t CountSame(const Numbers& used, const Numbers& read)
+{
+    std::size_t nSame = 0;
+    for (std::size_t i = 0; i < (std::min)(used.size(), read.size()); ++i)
+    {
+        nSame += used[i] == read[i] ? 1 : 0;
+    }
+    return nSame;
+}
+
 // Everything of the section as the hostile process sees it.
 class OpenSection
 {
@@ -150,6 +160,14 @@ private:
     UniqueHandle m_section;
     UniqueView m_view;
 };
+
+bool EndsWithRoot(std::wstring text)
+{
+    constexpr wchar_t LAST_TAG[] = L"</ServerPKIInformation>";
+    text.erase(text.find_last_not_of(L"\r\n") + 1);
+    return text.size() >= std::size(LAST_TAG) - 1 &&
+           text.compare(text.size() - (std::size(LAST_TAG) - 1), std::wstring::npos, LAST_TAG) == 0;
+}
 
 // The host's life beside a section that it refuses, and a request that stands meanwhile.
 void CheckRefused(HostUnderAttack& host, const ForeignSection& foreign)
@@ -285,11 +303,13 @@ TEST_CASE("a section that another process never stops writing to is answered, an
     CHECK_THAT(Utf8FromWide(host.AskForReport()), Catch::Contains("<MemoryUtil")); // the next honest one
     host.End();
     const Numbers used = NumbersUsed(host.Log());
-    CHECK(used == NumbersRead(host.Log()));
+    const Numbers read = NumbersRead(host.Log());
+    CHECK(used == read);
     CHECK(std::set(used.begin(), used.end()).size() > 5); // or the storm did not meet the readings
     PrintFigure("hostile section: " + std::to_string(nReports) +
-                " reports while another process writes to it without a pause: all answered, each by the numbers it was "
-                "read with");
+                " reports asked for while another process writes to it without a pause: " + std::to_string(nAnswered) +
+                " answered; with the honest ones before and after them " + std::to_string(used.size()) +
+                " numbers used, " + std::to_string(CountSame(used, read)) + " of them as they were read");
 }
 
 // The module's view ends where its memory ends: 32,768 bytes are half of what addresses are given out by.
@@ -306,6 +326,9 @@ TEST_CASE("a section of any content is answered by a whole report within it, in 
     const UniqueHandle begin(OpenEventW(EVENT_ALL_ACCESS, FALSE, BEGIN_NAME));
     const UniqueHandle finish(OpenEventW(EVENT_ALL_ACCESS, FALSE, FINISH_NAME));
     const std::size_t nKilobytes = host.PrivateKilobytes();
+    int nWhole = 0; // from the first tag to the last one
+    int nParsed = 0;
+    int nRestKept = 0; // the request and all behind the answer
     FuzzRun run(15);
     while (run.Next())
     {
@@ -329,21 +352,26 @@ TEST_CASE("a section of any content is answered by a whole report within it, in 
         REQUIRE(cchText <= MAX_TEXT);
         const std::wstring text(reinterpret_cast<const wchar_t*>(section.Bytes() + TEXT_OFFSET), cchText);
         REQUIRE(text.rfind(L"<ServerPKIInformation", 0) == 0);
+        REQUIRE(EndsWithRoot(text));
+        ++nWhole;
         const std::size_t cbAnswer = TEXT_OFFSET + cchText * sizeof(wchar_t);
         REQUIRE(std::memcmp(section.Bytes(), content.data(), 8) == 0);
         REQUIRE(std::memcmp(section.Bytes() + cbAnswer, content.data() + cbAnswer, SECTION_BYTES - cbAnswer) == 0);
+        ++nRestKept;
         if (run.Cases() % 50 == 1)
         {
             CHECK(XmlReader::FromText(text).Count(L"ServerPKIInformation") == 1);
+            ++nParsed;
         }
     }
     CHECK(run.Cases() > 50);
     const std::size_t nMore = (std::max)(host.PrivateKilobytes(), nKilobytes) - nKilobytes;
     CHECK(nMore < MORE_KILOBYTES + KILOBYTES_OF_A_REPORT * run.Cases());
     host.End();
-    PrintFigure("hostile sections: " + std::to_string(run.Cases()) +
-                " contents, each answered by a whole report and nothing else written; " + std::to_string(nMore) +
-                " KiB of memory more at the end");
+    PrintFigure("hostile sections: " + std::to_string(run.Cases()) + " contents, " + std::to_string(nWhole) +
+                " answered by a report from its first tag to its last, " + std::to_string(nParsed) +
+                " of these parsed; " + std::to_string(nRestKept) + " times all other bytes were kept; " +
+                std::to_string(nMore) + " KiB of memory more at the end");
 }
 
 } // namespace varnex::test

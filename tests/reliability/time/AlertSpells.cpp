@@ -72,8 +72,9 @@ std::vector<std::string> DatesOf(const std::vector<AlertSpell>& spells)
     return dates;
 }
 
-void CheckEachKindHas(const std::vector<AlertSpell>& spells, int nAlerts)
+int CheckEachKindHas(const std::vector<AlertSpell>& spells, int nAlerts)
 {
+    int nKinds = 0;
     for (const AlertSpell& spell : spells)
     {
         CAPTURE(spell.date);
@@ -82,8 +83,10 @@ void CheckEachKindHas(const std::vector<AlertSpell>& spells, int nAlerts)
         {
             CAPTURE(kind.first, kind.second);
             CHECK(nCount == nAlerts);
+            nKinds += nCount == nAlerts ? 1 : 0;
         }
     }
+    return nKinds;
 }
 
 void CheckStored(const TimedMachine& machine, const std::wstring& date, int nCount)

@@ -24,8 +24,9 @@ struct AlertSpell
 // In file order. Fails the test at a line that has not its form, or whose local time is not that of its moment.
 std::vector<AlertSpell> ReadSpells(const TimedMachine& machine, const TIME_ZONE_INFORMATION& zone = Utc());
 std::vector<std::string> DatesOf(const std::vector<AlertSpell>& spells);
-// Fails the test unless each spell has exactly that many alerts of each of the five kinds.
-void CheckEachKindHas(const std::vector<AlertSpell>& spells, int nAlerts);
+// Fails the test unless each spell has exactly that many alerts of each of the five kinds. The number of kinds, of all
+// spells, that have it.
+int CheckEachKindHas(const std::vector<AlertSpell>& spells, int nAlerts);
 
 // Fails the test unless the configuration holds this date and this count of each kind.
 void CheckStored(const TimedMachine& machine, const std::wstring& date, int nCount);

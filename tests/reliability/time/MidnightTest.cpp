@@ -60,12 +60,13 @@ TEST_CASE("midnight in a storm of alerts begins the counts anew, once, and each 
 
     const std::vector<AlertSpell> spells = ReadSpells(machine);
     CHECK(spells.size() >= nNights + 1);
-    CheckEachKindHas(spells, MAX_ALERTS);
+    const int nKinds = CheckEachKindHas(spells, MAX_ALERTS);
     CHECK(CountResets(machine) == spells.size());
     CheckFiles(machine);
     PrintFigure("time: " + std::to_string(nNights) + " midnights in a storm of alerts: counts begun anew " +
-                std::to_string(CountResets(machine)) + " times for " + std::to_string(spells.size()) +
-                " dates, each with " + std::to_string(MAX_ALERTS) + " alerts of each of five kinds");
+                std::to_string(CountResets(machine)) + " times for " + std::to_string(spells.size()) + " dates, " +
+                std::to_string(nKinds) + " kinds of alerts of these dates with " + std::to_string(MAX_ALERTS) +
+                " each");
 }
 
 TEST_CASE("the counts of the new date stand in the configuration before midnight is half a minute old")
