@@ -54,9 +54,7 @@ struct HostUnderAttack::Talk
     volatile LONG nOrder;
     volatile LONG nResult;
     volatile LONG nLongestWaitMs;
-    volatile LONG anWaits[4]; // of 5, 15, 60 and 90 seconds
-    volatile LONG anTimedOut[4];
-    volatile LONG anAbandoned[4]; // that got a mutex whose owner had died
+    Waits aWaits[4]; // of 5, 15, 60 and 90 seconds
     volatile LONG nLinesOfLoad;
     FetchedAlert aFetched[HostUnderAttack::FETCHED_AT_ONCE + 1];
 };
@@ -135,19 +133,19 @@ public:
 private:
     DWORD Wait(HANDLE hObject, DWORD dwMilliseconds)
     {
+        const std::size_t nLength = CountedWait(dwMilliseconds);
+        Waits uncounted{};
+        Waits& waits = nLength < COUNTED_WAITS_MS.size() ? m_talk->aWaits[nLength] : uncounted;
+        InterlockedIncrement(&waits.nBegun);
         if (dwMilliseconds != INFINITE)
         {
             RaiseTo(m_talk->nLongestWaitMs, static_cast<LONG>(dwMilliseconds));
         }
         const bool bShorten = dwMilliseconds != INFINITE && dwMilliseconds >= LONG_WAIT_MS;
         const DWORD dwResult = WaitForSingleObject(hObject, bShorten ? dwMilliseconds / 100 : dwMilliseconds);
-        const std::size_t nWait = CountedWait(dwMilliseconds);
-        if (nWait < COUNTED_WAITS_MS.size())
-        {
-            InterlockedIncrement(&m_talk->anWaits[nWait]);
-            InterlockedExchangeAdd(&m_talk->anTimedOut[nWait], dwResult == WAIT_TIMEOUT ? 1 : 0);
-            InterlockedExchangeAdd(&m_talk->anAbandoned[nWait], dwResult == WAIT_ABANDONED ? 1 : 0);
-        }
+        InterlockedExchangeAdd(&waits.nGot, dwResult == WAIT_OBJECT_0 ? 1 : 0);
+        InterlockedExchangeAdd(&waits.nTimedOut, dwResult == WAIT_TIMEOUT ? 1 : 0);
+        InterlockedExchangeAdd(&waits.nAbandoned, dwResult == WAIT_ABANDONED ? 1 : 0);
         return dwResult;
     }
 
@@ -417,23 +415,14 @@ DWORD HostUnderAttack::LongestWaitMs() const
 
 LONG HostUnderAttack::WaitsOf(DWORD dwMilliseconds) const
 {
-    const std::size_t nWait = CountedWait(dwMilliseconds);
-    REQUIRE(nWait < COUNTED_WAITS_MS.size());
-    return (*m_talk)->anWaits[nWait];
+    return ResultsOf(dwMilliseconds).nBegun;
 }
 
-LONG HostUnderAttack::TimeOutsOf(DWORD dwMilliseconds) const
+const Waits& HostUnderAttack::ResultsOf(DWORD dwMilliseconds) const
 {
-    const std::size_t nWait = CountedWait(dwMilliseconds);
-    REQUIRE(nWait < COUNTED_WAITS_MS.size());
-    return (*m_talk)->anTimedOut[nWait];
-}
-
-LONG HostUnderAttack::AbandonedOf(DWORD dwMilliseconds) const
-{
-    const std::size_t nWait = CountedWait(dwMilliseconds);
-    REQUIRE(nWait < COUNTED_WAITS_MS.size());
-    return (*m_talk)->anAbandoned[nWait];
+    const std::size_t nLength = CountedWait(dwMilliseconds);
+    REQUIRE(nLength < COUNTED_WAITS_MS.size());
+    return (*m_talk)->aWaits[nLength];
 }
 
 std::size_t HostUnderAttack::LinesOfLoad() const

@@ -30,6 +30,15 @@ struct FetchedAlert
     wchar_t wszText[TEXT_CHARS];
 };
 
+// The module's waits of one length, and what came of them.
+struct Waits
+{
+    volatile LONG nBegun;
+    volatile LONG nGot;
+    volatile LONG nTimedOut;
+    volatile LONG nAbandoned; // got a mutex whose owner had died
+};
+
 // A host process with the shipped DLL under the module's own names, while the test plays the hostile process:
 //
 //     HostUnderAttack host;
@@ -71,9 +80,7 @@ public:
     // The longest time-out of the module's waits so far, and how often it was asked for, as the module asked.
     DWORD LongestWaitMs() const;
     LONG WaitsOf(DWORD dwMilliseconds) const;
-    // How many of these came to nothing, and how many got a mutex whose owner had died.
-    LONG TimeOutsOf(DWORD dwMilliseconds) const;
-    LONG AbandonedOf(DWORD dwMilliseconds) const;
+    const Waits& ResultsOf(DWORD dwMilliseconds) const;
     // How many lines the log had before waits were counted.
     std::size_t LinesOfLoad() const;
 

@@ -118,15 +118,15 @@ TEST_CASE("a process that dies with the log's mutex costs lines and time, and no
     host.StartReports(); // the host's thread has a line for the log here, and the report thread below: only one has it
     CHECK_THAT(Utf8FromWide(host.AskForReport()), Catch::Contains("<MemoryUtil"));
     host.End();
-    const LONG nAbandoned = host.AbandonedOf(LOG_WAIT_MS);
-    const LONG nTimeOuts = host.TimeOutsOf(LOG_WAIT_MS);
-    CHECK(nAbandoned > 0);
-    CHECK(nTimeOuts > 0);
-    const LONG nWritten = host.WaitsOf(LOG_WAIT_MS) - nAbandoned - nTimeOuts;
-    CHECK(host.Log().Lines().size() == host.LinesOfLoad() + static_cast<std::size_t>(nWritten));
-    PrintFigure("hostile process: one dies with the log's mutex: " + std::to_string(nAbandoned + nTimeOuts) +
-                " lines lost, " + std::to_string(nTimeOuts) + " of them after five seconds, " +
-                std::to_string(nWritten) + " written");
+    const Waits& waits = host.ResultsOf(LOG_WAIT_MS);
+    const LONG nTimedOut = waits.nTimedOut;
+    const LONG nLost = waits.nAbandoned + nTimedOut;
+    CHECK(waits.nAbandoned > 0);
+    CHECK(nTimedOut > 0);
+    const std::size_t nWritten = host.Log().Lines().size() - host.LinesOfLoad();
+    CHECK(nWritten == static_cast<std::size_t>(waits.nGot));
+    PrintFigure("hostile process: one dies with the log's mutex: " + std::to_string(nLost) + " lines lost, " +
+                std::to_string(nTimedOut) + " of them after five seconds, " + std::to_string(nWritten) + " written");
 }
 
 } // namespace varnex::test
