@@ -80,7 +80,7 @@ TEST_CASE("the counts' mutex held for good delays each count by a minute and a h
     CHECK(host.tree.ConfigNode(L"KPMConfiguration/PkiAlertNum/PH") == L"0");
 }
 
-TEST_CASE("the log's mutex held costs each line and five seconds, and no work; afterwards lines come again")
+TEST_CASE("the log's mutex held costs each line and five seconds, and no work, and afterwards lines come again")
 {
     std::vector<UniqueHandle> held;
     for (const std::wstring& name : LogMutexNames(10))
