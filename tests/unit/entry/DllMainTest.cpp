@@ -283,7 +283,7 @@ TEST_CASE("an alert store without its mutex is logged and does not fail the load
     CHECK(entry.Steps() == Steps{"uninit", "lock", "lock", "lock", "lock"});
 }
 
-TEST_CASE("a detach leaves COM, deletes the history locks and closes the mutex; a second one has nothing to do")
+TEST_CASE("a detach leaves COM, deletes the history locks and closes the mutex, and a second one has nothing to do")
 {
     const ModuleTree tree;
     Entry entry(tree.ModulePath());
