@@ -18,24 +18,6 @@ namespace
 {
 
 constexpr int INTERVAL = static_cast<int>(CpuMonitor::SECONDS);
-
-// Another program has one of the module's mutexes, under the name to which PrivateMutexes leads the module.
-class HeldMutex
-{
-public:
-    explicit HeldMutex(const wchar_t* pwszName)
-        : m_mutex(CreateMutexW(nullptr, FALSE, (pwszName + (L"-" + std::to_wstring(GetCurrentProcessId()))).c_str()))
-    {
-        REQUIRE(m_mutex);
-        REQUIRE(WaitForSingleObject(m_mutex.Get(), 0) == WAIT_OBJECT_0);
-        m_hold.Reset(m_mutex.Get());
-    }
-
-private:
-    UniqueHandle m_mutex;
-    MutexHold m_hold;
-};
-
 constexpr char EXISTS[] = "1 StartWorkingThread -- CPU Monitor thread has exist. exist...";
 
 } // namespace

@@ -1,6 +1,8 @@
 #include "support/PrivateMutexes.h"
 
-#include <string>
+#include "support/ScriptScope.h"
+
+#include <catch2/catch.hpp>
 
 namespace varnex::test
 {
@@ -31,6 +33,15 @@ PrivateMutexes::PrivateMutexes(ImportRedirector& redirector) : m_imports(redirec
     m_imports.TryReplace<decltype(::OpenMutexW)>(
         "OpenMutexW", [](DWORD dwAccess, BOOL bInherit, LPCWSTR pwszName)
         { return OpenMutexW(dwAccess, bInherit, PrivateName(pwszName).c_str()); });
+}
+
+HeldMutex::HeldMutex(const std::wstring& name)
+{
+    const UnscriptedScope unscripted;
+    m_mutex.Reset(CreateMutexW(nullptr, FALSE, PrivateName(name.c_str()).c_str()));
+    REQUIRE(m_mutex);
+    REQUIRE(WaitForSingleObject(m_mutex.Get(), 0) == WAIT_OBJECT_0);
+    m_hold.Reset(m_mutex.Get());
 }
 
 } // namespace varnex::test

@@ -1,6 +1,9 @@
 #pragma once
 
+#include "common/Handles.h"
 #include "support/ImportRedirector.h"
+
+#include <string>
 
 namespace varnex::test
 {
@@ -19,6 +22,18 @@ public:
 
 private:
     RestoredImports m_imports;
+};
+
+// Somebody else has the mutex of that name of the module's, as PrivateMutexes leads to it, until it is let go.
+class HeldMutex
+{
+public:
+    explicit HeldMutex(const std::wstring& name);
+    void LetGo() noexcept { m_hold.Reset(); }
+
+private:
+    UniqueHandle m_mutex;
+    MutexHold m_hold;
 };
 
 } // namespace varnex::test

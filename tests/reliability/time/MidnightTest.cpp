@@ -1,9 +1,9 @@
 #include "AlertSpells.h"
 
-#include "common/Handles.h"
 #include "reliability/LongForm.h"
 
 #include "support/LogFile.h"
+#include "support/PrivateMutexes.h"
 
 #include <varnex/Varnex.h>
 
@@ -17,31 +17,11 @@ namespace
 
 constexpr int MAX_ALERTS = 2;
 
+constexpr wchar_t COUNTS_MUTEX_NAME[] = L"Global\\{49BCAD94-02E7-4d1d-9CDA-5A7246CDD559}";
 constexpr wchar_t DATE[] = L"KPMConfiguration/PkiAlertNum/Date";
 constexpr wchar_t CPU_COUNT[] = L"KPMConfiguration/PkiAlertNum/CPU";
 
 using Dates = std::vector<std::string>;
-
-// Somebody else has the mutex of the counts, from here until it is let go.
-class HeldCounts
-{
-public:
-    // Under the name to which PrivateMutexes leads the module.
-    HeldCounts()
-        : m_mutex(CreateMutexW(
-              nullptr, FALSE,
-              (L"Global\\{49BCAD94-02E7-4d1d-9CDA-5A7246CDD559}-" + std::to_wstring(GetCurrentProcessId())).c_str()))
-    {
-        REQUIRE(m_mutex);
-        REQUIRE(WaitForSingleObject(m_mutex.Get(), 0) == WAIT_OBJECT_0);
-        m_hold.Reset(m_mutex.Get());
-    }
-    void LetGo() { m_hold.Reset(); }
-
-private:
-    UniqueHandle m_mutex;
-    MutexHold m_hold;
-};
 
 } // namespace
 
@@ -91,7 +71,7 @@ TEST_CASE("saves that wait over midnight count for the date of their alerts, and
     }
     TimedMachine machine(config);
     machine.zone.SetUtc(LocalTime{2026, 5, 1, 23, 59, 54});
-    HeldCounts held;
+    HeldMutex held(COUNTS_MUTEX_NAME);
     machine.StartMonitors();
     machine.Storm(8);
     REQUIRE(machine.clock.Now().wDay == 2);
@@ -119,7 +99,7 @@ TEST_CASE("a save that gives up behind midnight leaves the day before uncounted,
     machine.Storm(8);
     CHECK(machine.tree.ConfigNode(CPU_COUNT) == L"1");
 
-    HeldCounts held;
+    HeldMutex held(COUNTS_MUTEX_NAME);
     machine.SetLoad(true);
     machine.clock.Advance(92);
     CHECK(LogFile(machine.tree).CountContaining("Failed to get KPMcfg.xml control") == 1);
