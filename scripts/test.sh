@@ -59,7 +59,7 @@ if [ $# -gt 0 ]; then
 fi
 
 # Everything: in three lanes with a prefix each, which are three machines to the module.
-lanes=('^reliability_' '^(tools|docs|package|bench)')
+lanes=('^reliability_[^k]' '^(reliability_k|tools|docs|package|bench)')
 logs=("build/$preset-lane-1.log") runs=()
 for lane in "${lanes[@]}"; do
   log="build/$preset-lane-$((${#logs[@]} + 1)).log"
