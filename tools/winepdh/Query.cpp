@@ -115,7 +115,7 @@ QueryCounters* CQueryTable::FindQuery(HANDLE hQuery)
     return found == m_queries.end() ? nullptr : &found->second;
 }
 
-HANDLE CQueryTable::AddCounter(QueryCounters& query, CCounter counter)
+HANDLE CQueryTable::AddCounter(QueryCounters& query, CCounter&& counter)
 {
     const HANDLE hCounter = NextHandle();
     query.try_emplace(hCounter, std::move(counter));

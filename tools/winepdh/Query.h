@@ -49,7 +49,7 @@ public:
     // Null when no such query is open.
     QueryCounters* FindQuery(HANDLE hQuery);
 
-    HANDLE AddCounter(QueryCounters& query, CCounter counter);
+    HANDLE AddCounter(QueryCounters& query, CCounter&& counter);
     bool RemoveCounter(HANDLE hCounter);
     // Null when no open query has it.
     CCounter* FindCounter(HANDLE hCounter);
