@@ -17,7 +17,6 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
-#include <deque>
 
 namespace varnex::test
 {
@@ -58,28 +57,6 @@ std::string AlertFile(FuzzRun& run)
                    run);
 }
 
-// A caller's arrays and text buffers, each just large enough.
-struct Arrays
-{
-    Arrays(int nEntries, unsigned cchText)
-        : types(sizeof(int) * static_cast<std::size_t>(nEntries)),
-          texts(sizeof(wchar_t*) * static_cast<std::size_t>(nEntries)),
-          thresholds(sizeof(int) * static_cast<std::size_t>(nEntries)),
-          values(sizeof(int) * static_cast<std::size_t>(nEntries))
-    {
-        for (int i = 0; i < nEntries; ++i)
-        {
-            texts.As<wchar_t*>()[i] = buffers.emplace_back(sizeof(wchar_t) * cchText).As<wchar_t>();
-        }
-    }
-
-    GuardedBytes types;
-    GuardedBytes texts;
-    GuardedBytes thresholds;
-    GuardedBytes values;
-    std::deque<GuardedBytes> buffers;
-};
-
 std::wstring HostName()
 {
     wchar_t wszHost[260];
@@ -104,7 +81,7 @@ std::wstring TextOf(const AlertText& alert, unsigned cchText)
 }
 
 // Every record that was fetched is the one that a second reading has in its place.
-void CheckFetched(const Arrays& arrays, unsigned cchText, const std::vector<AlertText>& expected)
+void CheckFetched(const GuardedArrays& arrays, unsigned cchText, const std::vector<AlertText>& expected)
 {
     for (std::size_t i = 0; i < expected.size(); ++i)
     {
@@ -156,7 +133,7 @@ TEST_CASE("of any alert file each alert is fetched, within the caller's arrays a
         const int nLimit = LIMITS[run.Upto(5)];
         const unsigned cchText = TEXT_SIZES[run.Upto(4)];
         const int nEntries = nLimit < ROOM ? nLimit + 1 : ROOM;
-        const Arrays arrays(nEntries, cchText);
+        const GuardedArrays arrays(nEntries, cchText);
         const AlertsRead expected = ReadAlertTexts(file, NOW, nLimit + 1LL);
         REQUIRE(expected.alerts.size() <= ROOM);
         tree.WriteAlerts(file);

@@ -39,6 +39,18 @@ GuardedBytes::~GuardedBytes()
     VirtualFree(m_pRegion, 0, MEM_RELEASE);
 }
 
+GuardedArrays::GuardedArrays(int nEntries, unsigned cchText)
+    : types(sizeof(int) * static_cast<std::size_t>(nEntries)),
+      texts(sizeof(wchar_t*) * static_cast<std::size_t>(nEntries)),
+      thresholds(sizeof(int) * static_cast<std::size_t>(nEntries)),
+      values(sizeof(int) * static_cast<std::size_t>(nEntries))
+{
+    for (int i = 0; i < nEntries; ++i)
+    {
+        texts.As<wchar_t*>()[i] = buffers.emplace_back(sizeof(wchar_t) * cchText).As<wchar_t>();
+    }
+}
+
 FuzzRun::FuzzRun(unsigned nShareOfSixty)
     : m_ullEnd(GetTickCount64() + nShareOfSixty * (IsLongForm() ? 10'000ULL : 1'000ULL))
 {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <random>
 #include <string>
 #include <vector>
@@ -29,6 +30,18 @@ public:
 private:
     void* m_pRegion;
     void* m_pBytes;
+};
+
+// A caller's arrays and text buffers for a fetch, each just large enough.
+struct GuardedArrays
+{
+    GuardedArrays(int nEntries, unsigned cchText);
+
+    GuardedBytes types;
+    GuardedBytes texts;
+    GuardedBytes thresholds;
+    GuardedBytes values;
+    std::deque<GuardedBytes> buffers;
 };
 
 // Runs cases with numbers of their own until the time is over: a share of a minute, or of ten in the long form. The

@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <array>
-#include <deque>
 #include <memory>
 
 namespace varnex::test
@@ -71,33 +70,12 @@ std::size_t CountedWait(DWORD dwMilliseconds)
                                     COUNTED_WAITS_MS.begin());
 }
 
-// A caller's arrays and text buffers, each just large enough for what a fetch of so many may give.
-struct GuardedArrays
+FetchedAlert AlertIn(const GuardedArrays& arrays, int i)
 {
-    GuardedArrays()
-        : types(ENTRIES * sizeof(int)), thresholds(ENTRIES * sizeof(int)), values(ENTRIES * sizeof(int)),
-          texts(ENTRIES * sizeof(wchar_t*))
-    {
-        for (std::size_t i = 0; i < ENTRIES; ++i)
-        {
-            texts.As<wchar_t*>()[i] = buffers.emplace_back(FetchedAlert::TEXT_CHARS * sizeof(wchar_t)).As<wchar_t>();
-        }
-    }
-
-    FetchedAlert At(int i) const
-    {
-        FetchedAlert alert{types.As<int>()[i], thresholds.As<int>()[i], values.As<int>()[i], L""};
-        std::copy_n(texts.As<wchar_t*>()[i], FetchedAlert::TEXT_CHARS, alert.wszText);
-        return alert;
-    }
-
-    static constexpr std::size_t ENTRIES = HostUnderAttack::FETCHED_AT_ONCE + 1; // one more than asked for
-    GuardedBytes types;
-    GuardedBytes thresholds;
-    GuardedBytes values;
-    GuardedBytes texts;
-    std::deque<GuardedBytes> buffers;
-};
+    FetchedAlert alert{arrays.types.As<int>()[i], arrays.thresholds.As<int>()[i], arrays.values.As<int>()[i], L""};
+    std::copy_n(arrays.texts.As<wchar_t*>()[i], FetchedAlert::TEXT_CHARS, alert.wszText);
+    return alert;
+}
 
 // The child's end of the talk, with the module.
 class Host
@@ -177,14 +155,14 @@ private:
     {
         if (!m_arrays)
         {
-            m_arrays = std::make_unique<GuardedArrays>();
+            m_arrays = std::make_unique<GuardedArrays>(HostUnderAttack::FETCHED_AT_ONCE + 1, FetchedAlert::TEXT_CHARS);
         }
         const int nCount = Export<decltype(::GetAlertRecord)>("GetAlertRecord")(
             m_arrays->types.As<int>(), m_arrays->texts.As<wchar_t*>(), FetchedAlert::TEXT_CHARS,
             m_arrays->thresholds.As<int>(), m_arrays->values.As<int>(), HostUnderAttack::FETCHED_AT_ONCE);
         for (int i = 0; i < nCount; ++i)
         {
-            m_talk->aFetched[i] = m_arrays->At(i);
+            m_talk->aFetched[i] = AlertIn(*m_arrays, i);
         }
         return nCount;
     }
