@@ -9,9 +9,6 @@
 namespace varnex::test
 {
 
-namespace
-{
-
 bool IsForEveryone(const SECURITY_ATTRIBUTES* pSecurity)
 {
     BOOL bPresent = FALSE;
@@ -21,8 +18,6 @@ bool IsForEveryone(const SECURITY_ATTRIBUTES* pSecurity)
            GetSecurityDescriptorDacl(pSecurity->lpSecurityDescriptor, &bPresent, &pList, &bDefaulted) && bPresent &&
            pList == nullptr;
 }
-
-} // namespace
 
 std::wstring PrivateName(const std::wstring& name, const std::wstring& key)
 {

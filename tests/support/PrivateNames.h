@@ -10,6 +10,9 @@
 namespace varnex::test
 {
 
+// Whether an object made with these attributes is open to every account, and its handle not inherited.
+bool IsForEveryone(const SECURITY_ATTRIBUTES* pSecurity);
+
 // A name that only this process and its children know: tests that run side by side would meet in the module's own.
 std::wstring PrivateName(const std::wstring& name, const std::wstring& key);
 // A key that no other test of this machine has right now.

@@ -7,6 +7,7 @@
 #include "support/LogMatchers.h"
 #include "support/ModulePathScript.h"
 #include "support/ModuleTree.h"
+#include "support/PrivateNames.h"
 
 #include <catch2/catch.hpp>
 
@@ -105,7 +106,7 @@ private:
                     m_steps.emplace_back("mutex");
                     ++m_nMutexes;
                     m_hMutex = hMutex;
-                    m_bForEveryone = !bInitialOwner && HasNullAccessList(pSecurity);
+                    m_bForEveryone = !bInitialOwner && IsForEveryone(pSecurity);
                 }
                 return hMutex;
             });
@@ -128,16 +129,6 @@ private:
                                                                     m_steps.emplace_back("lock");
                                                                     DeleteCriticalSection(pSection);
                                                                 });
-    }
-
-    static bool HasNullAccessList(LPSECURITY_ATTRIBUTES pSecurity)
-    {
-        BOOL bPresent = FALSE;
-        BOOL bDefaulted = TRUE;
-        PACL pList = nullptr;
-        return pSecurity != nullptr && !pSecurity->bInheritHandle &&
-               GetSecurityDescriptorDacl(pSecurity->lpSecurityDescriptor, &bPresent, &pList, &bDefaulted) && bPresent &&
-               pList == nullptr;
     }
 
     ImportRedirector m_redirector;
