@@ -106,6 +106,8 @@ private:
     void CheckFiles() const;
     bool CounterWasRefused() const;
     void CheckHoldings() const;
+
+    const int m_nLogLevel;
 };
 
 } // namespace varnex::test
