@@ -1,5 +1,6 @@
-# Header-only libraries of the tests and tools, from the distribution's packages. Each is linked into the build
-# tree by itself: the system include folder on the cross compiler's path would bring the host's C headers.
+# Header-only libraries of the tools and tests, from the distribution's packages. Each is linked into the build
+# tree by itself: the system include folder on the cross compiler's path would bring the host's C headers. The test
+# framework is the exception: it lies in third_party/, so that every system has the same version.
 set(VARNEX_THIRD_PARTY_DIR "${CMAKE_BINARY_DIR}/third_party")
 
 function(varnex_link_header_tree name)
@@ -17,9 +18,6 @@ if(NOT MSVC)
   if(VARNEX_BUILD_TESTS OR VARNEX_BUILD_TOOLS)
     varnex_link_header_tree(rapidxml)
   endif()
-  if(VARNEX_BUILD_TESTS)
-    varnex_link_header_tree(catch2)
-  endif()
   if(VARNEX_BUILD_TOOLS)
     varnex_link_header_tree(CLI)
     varnex_link_header_tree(nlohmann)
@@ -27,4 +25,5 @@ if(NOT MSVC)
 endif()
 
 add_library(varnex_third_party INTERFACE)
-target_include_directories(varnex_third_party SYSTEM INTERFACE "${VARNEX_THIRD_PARTY_DIR}")
+target_include_directories(varnex_third_party SYSTEM INTERFACE "${VARNEX_THIRD_PARTY_DIR}"
+                                                               "${PROJECT_SOURCE_DIR}/third_party")

@@ -113,7 +113,8 @@ def check_cpp():
         for number, text in blocks(page, "cpp"):
             directory = work_directory("cpp")
             (directory / "block.cpp").write_text("\n".join(prelude) + "\n" + text)
-            includes = [f"-I{SOURCE}/{d}" for d in ("src", "include", "tests")] + [f"-I{BUILD}/third_party"]
+            includes = [f"-I{SOURCE}/{d}" for d in ("src", "include", "tests", "third_party")]
+            includes.append(f"-I{BUILD}/third_party")
             result = run(CXX + includes + ["block.cpp"], directory)
             if result.returncode != 0:
                 fail(page, f"line {number} does not compile:\n{result.stdout[-3000:]}")
@@ -176,6 +177,8 @@ def unknown_arguments(script, arguments):
         arguments = arguments[arguments[:1] == ["--keep"]:]
         seconds = [a for a in arguments[:1] if not re.fullmatch("[1-9][0-9]*", a)]
         return seconds + [a for a in arguments[1:] if a not in words_of(script, r"^known=\((.*)\)$")]
+    if script == "scripts/fresh.sh":
+        return [a for a in arguments[:1] if a not in words_of(script, r"^  ([a-z |]+)\) shift")]
     if script == "scripts/build.sh":
         presets = re.findall(r'"name": "(\w+)"', (SOURCE / "CMakePresets.json").read_text())
         return [a for a in arguments[:1] if a not in presets] + arguments[1:]
