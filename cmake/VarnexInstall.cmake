@@ -44,7 +44,7 @@ install(FILES
   DESTINATION lib/cmake/Varnex)
 
 if(MINGW)
-  find_program(VARNEX_LLVM_DLLTOOL NAMES llvm-dlltool llvm-dlltool-14)
+  find_program(VARNEX_LLVM_DLLTOOL NAMES llvm-dlltool llvm-dlltool-14 llvm-dlltool-19)
   install(CODE "
     set(VARNEX_OBJCOPY [[${CMAKE_OBJCOPY}]])
     set(VARNEX_STRIP [[${CMAKE_STRIP}]])

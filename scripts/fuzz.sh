@@ -3,7 +3,7 @@
 # prints a figure for each. An input that breaks one stays in build/fuzz.
 # usage: scripts/fuzz.sh [--keep] [SECONDS [TARGET...]]     (60 seconds each; targets: alert_lines bounded_text averages)
 # --keep goes on from the inputs that an earlier run has found; without it each run begins with the one below.
-# Needs clang and its run-time library (packages clang-14, libclang-rt-14-dev).
+# Needs clang and its run-time library (packages clang-N and libclang-rt-N-dev of the same version).
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -25,7 +25,7 @@ for target in "${targets[@]}"; do
   fi
 done
 
-compiler=$(command -v clang++-14 || command -v clang++) || { echo "fuzz: clang is not installed" >&2; exit 1; }
+compiler=$(command -v clang++-14 || command -v clang++-19 || command -v clang++) || { echo "fuzz: clang is not installed" >&2; exit 1; }
 flags=(-std=c++17 -g -O1 -Wall -Wextra -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=all
        -Itests/fuzz/native -Itests/fuzz -Isrc -Iinclude -include tests/fuzz/native/windows.h)
 mkdir -p build/fuzz

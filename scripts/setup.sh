@@ -1,11 +1,16 @@
 #!/usr/bin/env bash
-# Installs what building, testing and running need on Debian 12; does nothing when all of it is there.
+# Installs what building, testing and running need on Debian 12 and 13; does nothing when all of it is there.
 # usage: scripts/setup.sh [--lint] [--coverage]    what scripts/lint.sh and scripts/coverage.sh need besides
 set -euo pipefail
 
-packages=(g++-mingw-w64-x86-64-win32 mingw-w64-tools wine wine64 cmake ninja-build make git catch2 libcli11-dev
-          librapidxml-dev libxml2-utils libz-mingw-w64-dev nlohmann-json3-dev python3 clang-14 lld-14 llvm-14 zip unzip
-          chromium prometheus prometheus-node-exporter libclang-rt-14-dev)
+# Each release of Debian has one LLVM of its own; its run-time libraries have no package without the number.
+case "$(. /etc/os-release 2>/dev/null && echo "${VERSION_ID:-}")" in
+  13) llvm=19 ;;
+  *) llvm=14 ;;
+esac
+packages=(g++-mingw-w64-x86-64-win32 mingw-w64-tools wine wine64 cmake ninja-build make git libcli11-dev
+          librapidxml-dev libxml2-utils libz-mingw-w64-dev nlohmann-json3-dev python3 zip unzip chromium prometheus
+          prometheus-node-exporter clang-$llvm lld-$llvm llvm-$llvm libclang-rt-$llvm-dev)
 for extra in "$@"; do
   case "$extra" in
     --lint) packages+=(clang clang-format clang-tidy cppcheck) ;;
@@ -23,7 +28,7 @@ done
 [ ${#missing[@]} -eq 0 ] && exit 0
 
 if ! command -v apt-get >/dev/null; then
-  echo "setup: this needs Debian 12 (apt-get), or these by hand: ${missing[*]}" >&2
+  echo "setup: this needs Debian 12 or 13 (apt-get), or these by hand: ${missing[*]}" >&2
   exit 1
 fi
 as_root=()

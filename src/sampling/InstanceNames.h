@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cstddef>
+#include <algorithm>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -24,7 +24,7 @@ InstanceNames<Character> CopyInstanceNames(const Character* pszList, const Chara
     for (Text name = pszList; !name.empty(); name = name.data() + name.size() + 1)
     {
         auto copy = std::make_unique<Character[]>(name.size() + 1);
-        name.copy(copy.get(), name.size());
+        std::copy(name.begin(), name.end(), copy.get());
         if (name.find(pszTotalMarker) == Text::npos)
         {
             names.push_back(std::move(copy));
