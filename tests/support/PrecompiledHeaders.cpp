@@ -1,0 +1,1 @@
+// Empty: the target holds the precompiled headers of the test programs.
