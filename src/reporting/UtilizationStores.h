@@ -63,7 +63,7 @@ public:
     void Clear() noexcept VARNEX_REQUIRES(lock)
     {
         m_names.reset();
-        m_histories = {};
+        std::vector<History>().swap(m_histories); // an assignment of {} would keep the buffer
     }
 
     StoreLock lock;

@@ -31,7 +31,7 @@ public:
     // Adds the adapters to the card list. Clear the list first: records never survive a refresh, so that the first
     // collection after one gives 0. Negative for the status of a step that failed, else 0. Throws std::bad_alloc.
     HRESULT RefreshCardList();
-    void ClearCardList() noexcept { m_cardList = {}; }
+    void ClearCardList() noexcept { std::vector<NetworkCard>().swap(m_cardList); } // {} would keep the buffer
 
     // Reads the counters. The utilization is that since the previous collection, taken as one second: callers collect,
     // wait a second and collect. Returns 1 only when there is no memory for the first look at the table; a table that

@@ -4,8 +4,10 @@
 
 #include <catch2/catch.hpp>
 
+#include <cstdlib>
 #include <new>
 #include <numeric>
+#include <set>
 
 namespace varnex::test
 {
@@ -19,6 +21,41 @@ std::vector<int> Numbers(int nFirst, int nCount)
     std::iota(numbers.begin(), numbers.end(), nFirst);
     return numbers;
 }
+
+// The blocks of memory that were taken since it was made and not given back. For one thread.
+class LiveBlocks
+{
+public:
+    explicit LiveBlocks(ImportRedirector& redirector) : m_redirector(redirector)
+    {
+        redirector.Replace<void*(std::size_t)>("malloc",
+                                               [this](std::size_t cb)
+                                               {
+                                                   void* const pBlock = std::malloc(cb);
+                                                   m_blocks.insert(pBlock);
+                                                   return pBlock;
+                                               });
+        redirector.Replace<void(void*)>("free",
+                                        [this](void* pBlock)
+                                        {
+                                            m_blocks.erase(pBlock);
+                                            std::free(pBlock);
+                                        });
+    }
+    ~LiveBlocks()
+    {
+        m_redirector.Restore("malloc");
+        m_redirector.Restore("free");
+    }
+    LiveBlocks(const LiveBlocks&) = delete;
+    LiveBlocks& operator=(const LiveBlocks&) = delete;
+
+    std::size_t Count() const { return m_blocks.size(); }
+
+private:
+    ImportRedirector& m_redirector;
+    std::set<void*> m_blocks;
+};
 
 } // namespace
 
@@ -213,6 +250,30 @@ TEST_CASE("a clean-up empties every store")
     CHECK(Stores().disk.All().empty());
     CHECK(Stores().network.histories.empty());
     CHECK(Stores().network.collector.CardList().empty());
+}
+
+TEST_CASE("a clean-up gives back every block of the stores")
+{
+    ReportingBench bench;
+    bench.SetOneCard();
+    const LiveBlocks blocks(bench.imports);
+    UtilizationStores& stores = Stores();
+    stores.cpu.Publish(MakeNames({L"0", L"1"}));
+    stores.disk.Publish(MakeNames({L"0 C:", L"1 D:"}));
+    for (int nSample = 0; nSample < 3; ++nSample)
+    {
+        stores.cpu.Append(1, nSample);
+        stores.disk.Append(1, nSample);
+        stores.memory.Append(nSample, nSample);
+    }
+    {
+        const StoreLockHold hold(stores.network.lock);
+        REQUIRE(stores.network.collector.RefreshCardList() == S_OK);
+        stores.network.Append(stores.network.collector.CardList().at(0));
+    }
+    CHECK(blocks.Count() > 10);
+    CleanUtilizationStores(true);
+    CHECK(blocks.Count() == 0);
 }
 
 TEST_CASE("a clean-up that must not wait skips a store in other hands, and only that")
