@@ -15,13 +15,12 @@ namespace varnex
 class CardHistory
 {
 public:
-    // Throws std::bad_alloc, and then nothing has changed.
-    void Append(const NetworkCard& card)
+    // Without memory for either of the two, the oldest record is replaced in both; an empty history stays empty.
+    void Append(const NetworkCard& card) noexcept
     {
-        m_records.MakeRoom();
-        m_utilizations.MakeRoom();
-        m_records.Append(card);
-        m_utilizations.Append(static_cast<std::int32_t>(card.Utilization));
+        const bool bHasRoom = m_utilizations.MakeRoom() && m_records.MakeRoom();
+        m_records.Append(card, bHasRoom);
+        m_utilizations.Append(static_cast<std::int32_t>(card.Utilization), bHasRoom);
     }
     // Drops the oldest records until at most nCount are left.
     void CutTo(std::size_t nCount)

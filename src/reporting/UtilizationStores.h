@@ -1,5 +1,6 @@
 #pragma once
 
+#include "diag/ExceptionBarrier.h"
 #include "reporting/BoundedHistory.h"
 #include "reporting/CardHistory.h"
 #include "reporting/StoreLock.h"
@@ -16,7 +17,8 @@ namespace varnex
 {
 
 // What the samplers record and the report averages: plain stores, each with one lock, which its users hold while they
-// touch the histories. A sample that could not be taken is FAILED_SAMPLE, so that positions in time stay regular.
+// touch the histories. A sample that could not be taken is FAILED_SAMPLE, and a history that cannot grow gives up its
+// oldest sample, so that positions in time stay regular. No append throws.
 constexpr int FAILED_SAMPLE = -1;
 
 // One history for each named instance: processors and disks.
@@ -38,8 +40,8 @@ public:
         m_names = std::move(shared);
         return m_names;
     }
-    // Takes the lock. A sample for which there is no history is dropped. Throws std::bad_alloc.
-    void Append(std::size_t nInstance, Sample sample)
+    // Takes the lock. A sample for which there is no history is dropped.
+    void Append(std::size_t nInstance, Sample sample) noexcept
     {
         const StoreLockHold hold(lock);
         if (nInstance < m_histories.size())
@@ -79,8 +81,8 @@ private:
 class MemoryHistories
 {
 public:
-    // Takes the lock. Throws std::bad_alloc; the physical value may be in then and the other one not.
-    void Append(int nPhysical, int nPagingFile)
+    // Takes the lock.
+    void Append(int nPhysical, int nPagingFile) noexcept
     {
         const StoreLockHold hold(lock);
         physical.Append(nPhysical);
@@ -102,9 +104,9 @@ public:
 class NetworkHistories
 {
 public:
-    // Under the lock. Throws std::bad_alloc, and leaves no history without a record then: readers of the map take each
-    // one's oldest and newest record.
-    void Append(const NetworkCard& card) VARNEX_REQUIRES(lock)
+    // Under the lock. A new card for which there is no memory (logged) has no history until its next record: readers of
+    // the map take each history's oldest and newest record.
+    void Append(const NetworkCard& card) noexcept VARNEX_REQUIRES(lock)
     {
         const auto found = histories.find(card.InterfaceIndex);
         if (found != histories.end())
@@ -114,7 +116,11 @@ public:
         }
         CardHistory history;
         history.Append(card);
-        histories.emplace(card.InterfaceIndex, std::move(history));
+        if (history.Size() != 0)
+        {
+            StopExceptions("NetworkHistories", false,
+                           [&] { return histories.emplace(card.InterfaceIndex, std::move(history)).second; });
+        }
     }
     // Under the lock. Frees everything.
     void Clear() noexcept VARNEX_REQUIRES(lock)

@@ -1,4 +1,5 @@
 #include "ComJournal.h"
+#include "FailingMemory.h"
 #include "SamplerBench.h"
 #include "StoreFilling.h"
 
@@ -272,22 +273,63 @@ TEST_CASE("the CPU sampler traces each cycle while the switch is on")
                                                               "2026-01-31 12:04:00\t50\t42\r\n");
 }
 
-TEST_CASE("an exception in a cycle is logged, and the CPU sampler goes on a minute later")
+TEST_CASE("without memory for one processor's sample its oldest one makes room, and the others get theirs")
 {
     ReportingBench bench;
-    bench.SetProcessors({L"12"}); // a name whose copy is larger than a sample
-    bool bFails = true;
-    // The first sample needs the history's first memory: room for one sample.
-    bench.imports.Replace<void*(std::size_t)>("malloc",
-                                              [&bFails](std::size_t cb) -> void*
-                                              { return bFails && cb == sizeof(int) ? nullptr : std::malloc(cb); });
+    bench.SetProcessors({L"0", L"1", L"2"});
+    bench.QueueProcessor(L"0", {1, 2, 3});
+    FailingMemory memory(bench.imports, 2 * sizeof(int)); // the second sample's, when the first one moves
     CpuRun run(bench);
-    bFails = false;
+    memory.FailBlock(1);
+    bench.clock.Advance(60);
+    CHECK(memory.Failed() == 1);
+    CHECK(Samples(0) == std::vector<int>{2});
+    CHECK(Samples(1) == std::vector<int>{42, 42});
+    CHECK(Samples(2) == std::vector<int>{42, 42});
+    CHECK(bench.ReadLog().Count(1, NO_MEMORY_LINE) == 1);
+    bench.clock.Advance(60);
+    CHECK(Samples(0) == std::vector<int>{2, 3});
+    CHECK(Samples(2) == std::vector<int>{42, 42, 42});
+    CHECK(bench.ReadLog().CountOfLevel(1) == 1);
+}
+
+TEST_CASE("without memory for a processor's first sample its history begins a minute later, and the others begin")
+{
+    ReportingBench bench;
+    bench.SetProcessors({L"12", L"13"}); // names whose copies are larger than a sample
+    FailingMemory memory(bench.imports, sizeof(int));
+    memory.FailBlock(1);
+    CpuRun run(bench);
+    CHECK(memory.Failed() == 1);
     CHECK(Samples(0).empty());
-    CHECK_THAT(bench.ReadLog(), HasLine(1, "MonPKIUtlCPUThread -- exception stopped(std::bad_alloc)."));
+    CHECK(Samples(1) == std::vector<int>{42});
+    CHECK(bench.ReadLog().Count(1, NO_MEMORY_LINE) == 1);
     bench.clock.Advance(60);
     CHECK(Samples(0) == std::vector<int>{42});
-    bench.imports.Restore("malloc");
+    CHECK(Samples(1) == std::vector<int>{42, 42});
+}
+
+TEST_CASE("without memory for a trace line the CPU sampler logs the exception and goes on a minute later")
+{
+    ReportingBench bench;
+    std::vector<std::wstring> processors;
+    for (int i = 0; i < 37; ++i)
+    {
+        processors.push_back(std::to_wstring(i));
+    }
+    bench.SetProcessors(processors);
+    bench.registry.SetSwitch(1);
+    FailingMemory memory(bench.imports, 37 * sizeof(std::int64_t)); // the line's values
+    memory.FailBlock(1);
+    CpuRun run(bench);
+    bench.clock.Advance(5);
+    CHECK(memory.Failed() == 1);
+    CHECK(bench.ReadLog().Count(1, "MonPKIUtlCPUThread -- exception stopped(std::bad_alloc).") == 1);
+    CHECK(bench.ReadLog().CountOfLevel(1) == 1);
+    CHECK_FALSE(FileExists(bench.tree.InLogs(L"CPUUtil.log")));
+    bench.clock.Advance(65);
+    CHECK(FileExists(bench.tree.InLogs(L"CPUUtil.log")));
+    CHECK(bench.ReadLog().CountOfLevel(1) == 1);
 }
 
 } // namespace varnex::test

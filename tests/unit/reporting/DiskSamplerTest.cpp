@@ -155,19 +155,23 @@ TEST_CASE("without memory for the histories the disk sampler ends and keeps its 
     CHECK_THAT(log, HasLine(1, "MonPKIUtlDiskThread -- fail to alloc physical disk list, exit!"));
 }
 
-TEST_CASE("an exception in a cycle is logged, and the disk sampler goes on a minute later")
+TEST_CASE("without memory for one disk's sample its oldest one makes room, and the others get theirs")
 {
     ReportingBench bench;
-    bench.SetDisks({L"0 C:"});
+    bench.SetDisks({L"0 C:", L"1 D:"});
+    bench.pdh.QueueValues(bench.DiskPath(L"0 C:"), {1, 2, 3});
     FailingMemory memory(bench.imports, 2 * sizeof(std::int64_t)); // the second sample's, when the first one moves
     DiskRun run(bench);
+    bench.clock.Advance(1); // each disk takes a tenth of a second
     memory.FailBlock(1);
     bench.clock.Advance(60);
     CHECK(memory.Failed() == 1);
-    CHECK(Samples(0) == Throughputs{1000});
-    CHECK_THAT(bench.ReadLog(), HasLine(1, "MonPKIUtlDiskThread -- exception stopped(std::bad_alloc)."));
+    CHECK(Samples(0) == Throughputs{2});
+    CHECK(Samples(1) == Throughputs{1000, 1000});
+    CHECK(bench.ReadLog().Count(1, NO_MEMORY_LINE) == 1);
     bench.clock.Advance(60);
-    CHECK(Samples(0) == Throughputs{1000, 1000});
+    CHECK(Samples(0) == Throughputs{2, 3});
+    CHECK(Samples(1) == Throughputs{1000, 1000, 1000});
     CHECK(bench.ReadLog().CountOfLevel(1) == 1);
 }
 
@@ -237,6 +241,29 @@ TEST_CASE("the disk sampler traces each cycle while the switch is on")
     CHECK(ReadFileBytes(bench.tree.InLogs(L"DiskUtil.log")) == "Time\t\tDisk0\tDisk10\r\n"
                                                                "2026-01-31 12:00:00\t1000\t1000\r\n"
                                                                "2026-01-31 12:01:00\t1000\t1000\r\n");
+}
+
+TEST_CASE("without memory for a trace line the disk sampler logs the exception and goes on a minute later")
+{
+    ReportingBench bench;
+    std::vector<std::wstring> disks;
+    for (int i = 0; i < 37; ++i)
+    {
+        disks.push_back(std::to_wstring(i));
+    }
+    bench.SetDisks(disks);
+    bench.registry.SetSwitch(1);
+    FailingMemory memory(bench.imports, 37 * sizeof(std::int64_t)); // the line's values
+    memory.FailBlock(1);
+    DiskRun run(bench);
+    bench.clock.Advance(5);
+    CHECK(memory.Failed() == 1);
+    CHECK(bench.ReadLog().Count(1, "MonPKIUtlDiskThread -- exception stopped(std::bad_alloc).") == 1);
+    CHECK(bench.ReadLog().CountOfLevel(1) == 1);
+    CHECK_FALSE(FileExists(bench.tree.InLogs(L"DiskUtil.log")));
+    bench.clock.Advance(65);
+    CHECK(FileExists(bench.tree.InLogs(L"DiskUtil.log")));
+    CHECK(bench.ReadLog().CountOfLevel(1) == 1);
 }
 
 } // namespace varnex::test

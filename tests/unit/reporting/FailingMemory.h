@@ -9,6 +9,9 @@
 namespace varnex::test
 {
 
+// Said of a history that could not grow.
+constexpr char NO_MEMORY_LINE[] = "BoundedHistory -- no memory for one more sample, the oldest one makes room.";
+
 // Lets a single allocation of one size fail: choose a size that little else asks for.
 class FailingMemory
 {

@@ -4,8 +4,8 @@
 
 #include <catch2/catch.hpp>
 
+#include <algorithm>
 #include <cstdlib>
-#include <new>
 #include <numeric>
 #include <set>
 
@@ -21,6 +21,23 @@ std::vector<int> Numbers(int nFirst, int nCount)
     std::iota(numbers.begin(), numbers.end(), nFirst);
     return numbers;
 }
+
+// Lets every allocation of one size fail. Not of all sizes: without any memory the run-time library cannot throw.
+class NoBlocksOf
+{
+public:
+    NoBlocksOf(ImportRedirector& redirector, std::size_t cbBlock) : m_redirector(redirector)
+    {
+        redirector.Replace<void*(std::size_t)>("malloc", [cbBlock](std::size_t cb)
+                                               { return cb == cbBlock ? nullptr : std::malloc(cb); });
+    }
+    ~NoBlocksOf() { m_redirector.Restore("malloc"); }
+    NoBlocksOf(const NoBlocksOf&) = delete;
+    NoBlocksOf& operator=(const NoBlocksOf&) = delete;
+
+private:
+    ImportRedirector& m_redirector;
+};
 
 // The blocks of memory that were taken since it was made and not given back. For one thread.
 class LiveBlocks
@@ -143,48 +160,82 @@ TEST_CASE("a sample for which there is no history is dropped, and a missing hist
 
 TEST_CASE("an adapter's history that could not be begun is not there, whichever memory was missing")
 {
+    const std::string noRoom = NO_MEMORY_LINE;
+    const std::string noPlace = "NetworkHistories -- exception stopped(std::bad_alloc).";
     ReportingBench bench;
     NetworkHistories& store = Stores().network;
     const StoreLockHold hold(store.lock);
     const NetworkCard card = MakeCard(2, L"00", 1, 1);
-    for (ULONGLONG ullBlock = 1; ullBlock <= 3; ++ullBlock) // the record's, its utilization's, its place in the map
+    const std::vector<std::string> messages = {noRoom, noRoom, noPlace}; // the utilization's, the record's, the map's
+    for (std::size_t i = 0; i < messages.size(); ++i)
     {
-        CAPTURE(ullBlock);
-        bench.imports.FailCall("malloc", ullBlock, FailMode::Once, ERROR_NOT_ENOUGH_MEMORY);
-        bool bThrown = false;
-        try
-        {
-            store.Append(card);
-        }
-        catch (const std::bad_alloc&)
-        {
-            bThrown = true;
-        }
+        CAPTURE(i);
+        bench.ForgetLog();
+        bench.imports.FailCall("malloc", i + 1, FailMode::Once, ERROR_NOT_ENOUGH_MEMORY);
+        store.Append(card);
+        CHECK(bench.imports.Failures("malloc") == 1);
         bench.imports.StopFailing("malloc");
-        CHECK(bThrown);
         CHECK(store.histories.empty());
+        CHECK(bench.ReadLog().Lines().size() == 1);
+        CHECK_THAT(bench.ReadLog(), HasLine(1, messages[i]));
     }
     store.Append(card);
     CHECK(store.histories.at(2).Size() == 1);
 }
 
-TEST_CASE("an adapter's history that cannot grow stays as it is, whichever memory was missing")
+TEST_CASE("an adapter's history that cannot grow replaces its oldest record and its utilization together")
 {
     ReportingBench bench;
+    const int nBlock = GENERATE(1, 2); // the utilizations', the records'
+    CAPTURE(nBlock);
     CardHistory history;
     history.Append(MakeCard(2, L"00", 1, 1));
-    for (ULONGLONG ullBlock = 1; ullBlock <= 2; ++ullBlock) // the records', the utilizations'
-    {
-        CAPTURE(ullBlock);
-        CardHistory copy = history;
-        bench.imports.FailCall("malloc", ullBlock, FailMode::Once, ERROR_NOT_ENOUGH_MEMORY);
-        CHECK_THROWS_AS(copy.Append(MakeCard(2, L"00", 1, 2)), std::bad_alloc);
-        bench.imports.StopFailing("malloc");
-        CHECK(copy.Size() == 1);
-        CHECK(SamplesOf(copy.Utilizations()) == std::vector<int>{1});
-    }
     history.Append(MakeCard(2, L"00", 1, 2));
-    CHECK(SamplesOf(history.Utilizations()) == std::vector<int>{1, 2});
+    bench.imports.FailCall("malloc", static_cast<ULONGLONG>(nBlock), FailMode::Once, ERROR_NOT_ENOUGH_MEMORY);
+    history.Append(MakeCard(2, L"00", 1, 3));
+    CHECK(bench.imports.Failures("malloc") == 1);
+    bench.imports.StopFailing("malloc");
+    CHECK(history.Size() == 2);
+    CHECK(history.Oldest().Utilization == 2);
+    CHECK(history.Newest().Utilization == 3);
+    CHECK(SamplesOf(history.Utilizations()) == std::vector<int>{2, 3});
+    history.Append(MakeCard(2, L"00", 1, 4));
+    CHECK(history.Size() == 3);
+    CHECK(history.Oldest().Utilization == 2);
+    CHECK(SamplesOf(history.Utilizations()) == std::vector<int>{2, 3, 4});
+}
+
+TEST_CASE("a history without memory to grow keeps the newest samples, and grows in their order when there is memory")
+{
+    ReportingBench bench;
+    BoundedHistory<int> history = MakeHistory(Numbers(1, 64)); // as much as it has room for
+    {
+        const NoBlocksOf none(bench.imports, 128 * sizeof(int));
+        for (const int nSample : Numbers(65, 70))
+        {
+            history.Append(nSample);
+        }
+    }
+    CHECK(SamplesOf(history) == Numbers(71, 64));
+    CHECK(history.Oldest() == 71);
+    const int nMore = GENERATE(1, 100, 2000);
+    for (const int nSample : Numbers(135, nMore))
+    {
+        history.Append(nSample);
+    }
+    const int nHeld = std::min(64 + nMore, 1440);
+    CHECK(SamplesOf(history) == Numbers(134 + nMore - nHeld + 1, nHeld));
+}
+
+TEST_CASE("a history without memory to grow can be cut")
+{
+    ReportingBench bench;
+    BoundedHistory<int> history = MakeHistory(Numbers(1, 4));
+    const NoBlocksOf none(bench.imports, 8 * sizeof(int));
+    history.Append(5);
+    history.CutTo(3);
+    history.Append(6); // there is room for four
+    CHECK(SamplesOf(history) == std::vector<int>{3, 4, 5, 6});
 }
 
 TEST_CASE("the utilizations of an adapter's history are those of its records, cut and full alike")

@@ -106,20 +106,24 @@ TEST_CASE("after 1441 cycles both memory histories hold 1440 samples, without th
     CHECK(PagingFile() == std::vector<int>(1440, 25));
 }
 
-TEST_CASE("an exception in a cycle is logged, and the memory sampler goes on a minute later")
+TEST_CASE("without memory for one of the two histories the other one gets its sample, and both end with the newest")
 {
+    const int nBlock = GENERATE(1, 2); // physical memory's, the paging file's
+    CAPTURE(nBlock);
     ReportingBench bench;
     FailingMemory memory(bench.imports, 2 * sizeof(int)); // the second sample's, when the first one moves
     MemoryRun run(bench);
-    memory.FailBlock(1);
+    bench.memory.SetUtilization(60, 30);
+    memory.FailBlock(nBlock);
     bench.clock.Advance(60);
     CHECK(memory.Failed() == 1);
-    CHECK(Physical() == std::vector<int>{50});
-    CHECK(PagingFile() == std::vector<int>{25});
-    CHECK_THAT(bench.ReadLog(), HasLine(1, "MonPKIUtlMemoryThread -- exception stopped(std::bad_alloc)."));
+    CHECK(Physical() == (nBlock == 1 ? std::vector<int>{60} : std::vector<int>{50, 60}));
+    CHECK(PagingFile() == (nBlock == 2 ? std::vector<int>{30} : std::vector<int>{25, 30}));
+    CHECK(bench.ReadLog().Count(1, NO_MEMORY_LINE) == 1);
+    bench.memory.SetUtilization(70, 35);
     bench.clock.Advance(60);
-    CHECK(Physical() == std::vector<int>{50, 50});
-    CHECK(PagingFile() == std::vector<int>{25, 25});
+    CHECK(Physical() == (nBlock == 1 ? std::vector<int>{60, 70} : std::vector<int>{50, 60, 70}));
+    CHECK(PagingFile() == (nBlock == 2 ? std::vector<int>{30, 35} : std::vector<int>{25, 30, 35}));
     CHECK(bench.ReadLog().CountOfLevel(1) == 1);
 }
 
@@ -133,6 +137,23 @@ TEST_CASE("a stop request during the memory sampler's wait is noticed within a s
     CHECK_FALSE(run.HasEnded());
     bench.clock.AdvanceMs(1);
     CHECK(run.HasEnded());
+}
+
+TEST_CASE("without memory for a trace line the memory sampler logs the exception and goes on a minute later")
+{
+    ReportingBench bench;
+    bench.registry.SetSwitch(1);
+    FailingMemory memory(bench.imports, 2 * sizeof(std::int64_t)); // the line's values
+    memory.FailBlock(1);
+    MemoryRun run(bench);
+    bench.clock.Advance(1);
+    CHECK(memory.Failed() == 1);
+    CHECK(bench.ReadLog().Count(1, "MonPKIUtlMemoryThread -- exception stopped(std::bad_alloc).") == 1);
+    CHECK(bench.ReadLog().CountOfLevel(1) == 1);
+    CHECK_FALSE(FileExists(bench.tree.InLogs(L"MemoryUtil.log")));
+    bench.clock.Advance(61);
+    CHECK(FileExists(bench.tree.InLogs(L"MemoryUtil.log")));
+    CHECK(bench.ReadLog().CountOfLevel(1) == 1);
 }
 
 } // namespace varnex::test

@@ -39,6 +39,16 @@ const NetworkCard& NewestOf(DWORD dwInterfaceIndex)
     return Stores().network.histories.at(dwInterfaceIndex).Newest();
 }
 
+void SetTwoCards(ReportingBench& bench)
+{
+    bench.wmi.SetObjects({WmiAdapter(L"A", 2, WmiText(L"1000000")), WmiAdapter(L"B", 3, WmiText(L"1000000"))});
+    for (const DWORD dwCard : {2, 3})
+    {
+        bench.table.AddRow(dwCard);
+        bench.table.SetOctets(dwCard, 1, 1);
+    }
+}
+
 // What the collector's first look at the table asks for, and nothing else does.
 constexpr std::size_t TABLE_LOOK_BYTES = 8;
 
@@ -181,22 +191,47 @@ TEST_CASE("a first collection that failed is not followed by the second's pause"
     CHECK(RecordsOf(2) == 1);
 }
 
-TEST_CASE("without memory for a new adapter's first record a cycle is given up, and no empty history stays behind")
+TEST_CASE("without memory for a new adapter's first record no empty history stays behind, and the others get theirs")
 {
     ReportingBench bench;
-    bench.SetOneCard();
+    SetTwoCards(bench);
     bench.registry.SetSwitch(1);
     FailingMemory memory(bench.imports, sizeof(NetworkCard));
     NetworkRun run(bench);
-    memory.FailBlock(1); // the card list has its record already
+    memory.FailBlock(1); // the card list has its records already
     bench.clock.Advance(1);
     CHECK(memory.Failed() == 1);
-    CHECK(Stores().network.histories.empty());
-    CHECK_THAT(bench.ReadLog(), HasLine(1, "CPKIUtlNetworkThread -- exception stopped(std::bad_alloc)."));
-    CHECK_FALSE(FileExists(bench.tree.InLogs(L"NetworkUtil.log")));
+    CHECK(Stores().network.histories.count(2) == 0);
+    CHECK(RecordsOf(3) == 1);
+    CHECK(bench.ReadLog().Count(1, NO_MEMORY_LINE) == 1);
+    CHECK(ReadFileBytes(bench.tree.InLogs(L"NetworkUtil.log")) == "Time\t\tB-3\r\n2026-01-31 12:00:00\t0\r\n");
     bench.clock.Advance(61);
     CHECK(RecordsOf(2) == 1);
-    CHECK(FileExists(bench.tree.InLogs(L"NetworkUtil.log")));
+    CHECK(RecordsOf(3) == 2);
+    CHECK(bench.ReadLog().CountOfLevel(1) == 1);
+}
+
+TEST_CASE("without memory for one adapter's record its oldest one makes room, and the others get theirs")
+{
+    ReportingBench bench;
+    SetTwoCards(bench);
+    bench.table.MoveAtEachRead(2, 1000, 0);
+    NetworkRun run(bench);
+    bench.clock.Advance(1 + 61);
+    bench.table.MoveAtEachRead(2, 2000, 0);
+    FailingMemory memory(bench.imports, 4 * sizeof(NetworkCard)); // the third record's; the card list has two
+    memory.FailBlock(1);
+    bench.clock.Advance(61);
+    CHECK(memory.Failed() == 1);
+    CHECK(RecordsOf(2) == 2);
+    CHECK(Stores().network.histories.at(2).Oldest().DeltaBytes == 1000);
+    CHECK(NewestOf(2).DeltaBytes == 2000);
+    CHECK(RecordsOf(3) == 3);
+    CHECK(bench.ReadLog().Count(1, NO_MEMORY_LINE) == 1);
+    bench.clock.Advance(61);
+    CHECK(RecordsOf(2) == 3);
+    CHECK(Stores().network.histories.at(2).Oldest().DeltaBytes == 1000);
+    CHECK(RecordsOf(3) == 4);
     CHECK(bench.ReadLog().CountOfLevel(1) == 1);
 }
 
@@ -306,6 +341,24 @@ TEST_CASE("a stop request during the network sampler's wait is noticed within a 
     run.RequestStop();
     bench.clock.Advance(1);
     CHECK(run.HasEnded());
+}
+
+TEST_CASE("without memory for a trace line the network sampler logs the exception and goes on a minute later")
+{
+    ReportingBench bench;
+    SetTwoCards(bench);
+    bench.registry.SetSwitch(1);
+    FailingMemory memory(bench.imports, 2 * sizeof(std::int64_t)); // the line's values
+    memory.FailBlock(1);
+    NetworkRun run(bench);
+    bench.clock.Advance(1);
+    CHECK(memory.Failed() == 1);
+    CHECK(bench.ReadLog().Count(1, "CPKIUtlNetworkThread -- exception stopped(std::bad_alloc).") == 1);
+    CHECK(bench.ReadLog().CountOfLevel(1) == 1);
+    CHECK_FALSE(FileExists(bench.tree.InLogs(L"NetworkUtil.log")));
+    bench.clock.Advance(61);
+    CHECK(FileExists(bench.tree.InLogs(L"NetworkUtil.log")));
+    CHECK(bench.ReadLog().CountOfLevel(1) == 1);
 }
 
 } // namespace varnex::test
