@@ -30,7 +30,8 @@ struct TraceFile
 {
     const wchar_t* pwszFileName;
     const char* pszOpenFailure; // takes the system error
-    bool bHeaderPending = true; // until the header has been written
+    bool bHeaderPending = true; // until the header has been written whole
+    bool bTorn = false;         // the file ends in a part of a line
 };
 
 TraceFile g_cpuTrace = {L"CPUUtil.log", "[OutputCurrentCPUUtil]failed to open file (%d)"};
@@ -73,11 +74,22 @@ UniqueFile OpenTrace(const wchar_t* pwszPath, DWORD dwAccess, DWORD dwDispositio
                                   FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
-void WriteAnsi(HANDLE hFile, const std::wstring& text)
+// Writes a line in one write; a torn one is ended first. False (logged) when not all of it was written.
+bool WriteTraceText(HANDLE hFile, const wchar_t* pwszPath, const std::wstring& line, bool& bTorn)
 {
-    const std::string ansi = AnsiText(text);
-    DWORD cbWritten;
-    WriteFile(hFile, ansi.data(), static_cast<DWORD>(ansi.size()), &cbWritten, nullptr);
+    const std::string lineEnd = bTorn ? "\r\n" : "";
+    const std::string text = lineEnd + AnsiText(line);
+    DWORD cbWritten = 0;
+    const bool bSucceeded =
+        WriteFile(hFile, text.data(), static_cast<DWORD>(text.size()), &cbWritten, nullptr) != FALSE;
+    const DWORD dwError = bSucceeded ? ERROR_DISK_FULL : GetLastError();
+    bTorn = cbWritten != lineEnd.size() && cbWritten != text.size();
+    if (bSucceeded && cbWritten == text.size())
+    {
+        return true;
+    }
+    Log()->Level2W(L"WriteTraceText -- fail to write file(%s), error(%d).", pwszPath, dwError);
+    return false;
 }
 
 // Begins the file anew with its header. False (logged) leaves the header pending.
@@ -90,9 +102,9 @@ bool WriteHeader(TraceFile& trace, const wchar_t* pwszPath, const std::wstring& 
         Log()->Level2A(trace.pszOpenFailure, dwError);
         return false;
     }
-    WriteAnsi(file.Get(), header);
-    trace.bHeaderPending = false;
-    return true;
+    trace.bTorn = false;
+    trace.bHeaderPending = !WriteTraceText(file.Get(), pwszPath, header, trace.bTorn);
+    return !trace.bHeaderPending;
 }
 
 // Leaves a path without a backslash as it is.
@@ -101,25 +113,20 @@ void CutAtLastBackslash(std::wstring& path)
     path.resize(std::min(path.rfind(L'\\'), path.size()));
 }
 
-// Whether a store has anything to trace, asked before the switch is.
+// Whether there is a store, asked before the switch is. Those of processors and disks come with their names; memory's
+// and that of the adapters are always there.
 
 template <class Sample>
-bool HasHistories(NamedHistories<Sample>& store) noexcept
+bool HasStore(NamedHistories<Sample>& store) noexcept
 {
     const StoreLockHold hold(store.lock);
     return !store.All().empty();
 }
 
-bool HasHistories(MemoryHistories& store) noexcept
+template <class Store>
+bool HasStore(const Store&) noexcept
 {
-    const StoreLockHold hold(store.lock);
-    return store.physical.Size() != 0 && store.pagingFile.Size() != 0;
-}
-
-bool HasHistories(NetworkHistories& store) noexcept
-{
-    const StoreLockHold hold(store.lock); // taken again, here and below, by a cycle that holds it
-    return !store.histories.empty();
+    return true;
 }
 
 // Each history's newest value; none while a history is empty.
@@ -144,7 +151,7 @@ std::vector<std::int64_t> NewestValues(NamedHistories<Sample>& store)
 std::vector<std::int64_t> NewestValues(MemoryHistories& store)
 {
     const StoreLockHold hold(store.lock);
-    if (!HasHistories(store)) // a stop may have emptied the store since
+    if (store.physical.Size() == 0 || store.pagingFile.Size() == 0)
     {
         return {};
     }
@@ -153,7 +160,7 @@ std::vector<std::int64_t> NewestValues(MemoryHistories& store)
 
 std::vector<std::int64_t> NewestValues(NetworkHistories& store)
 {
-    const StoreLockHold hold(store.lock);
+    const StoreLockHold hold(store.lock); // taken again, here and below, by a cycle that holds it
     std::vector<std::int64_t> values;
     values.reserve(store.histories.size());
     for (const auto& [dwInterfaceIndex, history] : store.histories)
@@ -168,7 +175,7 @@ template <class Store, class MakeHeader>
 void OutputTrace(TraceFile& trace, const wchar_t* pwszTime, Store& store, MakeHeader&& makeHeader)
 {
     wchar_t wszPath[TRACE_PATH_CHARS];
-    if (pwszTime == nullptr || !HasHistories(store) || !NeedToOutputCurrentUtil() ||
+    if (pwszTime == nullptr || !HasStore(store) || !NeedToOutputCurrentUtil() ||
         !GetFileFullPath(trace.pwszFileName, wszPath))
     {
         return;
@@ -176,7 +183,7 @@ void OutputTrace(TraceFile& trace, const wchar_t* pwszTime, Store& store, MakeHe
     const std::vector<std::int64_t> values = NewestValues(store);
     if (!values.empty() && (!trace.bHeaderPending || WriteHeader(trace, wszPath, makeHeader())))
     {
-        WriteUtilToFile(wszPath, pwszTime, values);
+        WriteUtilToFile(wszPath, pwszTime, values, trace.bTorn);
     }
 }
 
@@ -258,7 +265,8 @@ bool GetFileFullPath(const wchar_t* pwszFileName, wchar_t (&wszPath)[TRACE_PATH_
     return true;
 }
 
-void WriteUtilToFile(const wchar_t* pwszPath, const wchar_t* pwszTime, const std::vector<std::int64_t>& values)
+void WriteUtilToFile(const wchar_t* pwszPath, const wchar_t* pwszTime, const std::vector<std::int64_t>& values,
+                     bool& bTorn)
 {
     if (pwszPath == nullptr || pwszTime == nullptr || values.empty())
     {
@@ -276,7 +284,7 @@ void WriteUtilToFile(const wchar_t* pwszPath, const wchar_t* pwszTime, const std
     {
         line += L'\t' + NumberText(nValue);
     }
-    WriteAnsi(file.Get(), line + LINE_END);
+    WriteTraceText(file.Get(), pwszPath, line + LINE_END, bTorn);
 }
 
 } // namespace varnex

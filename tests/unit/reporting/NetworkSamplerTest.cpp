@@ -333,6 +333,14 @@ TEST_CASE("the network trace waits for an adapter and then takes each cycle")
                                                                   "2026-01-31 12:02:02\t12500000\r\n");
 }
 
+TEST_CASE("the trace switch is read in each cycle of the network sampler, also while no adapter is known")
+{
+    ReportingBench bench;
+    NetworkRun run(bench);
+    bench.clock.Advance(1 + 2 * 61);
+    CHECK(bench.ReadLog().Count(4, "[NeedToOutputCurrentUtil]failed to open registry (2)") == 3);
+}
+
 TEST_CASE("a stop request during the network sampler's wait is noticed within a second")
 {
     ReportingBench bench;

@@ -10,7 +10,9 @@
 #include <algorithm>
 #include <functional>
 #include <limits>
+#include <memory>
 #include <new>
+#include <utility>
 
 namespace varnex::test
 {
@@ -29,6 +31,7 @@ struct Trace
     std::function<void(const wchar_t*)> output;
     std::string header;
     std::string line;
+    bool bStoreIsAlwaysThere = false;
 };
 
 void OutputNetwork(const wchar_t* pwszTime)
@@ -59,7 +62,7 @@ std::vector<Trace> AllTraces()
          [] {
              FillMemoryStore({1, 50}, {2, 25});
          },
-         OutputCurrentMemUtil, "Time\t\tPhysical Mem\tPage File\r\n", "2026-01-31 12:00:00\t50\t25\r\n"},
+         OutputCurrentMemUtil, "Time\t\tPhysical Mem\tPage File\r\n", "2026-01-31 12:00:00\t50\t25\r\n", true},
         {"OutputCurrentDiskUtil", L"DiskUtil.log",
          [] {
              FillDisks({{L"0 C:", {1, 5'000'000'000}}, {L"12 D: E:", {-1}}, {L"X", {0}}});
@@ -70,13 +73,40 @@ std::vector<Trace> AllTraces()
              FillCards({TracedCard(7, L"Renamed later", 1), TracedCard(3, L"Third", 30),
                         TracedCard(7, L"New", 8'589'934'590)});
          },
-         OutputNetwork, "Time\t\tThird-3\tRenamed later-7\r\n", "2026-01-31 12:00:00\t30\t8589934590\r\n"},
+         OutputNetwork, "Time\t\tThird-3\tRenamed later-7\r\n", "2026-01-31 12:00:00\t30\t8589934590\r\n", true},
     };
 }
 
 std::string Bytes(const ReportingBench& bench, const wchar_t* pwszFile)
 {
     return ReadFileBytes(bench.tree.InLogs(pwszFile));
+}
+
+// Of the next write only so many bytes find room, as on a disk that becomes full.
+void CutNextWrite(ReportingBench& bench, DWORD cbTaken, bool bSucceeds)
+{
+    auto pDone = std::make_shared<bool>(false);
+    bench.imports.Replace<decltype(::WriteFile)>(
+        "WriteFile",
+        [=](HANDLE hFile, LPCVOID pData, DWORD cbData, LPDWORD pcbWritten, LPOVERLAPPED pOverlapped) -> BOOL
+        {
+            if (std::exchange(*pDone, true))
+            {
+                return WriteFile(hFile, pData, cbData, pcbWritten, pOverlapped);
+            }
+            *pcbWritten = 0;
+            if (cbTaken != 0)
+            {
+                WriteFile(hFile, pData, cbTaken, pcbWritten, pOverlapped);
+            }
+            SetLastError(bSucceeds ? ERROR_SUCCESS : ERROR_DISK_FULL);
+            return bSucceeds;
+        });
+}
+
+std::string WriteFailure(const ReportingBench& bench, const wchar_t* pwszFile)
+{
+    return "WriteTraceText -- fail to write file(" + AnsiFromWide(bench.tree.InLogs(pwszFile)) + "), error(112).";
 }
 
 std::vector<std::wstring> TraceFilesIn(const ReportingBench& bench)
@@ -164,7 +194,9 @@ TEST_CASE("without a history there is no trace, and the header waits for one")
         bench.registry.SetSwitch(1);
         trace.output(TIME);
         CHECK(TraceFilesIn(bench).empty());
-        CHECK(bench.registry.OpenedKeys().empty());
+        // The stores of processors and disks come with their names; the other two are always there, and the switch is
+        // looked at for them.
+        CHECK(bench.registry.OpenedKeys().size() == (trace.bStoreIsAlwaysThere ? 2 : 0));
         trace.fill();
         trace.output(TIME);
         CHECK(Bytes(bench, trace.pwszFile) == trace.header + trace.line);
@@ -206,6 +238,89 @@ TEST_CASE("a header that cannot be written is logged and tried again")
     }
 }
 
+TEST_CASE("a header of which not all was written is logged and written anew")
+{
+    DWORD cbTaken = 0;
+    bool bSucceeds = false;                // with too few bytes
+    for (const Trace& trace : AllTraces()) // each file's header is pending once in a process
+    {
+        cbTaken = cbTaken == 0 ? 5 : 0;
+        bSucceeds = bSucceeds != (cbTaken == 0);
+        CAPTURE(cbTaken, bSucceeds);
+        ReportingBench bench;
+        CAPTURE(trace.pszOperation);
+        bench.registry.SetSwitch(1);
+        trace.fill();
+        CutNextWrite(bench, cbTaken, bSucceeds);
+        trace.output(TIME);
+        CHECK(Bytes(bench, trace.pwszFile) == trace.header.substr(0, cbTaken));
+        CHECK(bench.ReadLog().Lines().size() == 1);
+        CHECK(bench.ReadLog().Count(2, WriteFailure(bench, trace.pwszFile)) == 1);
+        trace.output(TIME);
+        CHECK(Bytes(bench, trace.pwszFile) == trace.header + trace.line);
+        CHECK(bench.ReadLog().Lines().size() == 1);
+    }
+}
+
+TEST_CASE("a line of which not all was written is logged, and a torn one is ended before the next one")
+{
+    const DWORD cbTaken = GENERATE(as<DWORD>{}, 0, 5);
+    const bool bSucceeds = GENERATE(false, true);
+    CAPTURE(cbTaken, bSucceeds);
+    for (const Trace& trace : AllTraces())
+    {
+        ReportingBench bench;
+        CAPTURE(trace.pszOperation);
+        bench.registry.SetSwitch(1);
+        trace.fill();
+        trace.output(TIME);
+        const std::string torn = Bytes(bench, trace.pwszFile) + trace.line.substr(0, cbTaken);
+        CutNextWrite(bench, cbTaken, bSucceeds);
+        trace.output(TIME);
+        CHECK(Bytes(bench, trace.pwszFile) == torn);
+        CHECK(bench.ReadLog().Lines().size() == 1);
+        CHECK(bench.ReadLog().Count(2, WriteFailure(bench, trace.pwszFile)) == 1);
+        trace.output(TIME);
+        trace.output(TIME);
+        CHECK(Bytes(bench, trace.pwszFile) == torn + (cbTaken != 0 ? "\r\n" : "") + trace.line + trace.line);
+        CHECK(bench.ReadLog().Lines().size() == 1);
+    }
+}
+
+TEST_CASE("a torn line is ended once, however much of that is written at first")
+{
+    const DWORD cbTaken = GENERATE(as<DWORD>{}, 0, 1, 2, 6); // of the line end and the next line
+    CAPTURE(cbTaken);
+    ReportingBench bench;
+    bench.registry.SetSwitch(1);
+    FillMemoryStore({50}, {25});
+    OutputCurrentMemUtil(TIME);
+    const std::string before = Bytes(bench, L"MemoryUtil.log");
+    const std::string line = "2026-01-31 12:00:00\t50\t25\r\n";
+    CutNextWrite(bench, 4, false);
+    OutputCurrentMemUtil(TIME);
+    CutNextWrite(bench, cbTaken, false);
+    OutputCurrentMemUtil(TIME);
+    OutputCurrentMemUtil(TIME);
+    const std::string next = std::string("\r\n" + line).substr(0, cbTaken);
+    CHECK(Bytes(bench, L"MemoryUtil.log") == before + "2026" + next + (cbTaken == 2 ? "" : "\r\n") + line);
+    CHECK(bench.ReadLog().CountOfLevel(2) == 2);
+}
+
+TEST_CASE("a torn line is forgotten with its file when a header begins the file anew")
+{
+    // The same process without a load between them: only a header that is still pending does so.
+    ReportingBench bench;
+    bench.registry.SetSwitch(1);
+    FillMemoryStore({50}, {25});
+    CutNextWrite(bench, 5, false);
+    OutputCurrentMemUtil(TIME);
+    OutputCurrentMemUtil(TIME);
+    OutputCurrentMemUtil(TIME);
+    const std::string line = "2026-01-31 12:00:00\t50\t25\r\n";
+    CHECK(Bytes(bench, L"MemoryUtil.log") == "Time\t\tPhysical Mem\tPage File\r\n" + line + line);
+}
+
 TEST_CASE("a missing Logs directory is not made for a trace")
 {
     ReportingBench bench(2);
@@ -220,9 +335,10 @@ TEST_CASE("a missing Logs directory is not made for a trace")
 TEST_CASE("a line that cannot be written is logged with the path")
 {
     ReportingBench bench;
+    bool bTorn = false;
     const std::wstring path = bench.tree.InLogs(L"CPUUtil.log");
     REQUIRE(CreateDirectoryW(path.c_str(), nullptr));
-    WriteUtilToFile(path.c_str(), TIME, {1});
+    WriteUtilToFile(path.c_str(), TIME, {1}, bTorn);
     const LogFile log = bench.ReadLog();
     CHECK(log.Lines().size() == 1);
     CHECK_THAT(log, HasLine(2, "[WriteUtilToFile]failed to open file " + AnsiFromWide(path) + " (5)"));
@@ -231,10 +347,12 @@ TEST_CASE("a line that cannot be written is logged with the path")
 TEST_CASE("a line needs a path, a time and values")
 {
     ReportingBench bench;
+    bool bTorn = false;
     const std::wstring path = bench.tree.InLogs(L"x.log");
-    WriteUtilToFile(nullptr, TIME, {1});
-    WriteUtilToFile(path.c_str(), nullptr, {1});
-    WriteUtilToFile(path.c_str(), TIME, {});
+    WriteUtilToFile(nullptr, TIME, {1}, bTorn);
+    WriteUtilToFile(path.c_str(), nullptr, {1}, bTorn);
+    WriteUtilToFile(path.c_str(), TIME, {}, bTorn);
+    CHECK_FALSE(bTorn);
     CHECK_FALSE(FileExists(path));
     CHECK(bench.ReadLog().Lines().empty());
 }
@@ -242,10 +360,12 @@ TEST_CASE("a line needs a path, a time and values")
 TEST_CASE("values are written as signed 64-bit decimals behind what is there")
 {
     ReportingBench bench;
+    bool bTorn = false;
     const std::wstring path = bench.tree.InLogs(L"x.log");
     WriteFileBytes(path, "before\x1A");
     WriteUtilToFile(path.c_str(), TIME,
-                    {0, -1, -2, std::numeric_limits<std::int64_t>::max(), std::numeric_limits<std::int64_t>::min()});
+                    {0, -1, -2, std::numeric_limits<std::int64_t>::max(), std::numeric_limits<std::int64_t>::min()},
+                    bTorn);
     CHECK(ReadFileBytes(path) == "before\x1A"
                                  "2026-01-31 12:00:00\t0\t-1\t-2\t9223372036854775807\t-9223372036854775808\r\n");
 }

@@ -219,6 +219,18 @@ TEST_CASE("every worker runs at above-normal priority")
     CHECK(priorities == std::vector<int>(5, THREAD_PRIORITY_ABOVE_NORMAL));
 }
 
+TEST_CASE("each of the four samplers reads the trace switch once a minute, also on a machine without adapters")
+{
+    ReportingBench bench;
+    bench.SetProcessors({L"0"});
+    bench.SetDisks({L"0 C:"});
+    bench.Start();
+    const char* const pszLine = "[NeedToOutputCurrentUtil]failed to open registry (2)";
+    CHECK(bench.ReadLog().Count(4, pszLine) == 4);
+    bench.clock.Advance(62);
+    CHECK(bench.ReadLog().Count(4, pszLine) == 8);
+}
+
 TEST_CASE("a second start in a row makes no thread and says only that it began and finished")
 {
     MachineBench bench;
