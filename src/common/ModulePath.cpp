@@ -11,6 +11,12 @@ namespace varnex
 namespace
 {
 
+// Whether GetModuleFileName, with that result, gave the whole path. The buffer's size stands for a path that was cut.
+bool IsWholePath(DWORD cchResult) noexcept
+{
+    return cchResult != 0 && cchResult < PATH_CHARS;
+}
+
 // Cuts the text at its last backslash, which goes too. False when there is none.
 bool CutAtLastBackslash(char* pszPath) noexcept
 {
@@ -25,11 +31,29 @@ bool CutAtLastBackslash(char* pszPath) noexcept
 
 } // namespace
 
+bool ModulePathA(HMODULE hModule, char (&szPath)[PATH_CHARS]) noexcept
+{
+    const bool bWhole = IsWholePath(GetModuleFileNameA(hModule, szPath, PATH_CHARS));
+    if (!bWhole)
+    {
+        szPath[0] = '\0';
+    }
+    return bWhole;
+}
+
+bool ModulePathW(HMODULE hModule, wchar_t (&wszPath)[PATH_CHARS]) noexcept
+{
+    const bool bWhole = IsWholePath(GetModuleFileNameW(hModule, wszPath, PATH_CHARS));
+    if (!bWhole)
+    {
+        wszPath[0] = L'\0';
+    }
+    return bWhole;
+}
+
 bool ModuleDirectoryA(HMODULE hModule, char (&szDirectory)[PATH_CHARS]) noexcept
 {
-    szDirectory[0] = '\0';
-    GetModuleFileNameA(hModule, szDirectory, PATH_CHARS);
-    szDirectory[PATH_CHARS - 1] = '\0';
+    ModulePathA(hModule, szDirectory);
     const char* pszBackslash = FindLastBackslashA(szDirectory);
     szDirectory[pszBackslash == nullptr ? 0 : pszBackslash + 1 - szDirectory] = '\0';
     return pszBackslash != nullptr;
@@ -37,9 +61,7 @@ bool ModuleDirectoryA(HMODULE hModule, char (&szDirectory)[PATH_CHARS]) noexcept
 
 bool ModuleDirectoryW(HMODULE hModule, wchar_t (&wszDirectory)[PATH_CHARS]) noexcept
 {
-    wszDirectory[0] = L'\0';
-    GetModuleFileNameW(hModule, wszDirectory, PATH_CHARS);
-    wszDirectory[PATH_CHARS - 1] = L'\0';
+    ModulePathW(hModule, wszDirectory);
     const wchar_t* pwszBackslash = std::wcsrchr(wszDirectory, L'\\');
     wszDirectory[pwszBackslash == nullptr ? 0 : pwszBackslash + 1 - wszDirectory] = L'\0';
     return pwszBackslash != nullptr;

@@ -76,9 +76,8 @@ void Detach(bool bProcessEnds) noexcept
 
 BOOL OnReason(HMODULE hModule, DWORD dwReason, bool bProcessEnds) noexcept
 {
-    char szModulePath[PATH_CHARS] = "";
-    GetModuleFileNameA(hModule, szModulePath, PATH_CHARS); // for every reason
-    szModulePath[PATH_CHARS - 1] = '\0';
+    char szModulePath[PATH_CHARS];
+    ModulePathA(hModule, szModulePath); // for every reason
     switch (dwReason)
     {
     case DLL_PROCESS_ATTACH:

@@ -150,6 +150,16 @@ TEST_CASE("a module path without a backslash stores nothing")
     CHECK_THAT(bench.ReadLog(), HasLine(1, "SaveLocalAlertInfo -- get module path fail."));
 }
 
+TEST_CASE("a module path that is too long stores nothing, and nothing further up")
+{
+    StoreBench bench;
+    bench.path.Set(bench.tree.BinPath() + L"\\" + std::wstring(300, L'd') + L"\\Varnex.dll");
+
+    CHECK(SaveDiskAlert() == -1);
+    CHECK_FALSE(bench.HasData());
+    CHECK_THAT(bench.ReadLog(), HasLine(1, "SaveLocalAlertInfo -- get module path fail."));
+}
+
 TEST_CASE("a module path that cannot be had stores nothing")
 {
     StoreBench bench;

@@ -1,5 +1,6 @@
 #include "common/ModulePath.h"
 
+#include "common/BoundedText.h"
 #include "support/ImportRedirector.h"
 #include "support/ModulePathScript.h"
 
@@ -70,15 +71,28 @@ TEST_CASE("a module path without a backslash, or none at all, gives no directory
     CHECK(wszDirectory[0] == L'\0');
 
     path.Fail(ERROR_INVALID_HANDLE);
+    CopyTextA(szDirectory, R"(D:\former\x.dll)");
+    CopyTextW(wszDirectory, LR"(D:\former\x.dll)");
     CHECK_FALSE(ModuleDirectoryA(nullptr, szDirectory));
     CHECK_FALSE(ModuleDirectoryW(nullptr, wszDirectory));
+    CHECK(szDirectory[0] == '\0');
+    CHECK(wszDirectory[0] == L'\0');
 }
 
-TEST_CASE("a module path that the system cuts gives the directory that is left")
+TEST_CASE("a module path of 259 characters is whole, a longer one is none at all")
 {
     ImportRedirector redirector;
-    const ModulePathScript path(redirector, L"D:\\bin\\" + std::wstring(300, L'x'));
+    ModulePathScript path(redirector, L"D:\\bin\\" + std::wstring(252, L'x'));
     char szDirectory[PATH_CHARS];
+    wchar_t wszDirectory[PATH_CHARS];
     CHECK(ModuleDirectoryA(nullptr, szDirectory));
+    CHECK(ModuleDirectoryW(nullptr, wszDirectory));
     CHECK(std::string(szDirectory) == "D:\\bin\\");
+    CHECK(std::wstring(wszDirectory) == L"D:\\bin\\");
+
+    path.Set(L"D:\\bin\\" + std::wstring(253, L'x'));
+    CHECK_FALSE(ModuleDirectoryA(nullptr, szDirectory));
+    CHECK_FALSE(ModuleDirectoryW(nullptr, wszDirectory));
+    CHECK(szDirectory[0] == '\0');
+    CHECK(wszDirectory[0] == L'\0');
 }

@@ -77,6 +77,13 @@ TEST_CASE("a module path without a backslash: every operation calls the file mis
     CheckEveryOperationCallsTheFileMissing(config);
 }
 
+TEST_CASE("a module path that is too long: every operation calls the file missing")
+{
+    ConfigFixture config;
+    config.modulePath.Set(config.tree.BinPath() + L"\\" + std::wstring(300, L'd') + L"\\Varnex.dll");
+    CheckEveryOperationCallsTheFileMissing(config);
+}
+
 TEST_CASE("a module path that cannot be read: every operation calls the file missing")
 {
     ConfigFixture config;

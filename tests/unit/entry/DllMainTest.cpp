@@ -193,11 +193,18 @@ TEST_CASE("a module whose path cannot be read logs into c:")
     CHECK(std::string(Log()->LogFilePath) == "c:\\Varnex.log");
 }
 
-TEST_CASE("a module path that does not fit is cut, and so is the log's")
+TEST_CASE("a module path that does not fit is no path: its log lies in c:")
 {
-    // 259 characters of the path are read; what is left of its second backslash has 250 of them.
+    Entry entry(L"D:\\A\\B\\" + std::wstring(253, L'x'));
+    entry.KeepLogFilesClosed();
+    REQUIRE(entry.Call(DLL_PROCESS_ATTACH) == TRUE);
+    CHECK(std::string(Log()->LogFilePath) == "c:\\Varnex.log");
+}
+
+TEST_CASE("a log path that does not fit is cut")
+{
     const std::string parent = "D:\\" + std::string(247, 'p');
-    const std::string path = parent + "\\bin\\" + std::string(40, 'x') + ".dll";
+    const std::string path = parent + "\\bin\\x.dl"; // 259 characters
     Entry entry(std::wstring(path.begin(), path.end()));
     entry.KeepLogFilesClosed();
     REQUIRE(entry.Call(DLL_PROCESS_ATTACH) == TRUE);
