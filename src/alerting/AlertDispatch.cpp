@@ -2,7 +2,7 @@
 
 #include "alerting/AlertRecord.h"
 #include "alerting/AlertStore.h"
-#include "common/BoundedText.h"
+#include "common/AnsiText.h"
 #include "common/Handles.h"
 #include "diag/ExceptionBarrier.h"
 #include "diag/SPLogger.h"
@@ -28,7 +28,7 @@ int SendAlertToAllServer(int nAlertType, int nThreshold, int nValue, const char*
     record.Get()->HappenTime = nHappenTime;
     if (pszResourceName != nullptr)
     {
-        CopyTextA(record.Get()->ResourceName, pszResourceName);
+        CopyAnsiText(record.Get()->ResourceName, sizeof record.Get()->ResourceName, pszResourceName);
     }
     const UniqueHandle thread(
         reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, WriteAlertRecord_Thread, record.Get(), 0, nullptr)));

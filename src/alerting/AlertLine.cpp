@@ -1,9 +1,9 @@
 #include "alerting/AlertLine.h"
 
+#include "common/AnsiText.h"
 #include "common/BoundedText.h"
 #include "common/LocalTime.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -40,9 +40,9 @@ int ParseAlertLine(const char* pszLine, VARNEX_ALERT_BUF* pRecord) noexcept
     {
         return -1;
     }
-    CopyTextA(pRecord->ResourceName,
-              std::min(sizeof pRecord->ResourceName, static_cast<std::size_t>(pszNameEnd - pszField) + 1), pszField);
-    CopyTextA(pRecord->Extra, pszNameEnd + 1);
+    CopyAnsiText(pRecord->ResourceName, sizeof pRecord->ResourceName,
+                 {pszField, static_cast<std::size_t>(pszNameEnd - pszField)});
+    CopyAnsiText(pRecord->Extra, sizeof pRecord->Extra, pszNameEnd + 1);
     // One character only: of "\r\n" the "\r" stays.
     const std::size_t cchExtra = std::strlen(pRecord->Extra);
     if (cchExtra != 0 && (pRecord->Extra[cchExtra - 1] == '\n' || pRecord->Extra[cchExtra - 1] == '\r'))

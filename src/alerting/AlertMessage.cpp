@@ -16,7 +16,7 @@ namespace
 {
 
 constexpr DWORD HOST_NAME_CHARS = 260;
-constexpr std::size_t RESOURCE_NAME_CHARS = 260;
+constexpr std::size_t RESOURCE_NAME_CHARS = 260; // of the name as it is shown
 
 void GetHostName(wchar_t (&wszHost)[HOST_NAME_CHARS]) noexcept
 {
@@ -51,8 +51,10 @@ void ComposeAlertMessage(const VARNEX_ALERT_BUF& record, wchar_t* pwszText, std:
     const bool bNamed = record.AlertType == ALERT_TYPE_DISK || record.AlertType == ALERT_TYPE_NETWORK;
     if (bNamed && record.ResourceName[0] != '\0')
     {
+        wchar_t wszWhole[sizeof record.ResourceName];
+        WideFromAnsi(wszWhole, sizeof record.ResourceName, record.ResourceName);
         wchar_t wszResource[RESOURCE_NAME_CHARS];
-        WideFromAnsi(wszResource, RESOURCE_NAME_CHARS, record.ResourceName);
+        CopyTextW(wszResource, wszWhole);
         AppendTextW(pwszText, cchText, L", ");
         AppendTextW(pwszText, cchText, wszResource);
     }

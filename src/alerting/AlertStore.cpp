@@ -2,6 +2,7 @@
 
 #include "alerting/AlertFile.h"
 #include "alerting/AlertLine.h"
+#include "common/AnsiText.h"
 #include "common/BoundedText.h"
 #include "common/EveryoneAccess.h"
 #include "common/Handles.h"
@@ -173,8 +174,8 @@ int SaveLocalAlertInfo(int nAlertType, int nThreshold, int nValue, const char* p
         return -1;
     }
     VARNEX_ALERT_BUF record{nAlertType, nThreshold, nValue, nHappenTime, "", ""};
-    CopyTextA(record.ResourceName, pszResourceName != nullptr ? pszResourceName : "");
-    CopyTextA(record.Extra, pszExtra != nullptr ? pszExtra : "");
+    CopyAnsiText(record.ResourceName, sizeof record.ResourceName, pszResourceName != nullptr ? pszResourceName : "");
+    CopyAnsiText(record.Extra, sizeof record.Extra, pszExtra != nullptr ? pszExtra : "");
     char szLine[ALERT_LINE_CHARS];
     FormatAlertLine(record, szLine);
 

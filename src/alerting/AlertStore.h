@@ -13,7 +13,8 @@ namespace varnex
 // Makes the mutex; the library entry calls this at attach and closes the handle at detach. Returns 0 or -1 (logged).
 int PrePKIAlertInf() noexcept;
 
-// Appends one alert. pszResourceName and pszExtra: ANSI, null for none; cut to the record's fields.
+// Appends one alert. pszResourceName and pszExtra: ANSI, null for none; cut to the record's fields at a whole
+// character.
 // Returns 0 when the line was written, else -1. A nHappenTime of 0 is refused without a message.
 int SaveLocalAlertInfo(int nAlertType, int nThreshold, int nValue, const char* pszResourceName, int nHappenTime,
                        const char* pszExtra);

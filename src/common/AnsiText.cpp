@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <cwchar>
 
 namespace varnex
 {
@@ -12,13 +11,25 @@ namespace varnex
 namespace
 {
 
-// The largest number of leading bytes that is at most cbLimit and splits no character.
-std::size_t WholeCharacters(const char* pszText, std::size_t cbLimit) noexcept
+// The number of bytes of the character that begins with that one; 1 for a byte that begins none.
+std::size_t CharacterBytes(char chFirst, bool bUtf8) noexcept
 {
-    std::size_t cbWhole = 0;
-    while (cbWhole < cbLimit && pszText[cbWhole] != '\0')
+    const auto byte = static_cast<BYTE>(chFirst);
+    if (!bUtf8)
     {
-        const std::size_t cbCharacter = IsDBCSLeadByte(static_cast<BYTE>(pszText[cbWhole])) ? 2 : 1;
+        return IsDBCSLeadByte(byte) ? 2 : 1;
+    }
+    return byte < 0xC0 ? 1 : byte < 0xE0 ? 2 : byte < 0xF0 ? 3 : 4;
+}
+
+// The largest number of leading bytes that is at most cbLimit and splits no character. cbLimit: less than the text has.
+std::size_t WholeCharacters(std::string_view text, std::size_t cbLimit) noexcept
+{
+    const bool bUtf8 = GetACP() == CP_UTF8;
+    std::size_t cbWhole = 0;
+    while (cbWhole < cbLimit)
+    {
+        const std::size_t cbCharacter = CharacterBytes(text[cbWhole], bUtf8);
         if (cbWhole + cbCharacter > cbLimit)
         {
             break;
@@ -36,17 +47,14 @@ bool AnsiFromWide(char* pszTarget, std::size_t cbTarget, const wchar_t* pwszSour
     {
         return true;
     }
-    // Into a buffer that is too small the system gives nothing at all, so only as much is converted as can fit: no
-    // character of an ANSI code page takes less than a byte, and one more is offered to fill a cut double byte.
-    const std::size_t cchSource = wcsnlen(pwszSource, cbTarget - 1);
+    // One character after the other: into a buffer that is too small for a text the system gives nothing at all.
     std::size_t cbText = 0;
     char szPiece[8];
-    for (std::size_t i = 0; i < cchSource;)
+    while (*pwszSource != L'\0')
     {
-        const bool bPair = IS_HIGH_SURROGATE(pwszSource[i]) && i + 1 < cchSource && IS_LOW_SURROGATE(pwszSource[i + 1]);
-        const int cchPiece = bPair ? 2 : 1;
+        const int cchPiece = IS_SURROGATE_PAIR(pwszSource[0], pwszSource[1]) ? 2 : 1;
         const int cbPiece =
-            WideCharToMultiByte(CP_ACP, 0, pwszSource + i, cchPiece, szPiece, sizeof szPiece, nullptr, nullptr);
+            WideCharToMultiByte(CP_ACP, 0, pwszSource, cchPiece, szPiece, sizeof szPiece, nullptr, nullptr);
         if (cbPiece <= 0)
         {
             pszTarget[0] = '\0';
@@ -58,7 +66,7 @@ bool AnsiFromWide(char* pszTarget, std::size_t cbTarget, const wchar_t* pwszSour
         }
         std::memcpy(pszTarget + cbText, szPiece, static_cast<std::size_t>(cbPiece));
         cbText += static_cast<std::size_t>(cbPiece);
-        i += static_cast<std::size_t>(cchPiece);
+        pwszSource += cchPiece;
     }
     pszTarget[cbText] = '\0';
     return true;
@@ -78,23 +86,26 @@ bool WideFromAnsi(wchar_t* pwszTarget, std::size_t cchTarget, const char* pszSou
 {
     if (cchTarget == 0)
     {
-        return true;
+        return false; // the system would count
     }
-    // A character takes at least one byte, and a byte gives at most one UTF-16 unit, so this many bytes always fit.
-    const std::size_t cbSource = WholeCharacters(pszSource, cchTarget - 1);
-    int cchText = 0;
-    if (cbSource != 0)
+    // A byte gives at most one UTF-16 unit. The terminator is converted with the text.
+    const bool bConverted = MultiByteToWideChar(CP_ACP, 0, pszSource, -1, pwszTarget, static_cast<int>(cchTarget)) != 0;
+    if (!bConverted)
     {
-        cchText = MultiByteToWideChar(CP_ACP, 0, pszSource, static_cast<int>(cbSource), pwszTarget,
-                                      static_cast<int>(cchTarget - 1));
-        if (cchText == 0)
-        {
-            pwszTarget[0] = L'\0';
-            return false;
-        }
+        pwszTarget[0] = L'\0';
     }
-    pwszTarget[cchText] = L'\0';
-    return true;
+    return bConverted;
+}
+
+void CopyAnsiText(char* pszTarget, std::size_t cbTarget, std::string_view source) noexcept
+{
+    if (cbTarget == 0)
+    {
+        return;
+    }
+    const std::size_t cbText = source.size() < cbTarget ? source.size() : WholeCharacters(source, cbTarget - 1);
+    std::memcpy(pszTarget, source.data(), cbText);
+    pszTarget[cbText] = '\0';
 }
 
 const char* FindLastBackslashA(const char* pszText) noexcept

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <cwchar>
 
+#include <windows.h>
+
 namespace varnex
 {
 
@@ -27,7 +29,11 @@ void CopyTextW(wchar_t* pwszTarget, std::size_t cchTarget, const wchar_t* pwszSo
     {
         return;
     }
-    const std::size_t cchSource = wcsnlen(pwszSource, cchTarget - 1);
+    std::size_t cchSource = wcsnlen(pwszSource, cchTarget - 1);
+    if (cchSource != 0 && IS_SURROGATE_PAIR(pwszSource[cchSource - 1], pwszSource[cchSource]))
+    {
+        --cchSource; // no half of a character
+    }
     std::wmemcpy(pwszTarget, pwszSource, cchSource);
     pwszTarget[cchSource] = L'\0';
 }

@@ -221,6 +221,20 @@ TEST_CASE("a name of more than 383 characters is stored cut")
     CHECK(bench.tree.Alerts() == "3;50;72;1706745599(2024-01-31 23:59:59);" + longest + ";\r\n");
 }
 
+TEST_CASE("a long name is cut between two of its characters")
+{
+    StoreBench bench;
+    // A code page in which 0x81 begins a character of two bytes.
+    bench.imports.Replace<decltype(::IsDBCSLeadByte)>("IsDBCSLeadByte",
+                                                      [](BYTE byte) -> BOOL { return byte == 0x81 ? TRUE : FALSE; });
+    const auto request = ThreadRequest::Catch(bench.imports);
+    const std::string name(382, 'n');
+
+    REQUIRE(SendDiskAlert((name + "\x81\x41").c_str()) == 0);
+    CHECK(request->pRecord->ResourceName == name);
+    CHECK(request->RunThread() == 0);
+}
+
 TEST_CASE("an alert for which there is no memory is lost and the log says so")
 {
     StoreBench bench;

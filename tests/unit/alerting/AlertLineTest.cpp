@@ -70,6 +70,20 @@ TEST_CASE("the longest alert line keeps its line end")
           "-2147483648;-2147483648;-2147483648;-2147483648(1901-12-13 20:45:52);" + name + ";" + extra + "\n");
 }
 
+TEST_CASE("a line's long texts are read up to a whole character")
+{
+    ImportRedirector imports;
+    // A code page in which 0x81 begins a character of two bytes.
+    imports.Replace<decltype(::IsDBCSLeadByte)>("IsDBCSLeadByte",
+                                                [](BYTE byte) -> BOOL { return byte == 0x81 ? TRUE : FALSE; });
+    const std::string name(382, 'n');
+    const std::string extra(30, 'e');
+    const VARNEX_ALERT_BUF record = Parsed("3;1;2;3;" + name + "\x81\x41;" + extra + "\x81\x41\n");
+    CHECK(record.ResourceName == name);
+    CHECK(record.Extra == extra);
+    CHECK(Parsed("3;1;2;3;half a\x81;\n").ResourceName == std::string("half a\x81"));
+}
+
 TEST_CASE("the readable time of an alert line follows the rules of the moment that it shows")
 {
     ImportRedirector imports;

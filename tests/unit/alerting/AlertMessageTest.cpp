@@ -107,6 +107,25 @@ TEST_CASE("a resource name is shown up to 259 characters")
     CHECK(MessageOf(3, std::string(383, 'n')) == g_head + L", " + std::wstring(259, L'n'));
 }
 
+TEST_CASE("a resource name of several bytes a character is shown whole, and cut by its characters")
+{
+    StoreBench bench;
+    UseHostName(bench.imports, L"HOST01");
+    bench.imports.Replace<decltype(::MultiByteToWideChar)>(
+        "MultiByteToWideChar", [](UINT, DWORD, LPCCH psz, int cb, LPWSTR pwsz, int cch)
+        { return MultiByteToWideChar(CP_UTF8, 0, psz, cb, pwsz, cch); });
+    std::string ideographs;
+    for (int i = 0; i < 127; ++i)
+    {
+        ideographs += "\xE4\xB8\xAD"; // 381 bytes
+    }
+    CHECK(MessageOf(3, ideographs) == g_head + L", " + std::wstring(127, L'\x4E2D'));
+    // The last place has no room for both halves of the pair.
+    CHECK(MessageOf(3, std::string(258, 'n') + "\xF0\x9F\x98\x80") == g_head + L", " + std::wstring(258, L'n'));
+    CHECK(MessageOf(3, std::string(257, 'n') + "\xF0\x9F\x98\x80") ==
+          g_head + L", " + std::wstring(257, L'n') + L"\U0001F600");
+}
+
 TEST_CASE("a text is never written past the end of its buffer")
 {
     StoreBench bench;

@@ -84,6 +84,19 @@ TEST_CASE("long texts of an alert are cut to their fields")
     CHECK(bench.tree.Alerts() == "3;1;2;1706745599(2024-01-31 23:59:59);" + name + ";" + extra + "\r\n");
 }
 
+TEST_CASE("long texts of an alert are cut between two of their characters")
+{
+    StoreBench bench;
+    // A code page in which 0x81 begins a character of two bytes.
+    bench.imports.Replace<decltype(::IsDBCSLeadByte)>("IsDBCSLeadByte",
+                                                      [](BYTE byte) -> BOOL { return byte == 0x81 ? TRUE : FALSE; });
+    const std::string name(382, 'n');
+    const std::string extra(30, 'e');
+
+    CHECK(SaveLocalAlertInfo(3, 1, 2, (name + "\x81\x41").c_str(), MOMENT, (extra + "\x81\x41").c_str()) == 0);
+    CHECK(bench.tree.Alerts() == "3;1;2;1706745599(2024-01-31 23:59:59);" + name + ";" + extra + "\r\n");
+}
+
 TEST_CASE("format characters in a resource name are text")
 {
     StoreBench bench;

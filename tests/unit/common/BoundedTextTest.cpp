@@ -58,6 +58,21 @@ TEST_CASE("a copy that fits is whole, one that does not is cut and terminated")
     }
 }
 
+TEST_CASE("a cut leaves no half of a pair of surrogates")
+{
+    wchar_t wszTarget[5];
+    CopyTextW(wszTarget, L"ab\U0001F600");
+    CHECK(std::wstring(wszTarget) == L"ab\U0001F600");
+    CopyTextW(wszTarget, L"abc\U0001F600");
+    CHECK(std::wstring(wszTarget) == L"abc");
+    CopyTextW(wszTarget, L"abc\xD83D"); // half a pair of its own
+    CHECK(std::wstring(wszTarget) == L"abc\xD83D");
+    CopyTextW(wszTarget, 1, L"\U0001F600");
+    CHECK(std::wstring(wszTarget).empty());
+    CopyTextW(wszTarget, 2, L"\U0001F600");
+    CHECK(std::wstring(wszTarget).empty());
+}
+
 TEST_CASE("a buffer of no characters is never written")
 {
     char cTarget = '?';
