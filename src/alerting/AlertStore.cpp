@@ -57,18 +57,27 @@ bool FindStorePaths(StorePaths& paths) noexcept
     return std::strcmp(paths.szData, paths.szBackup) != 0;
 }
 
-// The line as the file holds it, after whatever ends a torn line before it, in one write.
+// The line after whatever ends a torn line before it, in one write, with CR LF for each line feed as text mode has it:
+// also for one inside a name.
 DWORD AppendLine(HANDLE hFile, const char* pszLine) noexcept
 {
-    char szBytes[ALERT_LINE_CHARS + 4];
-    const bool bEnded = std::strchr(pszLine, '\n') != nullptr; // a line that was cut has no end
-    const int cchText = static_cast<int>(std::strlen(pszLine)) - (bEnded ? 1 : 0);
-    FormatTextA(szBytes, "%s%.*s%s", MissingLineEnd(hFile), cchText, pszLine, bEnded ? "\r\n" : "");
-    if (cchText == 0 || szBytes[0] == '\0')
+    if (pszLine[0] == '\0')
     {
         return ERROR_INVALID_DATA; // a line that could not be put together must not count as stored
     }
-    return WriteWhole(hFile, szBytes, std::strlen(szBytes));
+    const char* const pszLineEnd = MissingLineEnd(hFile);
+    std::size_t cbBytes = std::strlen(pszLineEnd);
+    char achBytes[2 + 2 * ALERT_LINE_CHARS];
+    std::memcpy(achBytes, pszLineEnd, cbBytes);
+    for (; *pszLine != '\0'; ++pszLine)
+    {
+        if (*pszLine == '\n')
+        {
+            achBytes[cbBytes++] = '\r';
+        }
+        achBytes[cbBytes++] = *pszLine;
+    }
+    return WriteWhole(hFile, achBytes, cbBytes);
 }
 
 // Reads records until there is one more than asked for: the loop runs while the number taken is at most nMaxCount, and

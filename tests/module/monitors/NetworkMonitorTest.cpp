@@ -330,6 +330,19 @@ TEST_CASE("an adapter's name outside the ANSI code page is stored with the code 
     CHECK(alerts[0].text.substr(alerts[0].text.size() - ending.size()) == ending);
 }
 
+TEST_CASE("a line feed in an adapter's name is stored as CR LF")
+{
+    MonitoredModule host(EachPassJudged());
+    host.wmi.SetObjects({Adapter(L"Eth\nA", 2)});
+    AddRow(host, 2);
+    SetPercent(host, 2, 60);
+    StartAndMeasure(host);
+    host.StopAndEnd(VARNEX_ALERT_NETWORK);
+
+    const std::string stored = host.tree.Alerts();
+    CHECK(stored.substr(stored.find(");")) == ");Eth\r\nA;\r\n");
+}
+
 TEST_CASE("adapters that vanish keep their histories, and new ones start their own")
 {
     MonitoredModule host(EachPassJudged().Set("NetworkSamplingAmount", 2));

@@ -265,7 +265,8 @@ void CheckLog(const LogFile& log)
     CHECK_THAT(log, HasLineContaining("(CPU:0 %s%n%d%p) usage value(42)"));
 }
 
-// The lines that the names with line ends left behind: each is named by the fetch, for the disk and for the adapter.
+// The lines that the names with line ends left behind: each is named by the fetch, for the disk and for the adapter. The
+// LF of a name's CR LF became CR LF in the file.
 std::size_t CheckBrokenLines(const LogFile& log)
 {
     const std::string told = "ReadLocalAlertInf -- Translate buffer string(";
@@ -273,12 +274,12 @@ std::size_t CheckBrokenLines(const LogFile& log)
     CHECK(log.Count(1, told + "c;") == 2);
     for (const char* pszBegin : {"3;50;90;", "4;50;"})
     {
-        for (const char* pszEnd : {");2 a", ");6 d"})
+        for (const char* pszEnd : {");2 a\r", ");6 d\r"})
         {
             CHECK(std::count_if(log.Lines().begin(), log.Lines().end(),
                                 [&](const LogLine& line) {
                                     return line.text.rfind(told + pszBegin, 0) == 0 &&
-                                           line.text.rfind(pszEnd) == line.text.size() - 5;
+                                           line.text.rfind(pszEnd) == line.text.size() - 6;
                                 }) == 1);
         }
     }

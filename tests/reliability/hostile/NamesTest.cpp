@@ -49,14 +49,10 @@ std::vector<std::string> LinesOf(const std::string& name, int nHappenTime)
     char szTime[TIME_CHARS];
     FormatLocalTimeA(nHappenTime, szTime);
     std::istringstream text("4;50;1;" + std::to_string(nHappenTime) + "(" + szTime + ");" + record.ResourceName +
-                            ";\r\n");
+                            ";\n");
     std::vector<std::string> lines;
     for (std::string line; std::getline(text, line);)
     {
-        if (!line.empty() && line.back() == '\r')
-        {
-            line.pop_back();
-        }
         if (!line.empty())
         {
             lines.push_back(line);
