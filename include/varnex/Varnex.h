@@ -92,7 +92,8 @@ VARNEX_API int StopWorkingThread(unsigned int nAlertType);
  * Returns the number of records stored, 0 to nMaxCount + 1. 0 also stands for a null array, an nMaxCount below 1, no
  * stored alert, and a store that could not be read or rewritten; then nothing is lost and the log tells why.
  *
- * The store is shared with other processes under a named mutex, for which the call waits up to 60 seconds.
+ * The store is shared with other processes under a named mutex, for which the call waits up to 60 seconds. For another
+ * program that has the alert file open it waits up to a second more.
  */
 VARNEX_API int GetAlertRecord(int* pnAlertTypes, wchar_t** ppwszTexts, unsigned int cchText, int* pnThresholds,
                               int* pnValues, int nMaxCount);

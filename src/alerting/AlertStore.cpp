@@ -9,6 +9,7 @@
 #include "common/LastError.h"
 #include "common/LocalTime.h"
 #include "common/ModulePath.h"
+#include "common/SharingPatience.h"
 #include "diag/SPLogger.h"
 #include "entry/ModuleState.h"
 
@@ -55,6 +56,12 @@ bool FindStorePaths(StorePaths& paths) noexcept
     FormatTextA(paths.szData, "%s%s", szDirectory, "LocalAlt.dat");
     FormatTextA(paths.szBackup, "%s%s", szDirectory, "LocalAlt_Backup.dat");
     return std::strcmp(paths.szData, paths.szBackup) != 0;
+}
+
+DWORD ReplaceData(const StorePaths& paths) noexcept
+{
+    const bool bMoved = MoveFileExA(paths.szBackup, paths.szData, MOVEFILE_REPLACE_EXISTING) != FALSE;
+    return bMoved ? ERROR_SUCCESS : LastErrorOr(ERROR_GEN_FAILURE);
 }
 
 // The line after whatever ends a torn line before it, in one write, with CR LF for each line feed as text mode has it:
@@ -232,9 +239,9 @@ int ReadLocalAlertInf(std::vector<VARNEX_ALERT_BUF>& records, int nMaxCount)
     TakeRecords(reader, records, nMaxCount);
     DWORD dwError = backup.TakeRestOf(reader);
     data.Reset();
-    if (dwError == ERROR_SUCCESS && !MoveFileExA(paths.szBackup, paths.szData, MOVEFILE_REPLACE_EXISTING))
+    if (dwError == ERROR_SUCCESS)
     {
-        dwError = LastErrorOr(ERROR_GEN_FAILURE);
+        dwError = SharingPatience().Try([&paths]() noexcept { return ReplaceData(paths); });
     }
     if (dwError != ERROR_SUCCESS)
     {

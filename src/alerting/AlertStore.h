@@ -22,6 +22,7 @@ int SaveLocalAlertInfo(int nAlertType, int nThreshold, int nValue, const char* p
 // Takes alerts out of the file, oldest first, and appends them to records: as many as nMaxCount and one more, so none
 // for a negative one. Expired and unreadable lines before the last one taken go too; what was not read stays, in a file
 // rewritten as a whole.
+// The move of that file over the other waits up to a second for a program that has one of them open.
 // Returns 0; -1 when a file cannot be opened; or the system error of a rewrite that failed, and then the alert file
 // is as it was and the records must not be handed out.
 int ReadLocalAlertInf(std::vector<VARNEX_ALERT_BUF>& records, int nMaxCount);

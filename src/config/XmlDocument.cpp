@@ -4,7 +4,7 @@
 #include "common/Handles.h"
 #include "common/LastError.h"
 #include "common/ModulePath.h"
-#include "config/SharingPatience.h"
+#include "common/SharingPatience.h"
 
 #include <cwchar>
 #include <utility>

@@ -202,6 +202,27 @@ TEST_CASE("a store's mutex that cannot be made is logged, the load goes on, and 
     CHECK(anValues[0] == 90);
 }
 
+TEST_CASE("a fetch outlasts a program that has the alert file open for a moment")
+{
+    const ShippedTree tree{ConfigBuilder()};
+    const std::string alert = "1;85;90;2147483647(2038-01-19 03:14:07);;\r\n";
+    WriteFileBytes(tree.InBin(L"LocalAlt.dat"), alert + alert + alert);
+    const LoadedModule module(tree);
+    UniqueFile reader(CreateFileW(tree.InBin(L"LocalAlt.dat").c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                  nullptr, OPEN_EXISTING, 0, nullptr));
+    REQUIRE(reader);
+    ImportRedirector redirector(module.Handle());
+    redirector.Replace<decltype(::Sleep)>("Sleep", [&reader](DWORD) { reader.Reset(); });
+
+    int anNumbers[2];
+    wchar_t* apwszTexts[2] = {};
+    const auto pfnGet = module.Export<decltype(::GetAlertRecord)>("GetAlertRecord");
+    CHECK(pfnGet(anNumbers, apwszTexts, 0, anNumbers, anNumbers, 1) == 2);
+    CHECK(redirector.Calls("Sleep") == 1);
+    CHECK(tree.Alerts() == alert);
+    CHECK_FALSE(FileExists(tree.InBin(L"LocalAlt_Backup.dat")));
+}
+
 TEST_CASE("the report's hand-off that cannot be made is logged and does not fail the load")
 {
     LateModule late;

@@ -71,7 +71,8 @@ void DoWrong(const std::string& sabotage, FaultScenario& scenario)
         scenario.imports.Replace<decltype(::MoveFileExA)>("MoveFileExA",
                                                           [&scenario](LPCSTR pszFrom, LPCSTR pszTo, DWORD dwFlags)
                                                           {
-                                                              scenario.clock.Advance(STORE_MUTEX_SECONDS + 1);
+                                                              scenario.clock.Advance(STORE_MUTEX_SECONDS +
+                                                                                     STORE_FILE_SECONDS + 1);
                                                               return MoveFileExA(pszFrom, pszTo, dwFlags);
                                                           });
     }

@@ -216,7 +216,7 @@ TEST_CASE("the fault loop notices what it is there to notice")
     const auto sabotage = GENERATE(values<Sabotage>({{"crash", "exit code 3221225477"},
                                                      {"handle", "CHECK( CountHandles() <="},
                                                      {"thread", "workers still live after 15 s"},
-                                                     {"wait", "61 <= 60"},
+                                                     {"wait", "62 <= 61"},
                                                      {"line", "alert line: 1;50;90;17067"},
                                                      {"configuration", "Not an XML file"}}));
     CAPTURE(sabotage.pszName);

@@ -179,7 +179,8 @@ void FaultScenario::Work(ScenarioOutcome& outcome)
              [this] { module.Export<decltype(::StartPKIUtlThread)>("StartPKIUtlThread")(); });
     clock.Advance(WORK_SECONDS);
     outcome.nStored = CountAlerts(L"LocalAlt.dat");
-    HostCall("GetAlertRecord", STORE_MUTEX_SECONDS, [this, &outcome] { outcome.nFetched = Fetch(); });
+    HostCall("GetAlertRecord", STORE_MUTEX_SECONDS + STORE_FILE_SECONDS,
+             [this, &outcome] { outcome.nFetched = Fetch(); });
     outcome.bReport = CanAsk(names.Key()) && AskForReport();
     HostCall("StopWorkingThread", CONFIGURATION_SECONDS,
              [this] { module.Export<decltype(::StopWorkingThread)>("StopWorkingThread")(VARNEX_ALERT_ALL); });

@@ -36,6 +36,7 @@ constexpr std::array<const char*, 2> EXPORTS_LOOKED_UP = {"GetSystemTimes", "Glo
 constexpr unsigned CONFIGURATION_SECONDS = 1; // for one that others have, each time
 constexpr unsigned STOP_SECONDS = 15;
 constexpr unsigned STORE_MUTEX_SECONDS = 60;
+constexpr unsigned STORE_FILE_SECONDS = 1; // for one that others have
 constexpr unsigned COUNTS_MUTEX_SECONDS = 90;
 constexpr unsigned LOG_MUTEX_SECONDS = 5; // for each line
 

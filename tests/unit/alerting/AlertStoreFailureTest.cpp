@@ -170,6 +170,50 @@ TEST_CASE("a rename that fails leaves the alert file whole and the rest in the b
     CHECK(bench.tree.Alerts() == LineOf(3) + LineOf(3));
 }
 
+TEST_CASE("a rename that another program's hold on a file keeps from its work is tried again for a second")
+{
+    const DWORD dwError = GENERATE(as<DWORD>(), ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION, ERROR_LOCK_VIOLATION);
+    CAPTURE(dwError);
+    StoreBench bench;
+    bench.tree.WriteAlerts(LinesOf(1, 3));
+    bench.imports.FailCall("MoveFileExA", 1, FailMode::FromThereOn, dwError);
+
+    SECTION("the file is free again in time")
+    {
+        bench.clock.RunOnOtherThread(
+            [&]
+            {
+                Sleep(925);
+                bench.imports.StopFailing("MoveFileExA");
+            });
+        bench.clock.WaitUntilAllAsleep();
+        CHECK(bench.Take(1).Values() == Values{1, 2});
+        CHECK(bench.clock.ElapsedMs() == 950);
+        CHECK(bench.tree.Alerts() == LineOf(3));
+        CHECK_FALSE(bench.HasBackup());
+        CHECK(bench.ReadLog().Bytes().empty());
+    }
+    SECTION("it is not")
+    {
+        CHECK(bench.Take(1).nResult == static_cast<int>(dwError));
+        CHECK(bench.clock.ElapsedMs() == 1000);
+        CHECK(bench.ReadLog().Lines().size() == 1);
+        CHECK_THAT(bench.ReadLog(), HasLine(1, RewriteFailure(bench, dwError)));
+    }
+    CHECK(bench.IsMutexFree());
+}
+
+TEST_CASE("a rename that fails for another reason is not tried again")
+{
+    StoreBench bench;
+    bench.tree.WriteAlerts(LinesOf(1, 3));
+    bench.imports.FailCall("MoveFileExA", 1, FailMode::FromThereOn, ERROR_DISK_FULL);
+
+    CHECK(bench.Take(1).nResult == ERROR_DISK_FULL);
+    CHECK(bench.imports.Failures("MoveFileExA") == 1);
+    CHECK(bench.clock.ElapsedMs() == 0);
+}
+
 TEST_CASE("a rename that fails costs no handle")
 {
     StoreBench bench;

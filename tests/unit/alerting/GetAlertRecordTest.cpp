@@ -268,9 +268,10 @@ TEST_CASE("a fetch whose rewrite fails hands out nothing and the next one has it
     HostBench bench;
     bench.tree.WriteAlerts(LinesOf(1, 2));
     Fetch fetch(3);
-    bench.imports.FailCall("MoveFileExA", 1, FailMode::Once, ERROR_SHARING_VIOLATION);
+    bench.imports.FailCall("MoveFileExA", 1, FailMode::FromThereOn, ERROR_SHARING_VIOLATION);
 
     CHECK(fetch.Run(2) == 0);
+    bench.imports.StopFailing("MoveFileExA");
     CHECK(fetch.IsUntouched(0));
     CHECK(fetch.IsUntouched(1));
     CHECK(bench.tree.Alerts() == LinesOf(1, 2));

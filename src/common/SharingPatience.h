@@ -22,15 +22,15 @@ inline bool IsSharingStatus(HRESULT nStatus) noexcept
 class SharingPatience
 {
 public:
-    // Runs an operation until it ends in anything but a sharing error, or until the second leaves no room for another
-    // pause. Returns the status of its last run; there is always one.
+    // Runs an operation, which returns a status or a system error, until it ends in anything but a sharing error, or until
+    // the second leaves no room for another pause. Returns what its last run did; there is always one.
     template <class Operation>
-    HRESULT Try(Operation operation) const noexcept
+    auto Try(Operation operation) const noexcept
     {
         for (;;)
         {
-            const HRESULT nResult = operation();
-            if (!IsSharingStatus(nResult) || GetTickCount64() - m_ullBeginMs + PAUSE_MS > LIMIT_MS)
+            const auto nResult = operation();
+            if (!IsSharing(nResult) || GetTickCount64() - m_ullBeginMs + PAUSE_MS > LIMIT_MS)
             {
                 return nResult;
             }
@@ -39,6 +39,9 @@ public:
     }
 
 private:
+    static bool IsSharing(HRESULT nStatus) noexcept { return IsSharingStatus(nStatus); }
+    static bool IsSharing(DWORD dwError) noexcept { return IsSharingError(dwError); }
+
     static constexpr DWORD PAUSE_MS = 50;
     static constexpr DWORD LIMIT_MS = 1000;
 
