@@ -13,7 +13,7 @@ namespace varnex
 void FormatAlertLine(const VARNEX_ALERT_BUF& record, char (&szLine)[ALERT_LINE_CHARS]) noexcept
 {
     char szTime[TIME_CHARS];
-    FormatLocalTimeA(record.HappenTime, szTime);
+    FormatLocalTimeA(MomentOf(record.HappenTime, SecondsNow()), szTime);
     FormatTextA(szLine, "%d;%d;%d;%d(%s);%s;%s\n", record.AlertType, record.Threshold, record.Value, record.HappenTime,
                 szTime, record.ResourceName, record.Extra);
 }

@@ -44,7 +44,7 @@ void ComposeAlertMessage(const VARNEX_ALERT_BUF& record, wchar_t* pwszText, std:
     wchar_t wszHost[HOST_NAME_CHARS];
     GetHostName(wszHost);
     wchar_t wszTime[TIME_CHARS];
-    FormatLocalTimeW(record.HappenTime, wszTime);
+    FormatLocalTimeW(MomentOf(record.HappenTime, SecondsNow()), wszTime);
     CopyTextW(pwszText, cchText, wszTime);
     AppendTextW(pwszText, cchText, L", ");
     AppendTextW(pwszText, cchText, wszHost);

@@ -91,7 +91,7 @@ DWORD AppendLine(HANDLE hFile, const char* pszLine) noexcept
 // callers know it so.
 void TakeRecords(LineReader& reader, std::vector<VARNEX_ALERT_BUF>& records, int nMaxCount)
 {
-    const std::int64_t nOldest = SecondsNow() - KEEP_SECONDS;
+    const std::int64_t nNow = SecondsNow();
     while (!reader.AtEnd() && static_cast<std::int64_t>(records.size()) <= nMaxCount)
     {
         char szLine[ALERT_LINE_CHARS];
@@ -105,7 +105,7 @@ void TakeRecords(LineReader& reader, std::vector<VARNEX_ALERT_BUF>& records, int
         {
             Log()->Level1A("ReadLocalAlertInf -- Translate buffer string(%s) to VARNEX_ALERT_BUF fail.", szLine);
         }
-        else if (nOldest < record.HappenTime)
+        else if (record.HappenTime != 0 && nNow - KEEP_SECONDS < MomentOf(record.HappenTime, nNow))
         {
             records.push_back(record);
         }

@@ -28,6 +28,12 @@ std::int32_t AsHappenTime(std::int64_t nSeconds) noexcept
     return static_cast<std::int32_t>(nSeconds);
 }
 
+std::int64_t MomentOf(std::int32_t nHappenTime, std::int64_t nNear) noexcept
+{
+    return nNear +
+           static_cast<std::int32_t>(static_cast<std::uint32_t>(nHappenTime) - static_cast<std::uint32_t>(nNear));
+}
+
 SYSTEMTIME LocalTimeOf(std::int64_t nSeconds) noexcept
 {
     ULARGE_INTEGER nTicks;

@@ -13,8 +13,10 @@ namespace varnex
 
 std::int64_t SecondsNow() noexcept;
 
-// A moment as the 32-bit value that alert records carry.
+// A moment as the 32-bit value that alert records carry. The values begin anew in 2038.
 std::int32_t AsHappenTime(std::int64_t nSeconds) noexcept;
+// The moment that such a value stands for: the one nearest to nNear, within 68 years.
+std::int64_t MomentOf(std::int32_t nHappenTime, std::int64_t nNear) noexcept;
 
 SYSTEMTIME LocalTimeOf(std::int64_t nSeconds) noexcept;
 

@@ -70,7 +70,9 @@ std::wstring TextOf(const AlertText& alert, unsigned cchText)
 {
     constexpr std::size_t NAME_CHARS = 259;
     wchar_t wszTime[TIME_CHARS];
-    FormatLocalTimeW(alert.nHappenTime, wszTime);
+    // Of a time after 2037 the 32 bits are those of NOW and a difference.
+    FormatLocalTimeW(NOW + static_cast<int>(static_cast<unsigned>(alert.nHappenTime) - static_cast<unsigned>(NOW)),
+                     wszTime);
     static const std::wstring host = HostName();
     std::wstring text = wszTime + (L", " + host);
     if ((alert.nType == ALERT_TYPE_DISK || alert.nType == ALERT_TYPE_NETWORK) && !alert.name.empty())

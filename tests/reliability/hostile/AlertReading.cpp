@@ -31,6 +31,13 @@ int NumberIn(const std::string& field)
     return static_cast<int>(bMinus ? 0U - nNumber : nNumber);
 }
 
+// Times have 32 bits, which begin anew in 2038: what lies ahead by less than half of them is later. 0 is no time.
+bool IsYoung(int nHappenTime, long long llNow)
+{
+    const auto nAhead = static_cast<int>(static_cast<unsigned>(nHappenTime) - static_cast<unsigned>(llNow));
+    return nHappenTime != 0 && nAhead > -THREE_DAYS;
+}
+
 // The bytes with the line ends of a text-mode stream.
 std::string AsTextStream(const std::string& bytes)
 {
@@ -82,7 +89,7 @@ AlertsRead ReadAlertTexts(const std::string& bytes, long long llNow, long long l
         const std::string piece = read.rest.substr(0, (std::min)(nEnd + 1, LINE_CHARS));
         read.rest.erase(0, piece.size());
         const std::optional<AlertText> alert = ReadAlertText(piece.c_str()); // up to a null character
-        if (alert && alert->nHappenTime > llNow - THREE_DAYS)
+        if (alert && IsYoung(alert->nHappenTime, llNow))
         {
             read.alerts.push_back(*alert);
         }

@@ -50,6 +50,7 @@ TEST_CASE("an alert line shows the fields in order with the readable time in par
 {
     ImportRedirector imports;
     UseUtc(imports);
+    const VirtualClock clock(imports); // 2026
 
     CHECK(Formatted(RecordOf(3, 50, 72, MOMENT, "D1")) == "3;50;72;1706745599(2024-01-31 23:59:59);D1;\n");
     CHECK(Formatted(RecordOf(1, 85, 90, MOMENT, "")) == "1;85;90;1706745599(2024-01-31 23:59:59);;\n");
@@ -63,11 +64,12 @@ TEST_CASE("the longest alert line keeps its line end")
 {
     ImportRedirector imports;
     UseUtc(imports);
+    const VirtualClock clock(imports); // 2026
     const std::string name(383, 'n');
     const std::string extra(31, 'e');
 
     CHECK(Formatted(RecordOf(INT_MIN, INT_MIN, INT_MIN, INT_MIN, name, extra)) ==
-          "-2147483648;-2147483648;-2147483648;-2147483648(1901-12-13 20:45:52);" + name + ";" + extra + "\n");
+          "-2147483648;-2147483648;-2147483648;-2147483648(2038-01-19 03:14:08);" + name + ";" + extra + "\n");
 }
 
 TEST_CASE("a line's long texts are read up to a whole character")

@@ -98,6 +98,36 @@ TEST_CASE("a moment before 1601 is no time, and no crash")
     CHECK(TimeText(-20'000'000'000) == "0000-00-00 00:00:00");
 }
 
+TEST_CASE("of the moments with the same low 32 bits the nearest one is meant")
+{
+    constexpr std::int64_t WRAP = std::int64_t{1} << 31;
+    struct Row
+    {
+        std::int64_t nNear;
+        std::int64_t nMoment;
+    };
+    const Row rows[] = {
+        {1706745599, 1706745599},
+        {1706745599, 0},
+        {1706745599, -1},
+        {1706745599, WRAP - 1},
+        {1706745599, WRAP + 5}, // not 1901
+        {WRAP - 1, WRAP},
+        {WRAP, WRAP - 1},
+        {WRAP, WRAP},
+        {WRAP + 86400, WRAP - 1},
+        {4102444799, 4102444799}, // 2100
+        {4102444799, 2 * WRAP + 5},
+        {4102444799, 4102444799 - WRAP},
+        {4102444799, 4102444799 + WRAP - 1},
+    };
+    for (const Row& row : rows)
+    {
+        CAPTURE(row.nNear, row.nMoment);
+        CHECK(MomentOf(AsHappenTime(row.nMoment), row.nNear) == row.nMoment);
+    }
+}
+
 TEST_CASE("alert records carry the low 32 bits of a moment")
 {
     CHECK(AsHappenTime(1706745599) == 1706745599);
