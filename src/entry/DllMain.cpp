@@ -10,6 +10,13 @@
 
 #include <utility>
 
+#ifdef __GLIBCXX__
+namespace __gnu_cxx // the run-time library's, which declares it in no header
+{
+void __freeres();
+}
+#endif
+
 namespace varnex
 {
 
@@ -74,6 +81,15 @@ void Detach(bool bProcessEnds) noexcept
     const UniqueHandle mutex(std::exchange(g_hAlertFileMutex, nullptr));
 }
 
+// The run-time library inside the module sets memory aside for exceptions at each load, and by itself never gives it
+// back. Nothing of the module may throw afterwards.
+void FreeRuntimeMemory() noexcept
+{
+#ifdef __GLIBCXX__
+    __gnu_cxx::__freeres();
+#endif
+}
+
 BOOL OnReason(HMODULE hModule, DWORD dwReason, bool bProcessEnds) noexcept
 {
     char szModulePath[PATH_CHARS];
@@ -84,6 +100,10 @@ BOOL OnReason(HMODULE hModule, DWORD dwReason, bool bProcessEnds) noexcept
         return Attach(hModule, szModulePath);
     case DLL_PROCESS_DETACH:
         Detach(bProcessEnds);
+        if (!bProcessEnds)
+        {
+            FreeRuntimeMemory();
+        }
         return TRUE;
     default:
         return TRUE;

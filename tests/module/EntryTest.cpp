@@ -12,6 +12,9 @@
 
 #include <objbase.h>
 
+#include <functional>
+#include <optional>
+
 namespace varnex::test
 {
 
@@ -253,6 +256,31 @@ TEST_CASE("a reload keeps the handles of the report's two events and section ope
     }
     CHECK(CountHandles() <= nHandles + RELOADS * HANDLES_OF_A_LOAD);
     CHECK(CountThreads() == nThreads);
+}
+
+TEST_CASE("ten loads and unloads, or loads that fail, leave the heap as the first left it")
+{
+    const ShippedTree tree{ConfigBuilder()};
+    std::function<void()> reload = [&tree]
+    {
+        LoadedModule module(tree);
+        CHECK(module.Unload());
+    };
+    std::optional<Apartment> refused;
+    if (GENERATE(false, true))
+    {
+        refused.emplace(COINIT_MULTITHREADED);
+        reload = [&tree] { CHECK_FALSE(CanLoadModule(tree)); };
+    }
+    reload(); // what the first load brings into the process stays
+    const HeapUse first = CountHeapBlocks();
+    for (int i = 0; i < 10; ++i)
+    {
+        reload();
+    }
+    const HeapUse last = CountHeapBlocks();
+    CHECK(last.nBlocks == first.nBlocks);
+    CHECK(last.cbBlocks == first.cbBlocks);
 }
 
 TEST_CASE("a monitor can be started after a reload")

@@ -99,6 +99,32 @@ std::size_t CountThreads()
     return nOwn;
 }
 
+HeapUse CountHeapBlocks()
+{
+    const UnscriptedScope unscripted;
+    HANDLE ahHeaps[64];
+    const DWORD nHeaps = GetProcessHeaps(64, ahHeaps);
+    REQUIRE(nHeaps != 0);
+    REQUIRE(nHeaps <= 64);
+    HeapUse use;
+    for (DWORD i = 0; i < nHeaps; ++i)
+    {
+        HeapLock(ahHeaps[i]);
+        PROCESS_HEAP_ENTRY entry{};
+        while (HeapWalk(ahHeaps[i], &entry))
+        {
+            if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0)
+            {
+                ++use.nBlocks;
+                use.cbBlocks += entry.cbData;
+            }
+        }
+        HeapUnlock(ahHeaps[i]);
+    }
+    REQUIRE(use.nBlocks != 0);
+    return use;
+}
+
 // Added up region by region: Wine leaves the process's own counter at 0.
 std::size_t PrivateBytes()
 {
