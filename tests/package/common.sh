@@ -31,6 +31,11 @@ finish() {
   [ "$failures" -eq 0 ]
 }
 
+# tool NAME: one of LLVM's, as Debian names it, with its version or without.
+tool() {
+  command -v "$1-14" || command -v "$1-19" || command -v "$1" || { echo "FAILED: $1 is not installed" >&2; exit 1; }
+}
+
 # begin_in FOLDER: an empty working folder.
 begin_in() {
   rm -rf "$1"

@@ -4,10 +4,6 @@
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 begin_in "$1"
 
-# tool NAME: as Debian names it, with its version or without.
-tool() {
-  command -v "$1-14" || command -v "$1-19" || command -v "$1" || { echo "FAILED: $1 is not installed" >&2; exit 1; }
-}
 clang=$(tool clang) lld_link=$(tool lld-link) dlltool=$(tool llvm-dlltool) rc=$(tool llvm-rc)
 
 cp -r "$tests/msvc_host/." .
