@@ -1,6 +1,7 @@
 #include "alerting/AlertFile.h"
 
 #include "common/LastError.h"
+#include "common/WriteWhole.h"
 
 #include <cstring>
 
@@ -78,16 +79,6 @@ DWORD LineReader::CopyRestTo(HANDLE hTarget) noexcept
         m_nNext = m_nFilled;
     }
     return m_dwError;
-}
-
-DWORD WriteWhole(HANDLE hFile, const char* pachData, std::size_t cbData) noexcept
-{
-    DWORD cbWritten = 0;
-    if (!WriteFile(hFile, pachData, static_cast<DWORD>(cbData), &cbWritten, nullptr))
-    {
-        return LastErrorOr(ERROR_GEN_FAILURE);
-    }
-    return cbWritten == cbData ? ERROR_SUCCESS : ERROR_DISK_FULL;
 }
 
 const char* MissingLineEnd(HANDLE hFile) noexcept

@@ -43,9 +43,6 @@ private:
     DWORD m_dwError = ERROR_SUCCESS;
 };
 
-// Writes all of it, or gives the system error (ERROR_DISK_FULL for a write that took only a part).
-DWORD WriteWhole(HANDLE hFile, const char* pachData, std::size_t cbData) noexcept;
-
 // What a file needs before the next line, so that a torn last line does not swallow it: an empty text for a file that
 // is empty or ends in a line feed; a whole line end for one whose end cannot be read.
 const char* MissingLineEnd(HANDLE hFile) noexcept;

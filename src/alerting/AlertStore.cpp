@@ -10,6 +10,7 @@
 #include "common/LocalTime.h"
 #include "common/ModulePath.h"
 #include "common/SharingPatience.h"
+#include "common/WriteWhole.h"
 #include "diag/SPLogger.h"
 #include "entry/ModuleState.h"
 

@@ -1,12 +1,11 @@
 #include "config/XmlDocument.h"
 
-#include "common/BoundedText.h"
 #include "common/Handles.h"
 #include "common/LastError.h"
-#include "common/ModulePath.h"
 #include "common/SharingPatience.h"
+#include "config/FileSaving.h"
+#include "config/XmlBytes.h"
 
-#include <cwchar>
 #include <utility>
 
 namespace varnex
@@ -18,35 +17,9 @@ namespace
 constexpr CLSID CLASS_DOM_DOCUMENT = {0x2933BF90, 0x7B36, 0x11D2, {0xB2, 0x0E, 0x00, 0xC0, 0x4F, 0x98, 0x3E, 0x60}};
 constexpr IID INTERFACE_DOM_DOCUMENT = {0x2933BF81, 0x7B36, 0x11D2, {0xB2, 0x0E, 0x00, 0xC0, 0x4F, 0x98, 0x3E, 0x60}};
 
-constexpr wchar_t TEMPORARY_ENDING[] = L".tmp";
-
 HRESULT LastStatus() noexcept
 {
     return HRESULT_FROM_WIN32(LastErrorOr(ERROR_GEN_FAILURE));
-}
-
-HRESULT FlushFile(const wchar_t* pwszPath) noexcept
-{
-    const UniqueFile file(CreateFileW(pwszPath, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file || !FlushFileBuffers(file.Get()))
-    {
-        return LastStatus();
-    }
-    return S_OK;
-}
-
-HRESULT ReplaceFileBy(const wchar_t* pwszPath, const wchar_t* pwszNewPath) noexcept
-{
-    const bool bMoved = MoveFileExW(pwszNewPath, pwszPath, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != FALSE;
-    return bMoved ? S_OK : LastStatus();
-}
-
-// False when there is no room for the name.
-bool TemporaryPathOf(const wchar_t* pwszPath, wchar_t (&wszTemporaryPath)[PATH_CHARS]) noexcept
-{
-    FormatTextW(wszTemporaryPath, L"%s%s", pwszPath, TEMPORARY_ENDING);
-    return std::wcslen(wszTemporaryPath) == std::wcslen(pwszPath) + std::wcslen(TEMPORARY_ENDING);
 }
 
 } // namespace
@@ -182,80 +155,23 @@ HRESULT XmlDocument::GetXml(UniqueBstr& text) noexcept
     return m_document->get_xml(text.Receive());
 }
 
-HRESULT XmlDocument::SaveTo(const wchar_t* pwszPath) noexcept
-{
-    UniqueBstr path(pwszPath);
-    if (!path)
-    {
-        return E_OUTOFMEMORY;
-    }
-    ScopedVariant target;
-    target.SetText(std::move(path));
-    return m_document->save(target.Get());
-}
-
-// As SaveTo, but a file that may not be written is always told by a sharing error: not every document object says so.
-HRESULT XmlDocument::SaveToTemporary(const wchar_t* pwszTemporaryPath) noexcept
-{
-    const HRESULT nResult = SaveTo(pwszTemporaryPath);
-    if (SUCCEEDED(nResult))
-    {
-        return nResult;
-    }
-    const UniqueFile file(
-        CreateFileW(pwszTemporaryPath, GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    const HRESULT nOpened = file ? S_OK : LastStatus();
-    return IsSharingStatus(nOpened) ? nOpened : nResult;
-}
-
-// bSafe: whether the new content is on the disk for good.
-HRESULT XmlDocument::SaveInPlace(const wchar_t* pwszPath, bool& bSafe) noexcept
-{
-    bSafe = false;
-    const HRESULT nResult = SaveTo(pwszPath);
-    if (FAILED(nResult))
-    {
-        return nResult;
-    }
-    const HRESULT nFlushed = FlushFile(pwszPath);
-    bSafe = SUCCEEDED(nFlushed);
-    // A reader that came at once keeps the file from being flushed, but saved it is.
-    return IsSharingStatus(nFlushed) ? S_OK : nFlushed;
-}
-
+// Not by the document's own save: it can report a success when the disk is full, and write bytes that do not agree with
+// the encoding that they declare.
 HRESULT XmlDocument::Save(const wchar_t* pwszPath) noexcept
 {
-    const SharingPatience patience;
-    bool bSafe = false;
-    wchar_t wszTemporaryPath[PATH_CHARS];
-    if (!TemporaryPathOf(pwszPath, wszTemporaryPath))
+    UniqueBstr text;
+    HRESULT nResult = GetXml(text);
+    const std::size_t cchText = SysStringLen(text.Get());
+    if (SUCCEEDED(nResult) && cchText == 0)
     {
-        return patience.Try([&]() noexcept { return SaveInPlace(pwszPath, bSafe); });
+        nResult = E_FAIL;
     }
-    HRESULT nResult = patience.Try([&]() noexcept { return SaveToTemporary(wszTemporaryPath); });
-    const bool bWritten = SUCCEEDED(nResult);
-    if (bWritten)
-    {
-        nResult = patience.Try([&]() noexcept { return FlushFile(wszTemporaryPath); });
-    }
+    XmlBytes bytes;
     if (SUCCEEDED(nResult))
     {
-        nResult = patience.Try([&]() noexcept { return ReplaceFileBy(pwszPath, wszTemporaryPath); });
+        nResult = EncodeXml(text.Get(), cchText, bytes);
     }
-    if (SUCCEEDED(nResult))
-    {
-        return S_OK;
-    }
-    if (IsSharingStatus(nResult)) // somebody keeps one of the files open: what is left is to write into the old one
-    {
-        nResult = SaveInPlace(pwszPath, bSafe);
-        if (!bSafe && bWritten)
-        {
-            return nResult; // the old file may be torn now or later: the temporary one stays, which is whole
-        }
-    }
-    DeleteFileW(wszTemporaryPath);
-    return nResult;
+    return SUCCEEDED(nResult) ? SaveFile(pwszPath, bytes.data.get(), bytes.cbData) : nResult;
 }
 
 HRESULT XmlDocument::GetText(IXMLDOMNode& node, UniqueBstr& text) noexcept

@@ -36,10 +36,8 @@ public:
     // The whole document as text.
     HRESULT GetXml(UniqueBstr& text) noexcept;
 
-    // Replaces a file so that it is the old or the new one, whole, at every instant: the new one is written beside it,
-    // under the name with ".tmp" behind, and moved over it. Sharing errors are tried again for at most a second in all.
-    // Only then, or when the longer name does not fit a path, the file is written in place, where a kill or a full disk
-    // can leave it torn; if that fails or cannot be flushed, the temporary file stays and is the whole new one.
+    // Saves into a file, in UTF-8 and with a declaration that says so where there is one. Returns S_OK when the file is
+    // on the disk (see SaveFile), else a failing status.
     HRESULT Save(const wchar_t* pwszPath) noexcept;
 
     // The text of a node, null for an empty one; and the replacing of all that a node holds by a text.
@@ -49,9 +47,6 @@ public:
 private:
     HRESULT LoadOnce(const wchar_t* pwszPath) noexcept;
     HRESULT LoadOrLook(const wchar_t* pwszPath) noexcept;
-    HRESULT SaveTo(const wchar_t* pwszPath) noexcept;
-    HRESULT SaveToTemporary(const wchar_t* pwszTemporaryPath) noexcept;
-    HRESULT SaveInPlace(const wchar_t* pwszPath, bool& bSafe) noexcept;
     HRESULT CreateNode(long nType, const wchar_t* pwszName, ComPtr<IXMLDOMNode>& node) noexcept;
 
     const wchar_t* m_pwszNamespace;

@@ -1,8 +1,8 @@
 #include "WholeFile.h"
 
 #include "HostError.h"
-#include "alerting/AlertFile.h"
 #include "common/Handles.h"
+#include "common/WriteWhole.h"
 
 namespace varnex::host
 {

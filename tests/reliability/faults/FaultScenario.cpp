@@ -56,9 +56,9 @@ const char* NameOfDomMethod(DomMethod method)
         "IXMLDOMDocument::selectSingleNode", "IXMLDOMDocument::get_documentElement",
         "IXMLDOMDocument::createNode",       "IXMLDOMDocument::appendChild",
         "IXMLDOMElement::appendChild",       "IXMLDOMElement::get_text",
-        "IXMLDOMElement::put_text",          "IXMLDOMDocument::save",
-        "IXMLDOMDocument::get_xml",          "IXMLDOMElement::get_attributes",
-        "IXMLDOMAttribute::put_text",        "IXMLDOMNamedNodeMap::setNamedItem"};
+        "IXMLDOMElement::put_text",          "IXMLDOMDocument::get_xml",
+        "IXMLDOMElement::get_attributes",    "IXMLDOMAttribute::put_text",
+        "IXMLDOMNamedNodeMap::setNamedItem"};
     return names.at(static_cast<std::size_t>(method));
 }
 

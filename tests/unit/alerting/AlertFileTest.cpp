@@ -1,5 +1,6 @@
 #include "alerting/AlertFile.h"
 
+#include "common/WriteWhole.h"
 #include "support/ImportRedirector.h"
 #include "support/ModuleTree.h"
 

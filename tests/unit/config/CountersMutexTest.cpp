@@ -149,12 +149,12 @@ TEST_CASE("the mutex is held from the reading of the date to the last write")
             waits.push_back(config.mutex.WaitElsewhere());
             return pDocument->load(source, pbLoaded);
         });
-    dom.Replace<HRESULT(IXMLDOMDocument*, VARIANT)>(DomMethod::Save,
-                                                    [&](IXMLDOMDocument* pDocument, VARIANT to)
-                                                    {
-                                                        waits.push_back(config.mutex.WaitElsewhere());
-                                                        return pDocument->save(to);
-                                                    });
+    config.redirector.Replace<decltype(::MoveFileExW)>("MoveFileExW",
+                                                       [&](LPCWSTR pwszFrom, LPCWSTR pwszTo, DWORD dwFlags)
+                                                       {
+                                                           waits.push_back(config.mutex.WaitElsewhere());
+                                                           return MoveFileExW(pwszFrom, pwszTo, dwFlags);
+                                                       });
     CHECK(SaveAlertNumIntoLocal(L"2026-02-01", 1, 7) == 0);
     // The date's load, then a load and a save for the new date, each of the five resets, and the count.
     CHECK(waits == std::vector<DWORD>(1 + 7 * 2, WAIT_TIMEOUT));
@@ -175,8 +175,9 @@ TEST_CASE("every save gives the mutex back and closes it, however it ends")
     const std::vector<Ending> endings = {
         {"saved", [] {}, 0},
         {"date not read", [&] { dom.FailCall(DomMethod::GetText, 1, FailMode::Once, E_OUTOFMEMORY); }, E_OUTOFMEMORY},
-        {"count not written", [&] { dom.FailCall(DomMethod::Save, 1, FailMode::Once, STG_E_MEDIUMFULL); },
-         STG_E_MEDIUMFULL},
+        {"count not written",
+         [&] { config.redirector.FailCall("FlushFileBuffers", 1, FailMode::Once, ERROR_DISK_FULL); },
+         HRESULT_FROM_WIN32(ERROR_DISK_FULL)},
         {"file not loaded", [&] { config.tree.WriteConfigText("<KPMConfiguration>"); }, -1},
         {"owner ended", [&] { config.mutex.Abandon(); }, -3},
     };

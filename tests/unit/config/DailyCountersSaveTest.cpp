@@ -296,13 +296,12 @@ TEST_CASE("a file that does not load: a new day whose every write fails, and -1"
 TEST_CASE("a reset that fails stops neither the others nor the saving of the count")
 {
     ConfigFixture config;
-    ScriptedDom dom;
     for (std::size_t i = 0; i < 6; ++i)
     {
         CAPTURE(RESET_MESSAGES[i]);
         config.tree.WriteConfig(FullDay());
         config.TakeLog();
-        dom.FailCall(DomMethod::Save, i + 1, FailMode::Once, STG_E_MEDIUMFULL);
+        config.redirector.FailCall("FlushFileBuffers", i + 1, FailMode::Once, ERROR_DISK_FULL);
         CHECK(SaveAlertNumIntoLocal(L"2026-02-01", 3, 7) == 0);
         Day day = {L"2026-02-01", L"0", L"0", L"0", L"0", L"0"};
         const Day before = {TODAY, L"1", L"2", L"3", L"4", L"5"};
@@ -310,7 +309,7 @@ TEST_CASE("a reset that fails stops neither the others nor the saving of the cou
         day[4] = L"7";
         CHECK(StoredDay(config) == day);
         CHECK(config.TakeLog() == Lines{Input("2026-02-01", 3, "7"), LOCKED, StoredDate("2026-01-31"), NEW_DAY,
-                                        SaveRefused(config, "0x80030070"), RESET_MESSAGES[i],
+                                        SaveRefused(config, "0x80070070"), RESET_MESSAGES[i],
                                         Saved(3, "7", "2026-02-01")});
     }
 }
@@ -320,13 +319,12 @@ TEST_CASE("a count that cannot be written ends the save with that result")
     ConfigFixture config;
     config.tree.WriteConfig(FullDay());
     const std::string before = config.FileBytes();
-    ScriptedDom dom;
-    dom.FailCall(DomMethod::Save, 1, FailMode::Once, STG_E_MEDIUMFULL);
-    CHECK(SaveAlertNumIntoLocal(TODAY, 1, 7) == STG_E_MEDIUMFULL);
+    config.redirector.FailCall("FlushFileBuffers", 1, FailMode::Once, ERROR_DISK_FULL);
+    CHECK(SaveAlertNumIntoLocal(TODAY, 1, 7) == HRESULT_FROM_WIN32(ERROR_DISK_FULL));
     CHECK(config.FileBytes() == before);
     CHECK(config.TakeLog() == Lines{Input("2026-01-31", 1, "7"), LOCKED, StoredDate("2026-01-31"),
-                                    SameDate("2026-01-31", "2026-01-31"), SaveRefused(config, "0x80030070"),
-                                    NotSaved(1, "7", "0x80030070")});
+                                    SameDate("2026-01-31", "2026-01-31"), SaveRefused(config, "0x80070070"),
+                                    NotSaved(1, "7", "0x80070070")});
 }
 
 TEST_CASE("a date that cannot be read ends the save with that result, and no new day begins")

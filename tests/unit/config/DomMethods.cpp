@@ -30,8 +30,6 @@ DomMethodPlace PlaceOf(DomMethod method)
         return {DomObject::Document, offsetof(IXMLDOMDocumentVtbl, createNode) / cbPlace};
     case DomMethod::AppendToDocument:
         return {DomObject::Document, offsetof(IXMLDOMDocumentVtbl, appendChild) / cbPlace};
-    case DomMethod::Save:
-        return {DomObject::Document, offsetof(IXMLDOMDocumentVtbl, save) / cbPlace};
     case DomMethod::AppendToElement:
         return {DomObject::Element, offsetof(IXMLDOMElementVtbl, appendChild) / cbPlace};
     case DomMethod::GetText:

@@ -17,13 +17,12 @@ enum class DomMethod
     AppendToElement,
     GetText,
     PutText,
-    Save,
     GetXml,
     GetAttributes,
     PutAttributeText,
     SetNamedItem
 };
-constexpr std::size_t DOM_METHODS = 14;
+constexpr std::size_t DOM_METHODS = 13;
 
 // Whose method table a method stands in.
 enum class DomObject

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "ConfigFixture.h"
-#include "ScriptedDom.h"
 
 #include "common/Handles.h"
 #include "config/XmlConfig.h"
@@ -11,11 +10,8 @@
 
 #include <windows.h>
 
-#include <oleauto.h>
-
-#include <msxml2.h>
-
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,8 +25,7 @@ struct SavedConfig : ConfigFixture
     static constexpr wchar_t PATH[] = L"KPMConfiguration/One";
 
     VirtualClock clock{redirector};
-    ScriptedDom dom;
-    std::vector<std::wstring> savedTo; // the files that the document was told to save to
+    std::vector<std::wstring> savedTo; // the files that were opened to be written
     std::vector<std::string> contents; // the file's bytes when each step of a save began
 
     SavedConfig()
@@ -45,23 +40,59 @@ struct SavedConfig : ConfigFixture
         tree.WriteConfigText(OLD_TEXT);
         savedTo.clear();
         contents.clear();
-        for (const char* const pszImport : {"CreateFileW", "FlushFileBuffers", "MoveFileExW"})
+        for (const char* const pszImport : {"CreateFileW", "WriteFile", "FlushFileBuffers", "MoveFileExW"})
         {
             redirector.StopFailing(pszImport);
         }
-        AnswerSaves([](IXMLDOMDocument* pDocument, VARIANT to) { return pDocument->save(to); });
+        AnswerOpenings([] { return ERROR_SUCCESS; });
+        AnswerWrites([](HANDLE hFile, const void* pBytes, DWORD cbBytes)
+                     { return WriteBytes(hFile, pBytes, cbBytes); });
+        AnswerFlushes([](HANDLE hFile) { return FlushFileBuffers(hFile); });
     }
-    // What the document does when it is told to save.
-    void AnswerSaves(const std::function<HRESULT(IXMLDOMDocument*, VARIANT)>& answer)
+    // What happens when a file is opened to be written: an error, or the opening.
+    void AnswerOpenings(const std::function<DWORD()>& answer)
     {
-        dom.Replace<HRESULT(IXMLDOMDocument*, VARIANT)>(DomMethod::Save,
-                                                        [this, answer](IXMLDOMDocument* pDocument, VARIANT to)
-                                                        {
-                                                            contents.push_back(FileBytes());
-                                                            savedTo.push_back(to.vt == VT_BSTR ? to.bstrVal : L"?");
-                                                            return answer(pDocument, to);
-                                                        });
+        redirector.Replace<decltype(::CreateFileW)>(
+            "CreateFileW",
+            [this, answer](LPCWSTR pwszFile, DWORD dwAccess, DWORD dwShare, LPSECURITY_ATTRIBUTES pSecurity,
+                           DWORD dwDisposition, DWORD dwFlags, HANDLE hTemplate)
+            {
+                if ((dwAccess & GENERIC_WRITE) != 0)
+                {
+                    contents.push_back(FileBytes());
+                    savedTo.emplace_back(pwszFile);
+                    const DWORD dwError = answer();
+                    if (dwError != ERROR_SUCCESS)
+                    {
+                        SetLastError(dwError);
+                        return INVALID_HANDLE_VALUE;
+                    }
+                }
+                return CreateFileW(pwszFile, dwAccess, dwShare, pSecurity, dwDisposition, dwFlags, hTemplate);
+            });
     }
+    // What a write does: how many bytes it takes, or nothing with an error. The log's own go their way.
+    static std::optional<DWORD> WriteBytes(HANDLE hFile, const void* pBytes, DWORD cbBytes)
+    {
+        DWORD cbWritten = 0;
+        return WriteFile(hFile, pBytes, cbBytes, &cbWritten, nullptr) ? std::optional<DWORD>(cbWritten) : std::nullopt;
+    }
+    void AnswerWrites(const std::function<std::optional<DWORD>(HANDLE, const void*, DWORD)>& answer)
+    {
+        redirector.Replace<decltype(::WriteFile)>(
+            "WriteFile",
+            [answer](HANDLE hFile, LPCVOID pBytes, DWORD cbBytes, LPDWORD pcbWritten, LPOVERLAPPED) -> BOOL
+            {
+                const std::optional<DWORD> written = answer(hFile, pBytes, cbBytes);
+                *pcbWritten = written.value_or(0);
+                return written ? TRUE : FALSE;
+            });
+    }
+    void AnswerFlushes(const std::function<BOOL(HANDLE)>& answer)
+    {
+        redirector.Replace<BOOL(HANDLE)>("FlushFileBuffers", answer);
+    }
+    bool WritesTemporary() const { return !savedTo.empty() && savedTo.back() == TemporaryFile(); }
     std::wstring TemporaryFile() const { return File() + L".tmp"; }
     int Write() const { return SetXMLNodeValue(nullptr, PATH, L"new"); }
     // The replacing of the file fails from here on.

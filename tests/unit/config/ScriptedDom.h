@@ -15,10 +15,10 @@ namespace varnex::test
 // elements, all attributes and all their maps, of this process share. COM must be initialised.
 //
 //     ScriptedDom dom;
-//     dom.FailCall(DomMethod::Save, 1, FailMode::Once, E_ACCESSDENIED); // the next save fails
+//     dom.FailCall(DomMethod::Load, 1, FailMode::Once, E_ACCESSDENIED); // the next load fails
 //     dom.Replace<HRESULT(IXMLDOMNode*, BSTR*)>(DomMethod::GetText, [](IXMLDOMNode*, BSTR*) { ... });
 //     ...
-//     CHECK(dom.Failures(DomMethod::Save) == 1);
+//     CHECK(dom.Failures(DomMethod::Load) == 1);
 //
 // The rules of ImportRedirector hold: a script reaches the real method by calling it, assertions do not belong in
 // scripts, and failures apply on top of scripts.

@@ -248,6 +248,10 @@ TEST_CASE("each failure of the document object ends the writing of a node, and t
     FailingConfig config;
     const std::string middle = "KPMConfiguration/PkiAlertNum";
     std::vector<Failure> failures = OpeningFailures(config, "SetXMLNodeValue", -1);
+    const auto notSaved = [&config](const char* pszStatus) {
+        return Lines{
+            Line(1, "SetXMLNodeValue -- DocumentPtr save to file(%s) fail(%s)", {config.FileInLog(), pszStatus})};
+    };
     const std::vector<Failure> later = {
         NodeFailure("no query of the root", FailingMethod(DomMethod::SelectSingleNode, 1, E_FAIL), E_FAIL,
                     "KPMConfiguration"),
@@ -261,10 +265,14 @@ TEST_CASE("each failure of the document object ends the writing of a node, and t
         NodeFailure("the second not appended", FailingMethod(DomMethod::AppendToElement, 2, E_ACCESSDENIED),
                     E_ACCESSDENIED, middle + "/Disk"),
         {"no text", FailingMethod(DomMethod::PutText, 1, E_OUTOFMEMORY), E_OUTOFMEMORY, {}},
+        {"no text to save", FailingMethod(DomMethod::GetXml, 1, E_OUTOFMEMORY), E_OUTOFMEMORY, notSaved("0x8007000e")},
+        {"text not converted",
+         [](FailingConfig& failing)
+         { failing.redirector.FailCall("WideCharToMultiByte", 1, FailMode::Once, ERROR_NO_UNICODE_TRANSLATION); },
+         HRESULT_FROM_WIN32(ERROR_NO_UNICODE_TRANSLATION), notSaved("0x80070459")},
         {"not saved",
-         FailingMethod(DomMethod::Save, 1, STG_E_MEDIUMFULL),
-         STG_E_MEDIUMFULL,
-         {Line(1, "SetXMLNodeValue -- DocumentPtr save to file(%s) fail(0x80030070)", {config.FileInLog()})}},
+         [](FailingConfig& failing) { failing.redirector.FailCall("WriteFile", 1, FailMode::Once, ERROR_DISK_FULL); },
+         HRESULT_FROM_WIN32(ERROR_DISK_FULL), notSaved("0x80070070")},
     };
     failures.insert(failures.end(), later.begin(), later.end());
     CheckFailures(config, failures, [] { return SetXMLNodeValue(nullptr, NEW_PATH, L"1"); });
@@ -388,8 +396,8 @@ TEST_CASE("a text that cannot be allocated fails the operation, whichever it is,
         CHECK(config.Settle() == 0);
         CHECK(config.FileBytes() == CONFIG_TEXT);
     }
-    // The file's name twice, the three steps, two names and two namespaces, and the text.
-    CHECK(nFailed == 10);
+    // The file's name, the three steps, two names and two namespaces, and the text.
+    CHECK(nFailed == 9);
 }
 
 TEST_CASE("every interface and text that the document object hands out is given back")

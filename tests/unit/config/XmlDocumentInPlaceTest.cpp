@@ -16,31 +16,33 @@ using Files = std::vector<std::wstring>;
 
 constexpr DWORD SHARING_ERRORS[] = {ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION, ERROR_LOCK_VIOLATION};
 
-// The document cannot write the temporary file.
-void RefuseTemporary(SavedConfig& config, FailMode mode, HRESULT nResult)
+// The temporary file cannot be opened to be written.
+void RefuseTemporary(SavedConfig& config, FailMode mode, DWORD dwError)
 {
-    config.AnswerSaves(
-        [&config, mode, nResult](IXMLDOMDocument* pDocument, VARIANT to)
+    config.AnswerOpenings(
+        [&config, mode, dwError]() -> DWORD
         {
             const bool bRefuses =
-                to.bstrVal == config.TemporaryFile() && (mode == FailMode::FromThereOn || config.savedTo.size() == 1);
-            return bRefuses ? nResult : pDocument->save(to);
+                config.WritesTemporary() && (mode == FailMode::FromThereOn || config.savedTo.size() == 1);
+            return bRefuses ? dwError : ERROR_SUCCESS;
         });
 }
 
-// The writing in place ends with that status, after it has cut the file to a few bytes.
-void TearInPlace(SavedConfig& config, HRESULT nResult)
+// What is done with the temporary file fails, once or always.
+template <class Signature, class Real>
+void RefuseForTemporary(SavedConfig& config, const char* pszImport, FailMode mode, DWORD dwError, Real real)
 {
-    config.AnswerSaves(
-        [&config, nResult](IXMLDOMDocument* pDocument, VARIANT to)
-        {
-            if (to.bstrVal != config.File())
-            {
-                return pDocument->save(to);
-            }
-            WriteFileBytes(config.File(), "<KPMConf");
-            return nResult;
-        });
+    config.redirector.Replace<Signature>(pszImport,
+                                         [&config, mode, dwError, real, nRefused = 0](auto... arguments) mutable -> BOOL
+                                         {
+                                             if (config.WritesTemporary() &&
+                                                 (mode == FailMode::FromThereOn || nRefused++ == 0))
+                                             {
+                                                 SetLastError(dwError);
+                                                 return FALSE;
+                                             }
+                                             return real(arguments...);
+                                         });
 }
 
 // A configuration with a path of that many characters, which it returns.
@@ -63,12 +65,14 @@ struct Step
 };
 
 const Step STEPS[] = {
+    {"open", &RefuseTemporary},
     {"write", [](SavedConfig& config, FailMode mode, DWORD dwError)
-     { RefuseTemporary(config, mode, HRESULT_FROM_WIN32(dwError)); }},
-    {"open to flush",
-     [](SavedConfig& config, FailMode mode, DWORD dwError) { config.RefuseOpening(1, mode, dwError); }},
-    {"flush", [](SavedConfig& config, FailMode mode, DWORD dwError)
-     { config.redirector.FailCall("FlushFileBuffers", 1, mode, dwError); }},
+     { RefuseForTemporary<decltype(::WriteFile)>(config, "WriteFile", mode, dwError, &::WriteFile); }},
+    {"flush",
+     [](SavedConfig& config, FailMode mode, DWORD dwError) {
+         RefuseForTemporary<decltype(::FlushFileBuffers)>(config, "FlushFileBuffers", mode, dwError,
+                                                          &::FlushFileBuffers);
+     }},
     {"replace", [](SavedConfig& config, FailMode mode, DWORD dwError) { config.RefuseReplacing(dwError, mode); }},
 };
 
@@ -121,38 +125,40 @@ TEST_CASE("all steps of a save share one second")
 {
     SavedConfig config;
     int nFlushes = 0;
-    config.redirector.Replace<decltype(::FlushFileBuffers)>("FlushFileBuffers",
-                                                            [&](HANDLE hFile)
-                                                            {
-                                                                if (++nFlushes <= 12)
-                                                                {
-                                                                    SetLastError(ERROR_LOCK_VIOLATION);
-                                                                    return FALSE;
-                                                                }
-                                                                return FlushFileBuffers(hFile);
-                                                            });
+    config.AnswerFlushes(
+        [&](HANDLE hFile)
+        {
+            if (++nFlushes <= 12)
+            {
+                SetLastError(ERROR_LOCK_VIOLATION);
+                return FALSE;
+            }
+            return FlushFileBuffers(hFile);
+        });
     config.RefuseReplacing(ERROR_SHARING_VIOLATION);
     CHECK(config.Write() == 0);
     CHECK(nFlushes == 14); // the last one in place
     CHECK(config.clock.ElapsedMs() > 900);
     CHECK(config.clock.ElapsedMs() <= 1000);
-    CHECK(config.savedTo == Files{config.TemporaryFile(), config.File()});
+    Files files(13, config.TemporaryFile()); // written anew with each flush
+    files.push_back(config.File());
+    CHECK(config.savedTo == files);
     config.CheckIsNew();
 }
 
-TEST_CASE("a temporary file in another program's hands is waited for, whatever the document calls that")
+TEST_CASE("a temporary file in another program's hands is waited for")
 {
     SavedConfig config;
     UniqueFile opener = OpenShared(config.TemporaryFile(), 0);
     REQUIRE(opener);
-    config.AnswerSaves(
-        [&](IXMLDOMDocument* pDocument, VARIANT to)
+    config.AnswerOpenings(
+        [&]() -> DWORD
         {
             if (config.savedTo.size() == 4)
             {
                 opener.Reset();
             }
-            return pDocument->save(to);
+            return ERROR_SUCCESS;
         });
     CHECK(config.Write() == 0);
     CHECK(config.savedTo == Files(4, config.TemporaryFile()));
@@ -191,21 +197,11 @@ TEST_CASE("a file written in place is flushed before the temporary one goes")
 {
     SavedConfig config;
     config.RefuseReplacing(ERROR_SHARING_VIOLATION);
-    std::vector<std::wstring> flushed;
-    std::wstring opened;
-    config.redirector.Replace<decltype(::CreateFileW)>(
-        "CreateFileW",
-        [&](LPCWSTR pwszFile, DWORD dwAccess, DWORD dwShare, LPSECURITY_ATTRIBUTES pSecurity, DWORD dwDisposition,
-            DWORD dwFlags, HANDLE hTemplate)
-        {
-            opened = pwszFile;
-            return CreateFileW(pwszFile, dwAccess, dwShare, pSecurity, dwDisposition, dwFlags, hTemplate);
-        });
-    config.redirector.Replace<decltype(::FlushFileBuffers)>(
-        "FlushFileBuffers",
+    Files flushed;
+    config.AnswerFlushes(
         [&](HANDLE hFile)
         {
-            flushed.push_back(opened + (config.HasTemporaryFile() ? L" beside a temporary one" : L""));
+            flushed.push_back(config.savedTo.back() + (config.HasTemporaryFile() ? L" beside a temporary one" : L""));
             return FlushFileBuffers(hFile);
         });
     CHECK(config.Write() == 0);
@@ -214,74 +210,181 @@ TEST_CASE("a file written in place is flushed before the temporary one goes")
     config.CheckIsNew();
 }
 
-TEST_CASE("a file written in place that cannot be flushed fails the save and leaves the whole temporary one")
+TEST_CASE("a shorter file written in place ends where its text ends")
 {
     SavedConfig config;
     config.RefuseReplacing(ERROR_SHARING_VIOLATION);
-    config.redirector.FailCall("FlushFileBuffers", 2, FailMode::Once, ERROR_DISK_FULL);
-    CHECK(config.Write() == HRESULT_FROM_WIN32(ERROR_DISK_FULL));
-    CHECK(config.TakeLog() == config.SaveFailed("0x80070070"));
-    config.CheckTemporaryIsWholeNew();
+    config.tree.WriteConfigText("<KPMConfiguration><One>" + std::string(5000, '#') + "</One></KPMConfiguration>");
+    CHECK(config.Write() == 0);
+    config.CheckIsNew();
+    CHECK(config.FileBytes().size() < 100);
 }
 
-TEST_CASE("a reader that keeps a file written in place from being flushed does not fail the save")
+TEST_CASE("a file that another program keeps open and lets be written is written in place beneath it")
+{
+    SavedConfig config;
+    const UniqueFile opener = OpenShared(config.File(), FILE_SHARE_READ | FILE_SHARE_WRITE);
+    REQUIRE(opener);
+    config.RefuseReplacing(ERROR_ACCESS_DENIED);
+    CHECK(config.Write() == 0);
+    CHECK(config.savedTo == Files{config.TemporaryFile(), config.File()});
+    CHECK(config.TakeLog().empty());
+    config.CheckIsNew();
+}
+
+TEST_CASE("while a file is written in place others can read it but not write it")
 {
     SavedConfig config;
     config.RefuseReplacing(ERROR_SHARING_VIOLATION);
-    UniqueFile reader;
-    config.AnswerSaves(
-        [&](IXMLDOMDocument* pDocument, VARIANT to)
+    constexpr DWORD dwShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    std::vector<bool> opened;
+    config.AnswerFlushes(
+        [&](HANDLE hFile)
         {
-            const HRESULT nResult = pDocument->save(to);
-            if (to.bstrVal == config.File())
+            if (!config.WritesTemporary())
             {
-                reader = OpenShared(config.File(), FILE_SHARE_READ);
+                opened.push_back(static_cast<bool>(OpenShared(config.File(), dwShareAll, GENERIC_READ)));
+                opened.push_back(static_cast<bool>(OpenShared(config.File(), dwShareAll, GENERIC_WRITE)));
             }
-            return nResult;
+            return FlushFileBuffers(hFile);
         });
     CHECK(config.Write() == 0);
-    REQUIRE(reader);
-    CHECK(config.TakeLog().empty());
-    CHECK(config.tree.ConfigNode(SavedConfig::PATH) == L"new");
-    reader.Reset();
-    config.CheckTemporaryIsWholeNew(); // nobody knows yet whether the file itself is safe
+    CHECK(opened == std::vector<bool>{true, false});
 }
 
 TEST_CASE("a file that can neither be replaced nor written in place keeps its old content, with the new one beside it")
 {
     SavedConfig config;
     config.RefuseReplacing(ERROR_SHARING_VIOLATION);
-    config.dom.FailCall(DomMethod::Save, 2, FailMode::Once, E_ACCESSDENIED);
+    config.AnswerOpenings([&]() -> DWORD { return config.WritesTemporary() ? ERROR_SUCCESS : ERROR_ACCESS_DENIED; });
     CHECK(config.Write() == E_ACCESSDENIED);
     CHECK(config.TakeLog() == config.SaveFailed("0x80070005"));
     CHECK(config.FileBytes() == SavedConfig::OLD_TEXT);
     config.CheckTemporaryIsWholeNew();
 }
 
-TEST_CASE("a file that the writing in place has torn can be had from the temporary one")
+TEST_CASE("a write in place that fails has the old content put back, whichever step fails")
+{
+    SavedConfig config;
+    const std::string longText = "<KPMConfiguration><One>" + std::string(5000, '#') + "</One></KPMConfiguration>";
+    struct Failure
+    {
+        const char* pszWhat;
+        const char* pszImport;
+        std::string old;
+        DWORD dwError;
+        ULONGLONG ullCall; // in place
+    };
+    const Failure failures[] = {
+        {"the size", "GetFileSizeEx", SavedConfig::OLD_TEXT, ERROR_GEN_FAILURE, 1},
+        {"the old content", "ReadFile", SavedConfig::OLD_TEXT, ERROR_CRC, 1},
+        {"the place of the new end", "SetFilePointerEx", SavedConfig::OLD_TEXT, ERROR_GEN_FAILURE, 1},
+        {"the new end", "WriteFile", SavedConfig::OLD_TEXT, ERROR_DISK_FULL, 1},
+        {"the place of the old content", "SetFilePointerEx", SavedConfig::OLD_TEXT, ERROR_GEN_FAILURE, 2},
+        {"over the old content", "WriteFile", SavedConfig::OLD_TEXT, ERROR_DISK_FULL, 2},
+        {"the flush", "FlushFileBuffers", SavedConfig::OLD_TEXT, ERROR_DISK_FULL, 1},
+        {"over a longer content", "WriteFile", longText, ERROR_DISK_FULL, 1},
+        {"the place to cut", "SetFilePointerEx", longText, ERROR_GEN_FAILURE, 2},
+        {"the cut", "SetEndOfFile", longText, ERROR_USER_MAPPED_FILE, 1},
+        {"the flush of a shorter file", "FlushFileBuffers", longText, ERROR_DISK_FULL, 1},
+    };
+    for (const Failure& failure : failures)
+    {
+        CAPTURE(failure.pszWhat);
+        config.BeginAnew();
+        config.tree.WriteConfigText(failure.old);
+        config.RefuseReplacing(ERROR_SHARING_VIOLATION);
+        config.TakeLog();
+        config.AnswerOpenings(
+            [&]() -> DWORD
+            {
+                if (!config.WritesTemporary())
+                {
+                    config.redirector.FailCall(failure.pszImport, failure.ullCall, FailMode::Once, failure.dwError);
+                }
+                return ERROR_SUCCESS;
+            });
+        CHECK(config.Write() == HRESULT_FROM_WIN32(failure.dwError));
+        CHECK(config.redirector.Failures(failure.pszImport) == 1);
+        CHECK((config.FileBytes() == failure.old));
+        CHECK(config.TakeLog() == config.SaveFailed(StatusText(HRESULT_FROM_WIN32(failure.dwError))));
+        config.CheckTemporaryIsWholeNew();
+    }
+}
+
+TEST_CASE("a write in place that takes only a part has the old content put back")
+{
+    SavedConfig config;
+    for (const int nPart : {1, 2})
+    {
+        CAPTURE(nPart);
+        config.BeginAnew();
+        config.RefuseReplacing(ERROR_SHARING_VIOLATION);
+        config.TakeLog();
+        int nWrites = 0;
+        config.AnswerWrites(
+            [&](HANDLE hFile, const void* pBytes, DWORD cbBytes)
+            {
+                const bool bPart = config.savedTo.back() == config.File() && ++nWrites == nPart;
+                return SavedConfig::WriteBytes(hFile, pBytes, bPart ? cbBytes / 2 : cbBytes);
+            });
+        CHECK(config.Write() == HRESULT_FROM_WIN32(ERROR_DISK_FULL));
+        CHECK(config.FileBytes() == SavedConfig::OLD_TEXT);
+        CHECK(config.TakeLog() == config.SaveFailed("0x80070070"));
+        config.CheckTemporaryIsWholeNew();
+    }
+}
+
+TEST_CASE("a file that the writing in place has torn for good can be had from the temporary one")
 {
     SavedConfig config;
     config.RefuseReplacing(ERROR_SHARING_VIOLATION);
-    TearInPlace(config, STG_E_MEDIUMFULL);
-    CHECK(config.Write() == STG_E_MEDIUMFULL);
-    CHECK(config.TakeLog() == config.SaveFailed("0x80030070"));
-    CHECK(config.FileBytes() == "<KPMConf");
+    int nWrites = 0;
+    config.AnswerWrites(
+        [&](HANDLE hFile, const void* pBytes, DWORD cbBytes) -> std::optional<DWORD>
+        {
+            if (config.savedTo.back() == config.File() && ++nWrites > 1)
+            {
+                SavedConfig::WriteBytes(hFile, "#", 1);
+                SetLastError(ERROR_CRC);
+                return std::nullopt;
+            }
+            return SavedConfig::WriteBytes(hFile, pBytes, cbBytes);
+        });
+    CHECK(config.Write() == HRESULT_FROM_WIN32(ERROR_CRC));
+    CHECK(config.FileBytes().front() == '#');
     // Later saves cannot load the file: they leave the temporary one as it is.
     CHECK(SetXMLNodeValue(nullptr, SavedConfig::PATH, L"later") == -1);
     config.CheckTemporaryIsWholeNew();
 }
 
+TEST_CASE("a write in place for whose old content there is no memory touches nothing")
+{
+    SavedConfig config;
+    config.RefuseReplacing(ERROR_SHARING_VIOLATION);
+    config.AnswerOpenings(
+        [&]() -> DWORD
+        {
+            if (!config.WritesTemporary())
+            {
+                config.redirector.FailCall("malloc", 1, FailMode::Once, 0);
+            }
+            return ERROR_SUCCESS;
+        });
+    CHECK(config.Write() == HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_MEMORY));
+    CHECK(config.FileBytes() == SavedConfig::OLD_TEXT);
+}
+
 TEST_CASE("a save that could write neither file leaves no half temporary one")
 {
     SavedConfig config;
-    config.AnswerSaves(
-        [&](IXMLDOMDocument*, VARIANT to) -> HRESULT
+    config.AnswerOpenings([&]() -> DWORD { return config.WritesTemporary() ? ERROR_SUCCESS : ERROR_ACCESS_DENIED; });
+    config.AnswerWrites(
+        [&](HANDLE hFile, const void* pBytes, DWORD) -> std::optional<DWORD>
         {
-            if (to.bstrVal == config.TemporaryFile())
-            {
-                WriteFileBytes(config.TemporaryFile(), "<KPMConf");
-            }
-            return E_ACCESSDENIED;
+            SavedConfig::WriteBytes(hFile, pBytes, 8);
+            SetLastError(ERROR_LOCK_VIOLATION);
+            return std::nullopt;
         });
     CHECK(config.Write() == E_ACCESSDENIED);
     CHECK(config.savedTo.back() == config.File());
@@ -293,9 +396,8 @@ TEST_CASE("a file that another opener only lets be read keeps its old content, a
     SavedConfig config;
     UniqueFile opener = OpenShared(config.File(), FILE_SHARE_READ);
     REQUIRE(opener);
-    const int nResult = config.Write();
-    CHECK(nResult < 0);
-    CHECK(config.TakeLog() == config.SaveFailed(StatusText(nResult)));
+    CHECK(config.Write() == HRESULT_FROM_WIN32(ERROR_SHARING_VIOLATION));
+    CHECK(config.TakeLog() == config.SaveFailed("0x80070020"));
     CHECK(config.clock.ElapsedMs() <= 1000);
     CHECK(config.FileBytes() == SavedConfig::OLD_TEXT);
     CHECK(config.Value() == L"old");
@@ -310,14 +412,14 @@ TEST_CASE("a file whose opener goes away when the second is over is written in p
     SavedConfig config;
     UniqueFile opener = OpenShared(config.File(), FILE_SHARE_READ);
     REQUIRE(opener);
-    config.AnswerSaves(
-        [&](IXMLDOMDocument* pDocument, VARIANT to)
+    config.AnswerOpenings(
+        [&]() -> DWORD
         {
-            if (to.bstrVal == config.File())
+            if (!config.WritesTemporary())
             {
                 opener.Reset();
             }
-            return pDocument->save(to);
+            return ERROR_SUCCESS;
         });
     CHECK(config.Write() == 0);
     CHECK(config.savedTo == Files{config.TemporaryFile(), config.File()});
@@ -332,6 +434,31 @@ TEST_CASE("a configuration whose path leaves no room for the temporary one's is 
     CHECK(config.Write() == 0);
     CHECK(config.savedTo == Files{file});
     CHECK(config.redirector.Calls("MoveFileExW") == 0);
+    CHECK(config.Value() == L"new");
+}
+
+TEST_CASE("a configuration that can only be written in place has its second of patience, too")
+{
+    SavedConfig config;
+    const std::wstring file = MoveConfigTo(config, 256);
+    UniqueFile opener = OpenShared(file, FILE_SHARE_READ);
+    REQUIRE(opener);
+    CHECK(config.Write() == HRESULT_FROM_WIN32(ERROR_SHARING_VIOLATION));
+    CHECK(config.clock.ElapsedMs() > 900);
+    CHECK(config.clock.ElapsedMs() <= 1000);
+    CHECK(config.Value() == L"old");
+    config.savedTo.clear();
+    config.AnswerOpenings(
+        [&]() -> DWORD
+        {
+            if (config.savedTo.size() == 4)
+            {
+                opener.Reset();
+            }
+            return ERROR_SUCCESS;
+        });
+    CHECK(config.Write() == 0);
+    CHECK(config.savedTo == Files(4, file));
     CHECK(config.Value() == L"new");
 }
 

@@ -4,6 +4,8 @@
 
 #include <catch2/catch.hpp>
 
+#include <utility>
+
 namespace varnex::test
 {
 
@@ -11,24 +13,21 @@ TEST_CASE("a save writes beside the file, flushes that, and replaces the file by
 {
     SavedConfig config;
     std::vector<std::wstring> steps;
-    HANDLE hOpened = nullptr;
-    config.redirector.Replace<decltype(::CreateFileW)>(
-        "CreateFileW",
-        [&](LPCWSTR pwszFile, DWORD dwAccess, DWORD dwShare, LPSECURITY_ATTRIBUTES pSecurity, DWORD dwDisposition,
-            DWORD dwFlags, HANDLE hTemplate)
+    HANDLE hWritten = nullptr;
+    config.AnswerWrites(
+        [&](HANDLE hFile, const void* pBytes, DWORD cbBytes)
         {
-            steps.push_back(std::wstring(L"open ") + pwszFile);
-            hOpened = CreateFileW(pwszFile, dwAccess, dwShare, pSecurity, dwDisposition, dwFlags, hTemplate);
-            return hOpened;
+            steps.emplace_back(L"write");
+            hWritten = hFile;
+            return SavedConfig::WriteBytes(hFile, pBytes, cbBytes);
         });
-    config.redirector.Replace<decltype(::FlushFileBuffers)>("FlushFileBuffers",
-                                                            [&](HANDLE hFile)
-                                                            {
-                                                                steps.push_back(hFile == hOpened ? L"flush it"
-                                                                                                 : L"flush another");
-                                                                config.contents.push_back(config.FileBytes());
-                                                                return FlushFileBuffers(hFile);
-                                                            });
+    config.AnswerFlushes(
+        [&](HANDLE hFile)
+        {
+            steps.emplace_back(hFile == hWritten ? L"flush it" : L"flush another");
+            config.contents.push_back(config.FileBytes());
+            return FlushFileBuffers(hFile);
+        });
     DWORD dwMoveFlags = 0;
     config.redirector.Replace<decltype(::MoveFileExW)>("MoveFileExW",
                                                        [&](LPCWSTR pwszFrom, LPCWSTR pwszTo, DWORD dwFlags)
@@ -42,8 +41,7 @@ TEST_CASE("a save writes beside the file, flushes that, and replaces the file by
     CHECK(config.Write() == 0);
     const std::wstring temporary = config.TemporaryFile();
     CHECK(config.savedTo == std::vector<std::wstring>{temporary});
-    CHECK(steps ==
-          std::vector<std::wstring>{L"open " + temporary, L"flush it", L"move " + temporary + L" to " + config.File()});
+    CHECK(steps == std::vector<std::wstring>{L"write", L"flush it", L"move " + temporary + L" to " + config.File()});
     CHECK(dwMoveFlags == (MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH));
     CHECK(config.contents == std::vector<std::string>(3, SavedConfig::OLD_TEXT));
     CHECK(config.clock.ElapsedMs() == 0);
@@ -92,7 +90,7 @@ TEST_CASE("new content that cannot be flushed does not take the file's place")
     config.CheckIsOld();
 }
 
-TEST_CASE("new content that cannot be opened for flushing does not take the file's place")
+TEST_CASE("new content that no file can be opened for is not saved")
 {
     SavedConfig config;
     config.RefuseOpening(1, FailMode::Once, ERROR_FILE_NOT_FOUND);
@@ -102,20 +100,46 @@ TEST_CASE("new content that cannot be opened for flushing does not take the file
     config.CheckIsOld();
 }
 
-TEST_CASE("new content that cannot be written leaves the file and no temporary one")
+TEST_CASE("new content that cannot be written, or only in part, leaves the file and no temporary one")
 {
     SavedConfig config;
-    config.dom.Replace<HRESULT(IXMLDOMDocument*, VARIANT)>(
-        DomMethod::Save,
-        [&](IXMLDOMDocument*, VARIANT)
+    for (const DWORD cbTaken : {DWORD(0), DWORD(8)})
+    {
+        CAPTURE(cbTaken);
+        config.AnswerWrites(
+            [&, bFull = true](HANDLE hFile, const void* pBytes, DWORD cbBytes) mutable -> std::optional<DWORD>
+            {
+                if (!std::exchange(bFull, false)) // the log's
+                {
+                    return SavedConfig::WriteBytes(hFile, pBytes, cbBytes);
+                }
+                if (cbTaken != 0)
+                {
+                    return SavedConfig::WriteBytes(hFile, pBytes, cbTaken); // the disk is full in the middle of it
+                }
+                SetLastError(ERROR_DISK_FULL);
+                return std::nullopt;
+            });
+        CHECK(config.Write() == HRESULT_FROM_WIN32(ERROR_DISK_FULL));
+        CHECK(config.TakeLog() == config.SaveFailed("0x80070070"));
+        CHECK(config.redirector.Calls("MoveFileExW") == 0);
+        config.CheckIsOld();
+    }
+}
+
+TEST_CASE("new content whose file cannot be closed does not take the file's place")
+{
+    SavedConfig config;
+    config.AnswerFlushes(
+        [&](HANDLE hFile)
         {
-            WriteFileBytes(config.TemporaryFile(), "<KPMConf"); // the disk is full in the middle of it
-            return STG_E_MEDIUMFULL;
+            config.redirector.FailCall("CloseHandle", 1, FailMode::Once, ERROR_DISK_FULL);
+            return FlushFileBuffers(hFile);
         });
-    CHECK(config.Write() == STG_E_MEDIUMFULL);
-    CHECK(config.TakeLog() == config.SaveFailed("0x80030070"));
+    CHECK(config.Write() == HRESULT_FROM_WIN32(ERROR_DISK_FULL));
+    CHECK(config.TakeLog() == config.SaveFailed("0x80070070"));
     CHECK(config.redirector.Calls("MoveFileExW") == 0);
-    config.CheckIsOld();
+    CHECK(config.FileBytes() == SavedConfig::OLD_TEXT);
 }
 
 TEST_CASE("a temporary file that an earlier end of the process left is used again")
@@ -152,7 +176,7 @@ TEST_CASE("a failure that leaves no error behind is a failure all the same")
 {
     SavedConfig config;
     constexpr HRESULT nGeneral = HRESULT_FROM_WIN32(ERROR_GEN_FAILURE);
-    config.RefuseOpening(1, FailMode::Once, ERROR_SUCCESS); // for the flush
+    config.RefuseOpening(1, FailMode::Once, ERROR_SUCCESS);
     CHECK(config.Write() == nGeneral);
     CHECK(config.redirector.Failures("CreateFileW") == 1);
     config.redirector.FailCall("FlushFileBuffers", 1, FailMode::Once, ERROR_SUCCESS);
