@@ -30,12 +30,22 @@ public:
         for (;;)
         {
             const auto nResult = operation();
-            if (!IsSharing(nResult) || GetTickCount64() - m_ullBeginMs + PAUSE_MS > LIMIT_MS)
+            if (!IsSharing(nResult) || !Pause(PAUSE_MS))
             {
                 return nResult;
             }
-            Sleep(PAUSE_MS);
         }
+    }
+
+    // Sleeps. False, at once, when the second leaves no room for that.
+    bool Pause(DWORD dwMilliseconds) const noexcept
+    {
+        if (GetTickCount64() - m_ullBeginMs + dwMilliseconds > LIMIT_MS)
+        {
+            return false;
+        }
+        Sleep(dwMilliseconds);
+        return true;
     }
 
 private:

@@ -17,9 +17,35 @@ namespace
 constexpr CLSID CLASS_DOM_DOCUMENT = {0x2933BF90, 0x7B36, 0x11D2, {0xB2, 0x0E, 0x00, 0xC0, 0x4F, 0x98, 0x3E, 0x60}};
 constexpr IID INTERFACE_DOM_DOCUMENT = {0x2933BF81, 0x7B36, 0x11D2, {0xB2, 0x0E, 0x00, 0xC0, 0x4F, 0x98, 0x3E, 0x60}};
 
+constexpr long COMPLETE = 4; // of the states of a document
+constexpr DWORD LOADING_PAUSE_MS = 10;
+constexpr int MESSAGES_AT_ONCE = 100; // a bound, should each one bring the next
+
 HRESULT LastStatus() noexcept
 {
     return HRESULT_FROM_WIN32(LastErrorOr(ERROR_GEN_FAILURE));
+}
+
+// In a single-threaded apartment a document that loads in the background gets its data by messages. All are served: it is
+// the module's own threads that load, and they have no windows but COM's and the loader's.
+void ServeMessages() noexcept
+{
+    APTTYPE type = APTTYPE_MTA;
+    APTTYPEQUALIFIER qualifier = APTTYPEQUALIFIER_NONE;
+    if (FAILED(CoGetApartmentType(&type, &qualifier)) || (type != APTTYPE_STA && type != APTTYPE_MAINSTA))
+    {
+        return;
+    }
+    MSG message;
+    for (int i = 0; i < MESSAGES_AT_ONCE && PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE); ++i)
+    {
+        if (message.message == WM_QUIT) // somebody else's
+        {
+            PostQuitMessage(static_cast<int>(message.wParam));
+            return;
+        }
+        DispatchMessageW(&message);
+    }
 }
 
 } // namespace
@@ -41,8 +67,53 @@ HRESULT XmlDocument::Create(DWORD dwContext) noexcept
     return nResult;
 }
 
-// S_OK, S_FALSE when the file does not load for whatever reason, or E_OUTOFMEMORY.
-HRESULT XmlDocument::LoadOnce(const wchar_t* pwszPath) noexcept
+// A document that loads in the background has only begun when its load reports a success. What came of it is told by its
+// parse error alone. Returns S_OK, S_FALSE for a malformed file, or a failing status.
+HRESULT XmlDocument::WaitUntilComplete(const SharingPatience& patience) noexcept
+{
+    for (;;)
+    {
+        long nState = 0;
+        const HRESULT nResult = m_document->get_readyState(&nState);
+        if (FAILED(nResult))
+        {
+            return nResult;
+        }
+        if (nState == COMPLETE)
+        {
+            return ParseResult();
+        }
+        if (!patience.Pause(LOADING_PAUSE_MS))
+        {
+            m_document->abort();
+            return E_PENDING;
+        }
+        ServeMessages();
+    }
+}
+
+HRESULT XmlDocument::ParseResult() noexcept
+{
+    ComPtr<IXMLDOMParseError> parseError;
+    HRESULT nResult = m_document->get_parseError(parseError.GetAddressOf());
+    if (SUCCEEDED(nResult) && !parseError)
+    {
+        nResult = E_FAIL;
+    }
+    long nError = 0;
+    if (SUCCEEDED(nResult))
+    {
+        nResult = parseError->get_errorCode(&nError);
+    }
+    if (FAILED(nResult))
+    {
+        return nResult;
+    }
+    return nError == 0 ? S_OK : S_FALSE;
+}
+
+// S_OK, S_FALSE when the file does not load for whatever reason, or a failing status (see Load).
+HRESULT XmlDocument::LoadOnce(const wchar_t* pwszPath, const SharingPatience& patience) noexcept
 {
     UniqueBstr path(pwszPath);
     if (!path)
@@ -57,27 +128,28 @@ HRESULT XmlDocument::LoadOnce(const wchar_t* pwszPath) noexcept
     {
         return nResult;
     }
-    return SUCCEEDED(nResult) && bLoaded != VARIANT_FALSE ? S_OK : S_FALSE;
+    return SUCCEEDED(nResult) && bLoaded != VARIANT_FALSE ? WaitUntilComplete(patience) : S_FALSE;
 }
 
 // The document reports a file in use and a malformed one alike. Opening the file without letting anybody write it tells
 // them apart, also from a file that is half written by one who lets it be read; and as long as it is open like that, a
 // last load decides, whatever came between the first one and the look.
-HRESULT XmlDocument::LoadOrLook(const wchar_t* pwszPath) noexcept
+HRESULT XmlDocument::LoadOrLook(const wchar_t* pwszPath, const SharingPatience& patience) noexcept
 {
-    const HRESULT nResult = LoadOnce(pwszPath);
+    const HRESULT nResult = LoadOnce(pwszPath, patience);
     if (nResult != S_FALSE)
     {
         return nResult;
     }
     const UniqueFile file(
         CreateFileW(pwszPath, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-    return file ? LoadOnce(pwszPath) : LastStatus();
+    return file ? LoadOnce(pwszPath, patience) : LastStatus();
 }
 
 HRESULT XmlDocument::Load(const wchar_t* pwszPath) noexcept
 {
-    return SharingPatience().Try([&]() noexcept { return LoadOrLook(pwszPath); });
+    const SharingPatience patience;
+    return patience.Try([&]() noexcept { return LoadOrLook(pwszPath, patience); });
 }
 
 HRESULT XmlDocument::Find(const wchar_t* pwszNodePath, ComPtr<IXMLDOMNode>& node) noexcept

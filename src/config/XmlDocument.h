@@ -7,6 +7,8 @@
 namespace varnex
 {
 
+class SharingPatience;
+
 // One document of the system's XML document object model. A failure is a status, never an exception, so that it
 // cannot fly past a mutex that a caller holds.
 class XmlDocument
@@ -19,9 +21,11 @@ public:
     // initialised COM.
     HRESULT Create(DWORD dwContext) noexcept;
 
-    // Loads a file. One that another program has in use is tried again for at most a second. Returns S_OK; S_FALSE for
-    // a file that was there to be read, in nobody's hands, and is malformed; E_OUTOFMEMORY; or the failing status of a
-    // file that cannot be opened, a sharing error when it is in use still.
+    // Loads a file. One that another program has in use is tried again, and a document that loads in the background is
+    // waited for, both together for at most a second; messages are served meanwhile in a single-threaded apartment.
+    // Returns S_OK; S_FALSE for a file that was there to be read, in nobody's hands, and is malformed; E_OUTOFMEMORY;
+    // the failing status of a file that cannot be opened, a sharing error when it is in use still; E_PENDING for a
+    // document that is not complete then.
     HRESULT Load(const wchar_t* pwszPath) noexcept;
 
     // The first node at a path from the document; null, with a success, when there is none. Returns the query's status.
@@ -45,8 +49,10 @@ public:
     static HRESULT SetText(IXMLDOMNode& node, const wchar_t* pwszText) noexcept;
 
 private:
-    HRESULT LoadOnce(const wchar_t* pwszPath) noexcept;
-    HRESULT LoadOrLook(const wchar_t* pwszPath) noexcept;
+    HRESULT WaitUntilComplete(const SharingPatience& patience) noexcept;
+    HRESULT ParseResult() noexcept;
+    HRESULT LoadOnce(const wchar_t* pwszPath, const SharingPatience& patience) noexcept;
+    HRESULT LoadOrLook(const wchar_t* pwszPath, const SharingPatience& patience) noexcept;
     HRESULT CreateNode(long nType, const wchar_t* pwszName, ComPtr<IXMLDOMNode>& node) noexcept;
 
     const wchar_t* m_pwszNamespace;

@@ -56,9 +56,10 @@ const char* NameOfDomMethod(DomMethod method)
         "IXMLDOMDocument::selectSingleNode", "IXMLDOMDocument::get_documentElement",
         "IXMLDOMDocument::createNode",       "IXMLDOMDocument::appendChild",
         "IXMLDOMElement::appendChild",       "IXMLDOMElement::get_text",
-        "IXMLDOMElement::put_text",          "IXMLDOMDocument::get_xml",
-        "IXMLDOMElement::get_attributes",    "IXMLDOMAttribute::put_text",
-        "IXMLDOMNamedNodeMap::setNamedItem"};
+        "IXMLDOMElement::put_text",          "IXMLDOMDocument::get_readyState",
+        "IXMLDOMDocument::get_parseError",   "IXMLDOMParseError::get_errorCode",
+        "IXMLDOMDocument::get_xml",          "IXMLDOMElement::get_attributes",
+        "IXMLDOMAttribute::put_text",        "IXMLDOMNamedNodeMap::setNamedItem"};
     return names.at(static_cast<std::size_t>(method));
 }
 

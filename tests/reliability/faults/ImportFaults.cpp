@@ -108,8 +108,9 @@ const std::map<std::string, DWORD>& ZeroAnswers()
 const std::map<std::string, CallFailure>& OtherAnswers()
 {
     static const std::map<std::string, CallFailure> answers = WithoutRepeats<CallFailure>({
-        {"CoCreateInstance", Status(0x80040154)}, // REGDB_E_CLASSNOTREG
-        {"CoInitialize", Status(0x8007000E)},     // E_OUTOFMEMORY
+        {"CoCreateInstance", Status(0x80040154)},   // REGDB_E_CLASSNOTREG
+        {"CoGetApartmentType", Status(0x800401F0)}, // CO_E_NOTINITIALIZED
+        {"CoInitialize", Status(0x8007000E)},       // E_OUTOFMEMORY
         {"CoInitializeEx", Status(0x8007000E)},
         {"CoSetProxyBlanket", Status(0x80070005)}, // E_ACCESSDENIED
         {"OleRun", Status(0x80004005)},            // E_FAIL
@@ -153,6 +154,8 @@ const std::set<std::string>& InfallibleImports()
         "GetSystemDefaultLangID", "GetSystemTimeAsFileTime", "GetTickCount", "GetTickCount64",
         "InitializeCriticalSection", "IsDBCSLeadByte", "IsDBCSLeadByteEx", "LeaveCriticalSection", "OutputDebugStringA",
         "ReleaseSRWLockExclusive", "SetLastError", "Sleep",
+        // messages, of which there may be none
+        "PeekMessageW", "DispatchMessageW", "PostQuitMessage",
         // gives a block back; its result tells nothing that anybody could act on
         "LocalFree", "TlsFree", "CoUninitialize", "SysFreeString", "SysStringLen", "VariantInit",
         // a thread's value may be null

@@ -30,6 +30,12 @@ DomMethodPlace PlaceOf(DomMethod method)
         return {DomObject::Document, offsetof(IXMLDOMDocumentVtbl, createNode) / cbPlace};
     case DomMethod::AppendToDocument:
         return {DomObject::Document, offsetof(IXMLDOMDocumentVtbl, appendChild) / cbPlace};
+    case DomMethod::GetReadyState:
+        return {DomObject::Document, offsetof(IXMLDOMDocumentVtbl, get_readyState) / cbPlace};
+    case DomMethod::GetParseError:
+        return {DomObject::Document, offsetof(IXMLDOMDocumentVtbl, get_parseError) / cbPlace};
+    case DomMethod::GetErrorCode:
+        return {DomObject::ParseError, offsetof(IXMLDOMParseErrorVtbl, get_errorCode) / cbPlace};
     case DomMethod::AppendToElement:
         return {DomObject::Element, offsetof(IXMLDOMElementVtbl, appendChild) / cbPlace};
     case DomMethod::GetText:

@@ -17,17 +17,21 @@ enum class DomMethod
     AppendToElement,
     GetText,
     PutText,
+    GetReadyState,
+    GetParseError,
+    GetErrorCode,
     GetXml,
     GetAttributes,
     PutAttributeText,
     SetNamedItem
 };
-constexpr std::size_t DOM_METHODS = 13;
+constexpr std::size_t DOM_METHODS = 16;
 
 // Whose method table a method stands in.
 enum class DomObject
 {
     Document,
+    ParseError,
     Element,
     Attribute,
     AttributeMap

@@ -96,6 +96,14 @@ OwnershipLedger::OwnershipLedger(ImportRedirector& redirector, ScriptedDom& dom)
             state->Add(nResult, *ppElement);
             return nResult;
         });
+    dom.Replace<HRESULT(IXMLDOMDocument*, IXMLDOMParseError**)>(
+        DomMethod::GetParseError,
+        [state](IXMLDOMDocument* pDocument, IXMLDOMParseError** ppError)
+        {
+            const HRESULT nResult = pDocument->get_parseError(ppError);
+            state->Add(nResult, *ppError);
+            return nResult;
+        });
     dom.Replace<HRESULT(IXMLDOMDocument*, VARIANT, BSTR, BSTR, IXMLDOMNode**)>(
         DomMethod::CreateNode,
         [state](IXMLDOMDocument* pDocument, VARIANT type, BSTR bstrName, BSTR bstrSpace, IXMLDOMNode** ppNode)

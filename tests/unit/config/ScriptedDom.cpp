@@ -48,6 +48,7 @@ public:
     {
         const UniqueBstr name(L"a");
         Demand(SUCCEEDED(m_document->createAttribute(name.Get(), m_attribute.GetAddressOf())));
+        Demand(SUCCEEDED(m_document->get_parseError(m_parseError.GetAddressOf())));
         Demand(SUCCEEDED(m_element->get_attributes(m_attributes.GetAddressOf())));
     }
     void** MethodTable(DomObject object) const
@@ -56,6 +57,8 @@ public:
         {
         case DomObject::Document:
             return MethodTableOf(m_document.Get());
+        case DomObject::ParseError:
+            return MethodTableOf(m_parseError.Get());
         case DomObject::Element:
             return MethodTableOf(m_element.Get());
         case DomObject::Attribute:
@@ -74,6 +77,7 @@ private:
     }
 
     ComPtr<IXMLDOMDocument> m_document;
+    ComPtr<IXMLDOMParseError> m_parseError;
     ComPtr<IXMLDOMElement> m_element;
     ComPtr<IXMLDOMAttribute> m_attribute;
     ComPtr<IXMLDOMNamedNodeMap> m_attributes;
@@ -107,6 +111,22 @@ ScriptedDom::~ScriptedDom()
 const ScriptedDom::Slot& ScriptedDom::SlotOf(DomMethod method) const
 {
     return m_slots.at(static_cast<std::size_t>(method));
+}
+
+void ScriptedDom::LoadNothing()
+{
+    Replace<HRESULT(IXMLDOMDocument*, VARIANT, VARIANT_BOOL*)>(DomMethod::Load,
+                                                               [](IXMLDOMDocument*, VARIANT, VARIANT_BOOL* pbLoaded)
+                                                               {
+                                                                   *pbLoaded = VARIANT_TRUE;
+                                                                   return S_OK;
+                                                               });
+    Replace<HRESULT(IXMLDOMDocument*, long*)>(DomMethod::GetReadyState,
+                                              [](IXMLDOMDocument*, long* pnState)
+                                              {
+                                                  *pnState = 4;
+                                                  return S_OK;
+                                              });
 }
 
 void ScriptedDom::FailCall(DomMethod method, ULONGLONG ullCall, FailMode mode, HRESULT nResult)

@@ -12,7 +12,7 @@ namespace varnex::test
 {
 
 // Answers for single calls into the document object model, by rewriting the method tables that all documents, all
-// elements, all attributes and all their maps, of this process share. COM must be initialised.
+// their parse errors, elements, attributes and maps, of this process share. COM must be initialised.
 //
 //     ScriptedDom dom;
 //     dom.FailCall(DomMethod::Load, 1, FailMode::Once, E_ACCESSDENIED); // the next load fails
@@ -35,6 +35,8 @@ public:
     {
         SlotOf(method).pGate->SetScript(std::move(script));
     }
+    // Every load reports a success without having loaded anything, and the document is complete.
+    void LoadNothing();
     // Makes the ullCall-th call from now on (1 is the next) fail.
     void FailCall(DomMethod method, ULONGLONG ullCall, FailMode mode, HRESULT nResult);
     // Calls of every method reach their scripts again.

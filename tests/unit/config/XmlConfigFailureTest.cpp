@@ -283,13 +283,7 @@ TEST_CASE("each failure of the document object ends the writing of a node, and t
 TEST_CASE("a document element that cannot be appended ends the writing of a node")
 {
     FailingConfig config;
-    config.dom.Replace<HRESULT(IXMLDOMDocument*, VARIANT, VARIANT_BOOL*)>(
-        DomMethod::Load,
-        [](IXMLDOMDocument*, VARIANT, VARIANT_BOOL* pbLoaded)
-        {
-            *pbLoaded = VARIANT_TRUE; // a document without any element
-            return S_OK;
-        });
+    config.dom.LoadNothing(); // a document without any element
     CheckFailures(config,
                   {NodeFailure("not appended", FailingMethod(DomMethod::AppendToDocument, 1, E_ACCESSDENIED),
                                E_ACCESSDENIED, "KPMConfiguration"),

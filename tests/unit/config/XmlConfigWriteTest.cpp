@@ -130,13 +130,7 @@ TEST_CASE("a document without any element gets its document element")
     ConfigFixture config;
     config.tree.WriteConfigText(CONFIG_TEXT);
     ScriptedDom dom;
-    // No file loads as such a document; the load that reads nothing makes one.
-    dom.Replace<HRESULT(IXMLDOMDocument*, VARIANT, VARIANT_BOOL*)>(DomMethod::Load,
-                                                                   [](IXMLDOMDocument*, VARIANT, VARIANT_BOOL* pbLoaded)
-                                                                   {
-                                                                       *pbLoaded = VARIANT_TRUE;
-                                                                       return S_OK;
-                                                                   });
+    dom.LoadNothing(); // no file loads as such a document
     CHECK(SetXMLNodeValue(nullptr, L"KPMConfiguration/PkiAlertNum/Disk", L"2") == 0);
     CHECK(Node(config, L"KPMConfiguration/PkiAlertNum/Disk") == L"2");
     CHECK(Node(config, L"KPMConfiguration/PkiAlert/CPUInterval") == std::nullopt);

@@ -1,6 +1,7 @@
 #include "ConfigFixture.h"
 #include "ScriptedDom.h"
 
+#include "common/Com.h"
 #include "common/Handles.h"
 #include "config/DailyCounters.h"
 #include "config/XmlConfig.h"
@@ -13,6 +14,10 @@
 #include <oleauto.h>
 
 #include <msxml2.h>
+
+#include <climits>
+#include <functional>
+#include <optional>
 
 namespace varnex::test
 {
@@ -42,6 +47,91 @@ struct LockedConfig : ConfigFixture
         const UnscriptedScope unscripted;
         lock.Reset();
     }
+};
+
+// A configuration whose documents report a success when they are told to load, and load later. Time is virtual.
+struct LoadingConfig : ConfigFixture
+{
+    VirtualClock clock{redirector};
+    std::optional<ScriptedDom> dom; // of the apartment in which the documents are
+    ULONGLONG ullTaken = 0;         // of the last operation
+
+    explicit LoadingConfig(Com com = Com::Initialised) : ConfigFixture(com)
+    {
+        tree.WriteConfigText(CONFIG_TEXT);
+        if (com == Com::Initialised)
+        {
+            dom.emplace();
+        }
+    }
+    // The documents load when their state is asked for and it is time.
+    void CompleteWhen(const std::function<bool()>& isTime)
+    {
+        dom->Replace<HRESULT(IXMLDOMDocument*, VARIANT, VARIANT_BOOL*)>(
+            DomMethod::Load,
+            [this](IXMLDOMDocument*, VARIANT source, VARIANT_BOOL* pbLoaded)
+            {
+                m_source = source.bstrVal;
+                *pbLoaded = VARIANT_TRUE;
+                return S_OK;
+            });
+        dom->Replace<HRESULT(IXMLDOMDocument*, long*)>(DomMethod::GetReadyState,
+                                                       [this, isTime](IXMLDOMDocument* pDocument, long* pnState)
+                                                       {
+                                                           *pnState = isTime() ? 4 : 1;
+                                                           if (*pnState == 4)
+                                                           {
+                                                               ScopedVariant source;
+                                                               source.SetText(UniqueBstr(m_source.c_str()));
+                                                               VARIANT_BOOL bLoaded = VARIANT_FALSE;
+                                                               pDocument->load(source.Get(), &bLoaded);
+                                                           }
+                                                           return S_OK;
+                                                       });
+    }
+    void CompleteAfter(int nAsked)
+    {
+        CompleteWhen([nAsked, n = 0]() mutable { return ++n > nAsked; });
+    }
+    ULONGLONG TakeElapsed()
+    {
+        ullTaken = clock.ElapsedMs() - m_ullBefore;
+        m_ullBefore = clock.ElapsedMs();
+        return ullTaken;
+    }
+
+private:
+    std::wstring m_source;
+    ULONGLONG m_ullBefore = 0;
+};
+
+// A window of this thread that counts what is sent to it.
+class MessageWindow
+{
+public:
+    MessageWindow()
+        : m_hWindow(CreateWindowExW(0, L"STATIC", nullptr, 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr))
+    {
+        REQUIRE(m_hWindow != nullptr);
+        SetWindowLongPtrW(m_hWindow, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(&Serve));
+        s_nServed = 0;
+    }
+    ~MessageWindow() { DestroyWindow(m_hWindow); }
+    MessageWindow(const MessageWindow&) = delete;
+    MessageWindow& operator=(const MessageWindow&) = delete;
+
+    void Post() const { PostMessageW(m_hWindow, WM_USER, 0, 0); }
+    bool HasServed() const { return s_nServed != 0; }
+
+private:
+    static LRESULT CALLBACK Serve(HWND hWindow, UINT nMessage, WPARAM wParam, LPARAM lParam)
+    {
+        s_nServed += nMessage == WM_USER ? 1 : 0;
+        return DefWindowProcW(hWindow, nMessage, wParam, lParam);
+    }
+
+    static inline int s_nServed = 0;
+    HWND m_hWindow;
 };
 
 } // namespace
@@ -177,6 +267,136 @@ TEST_CASE("a locked file whose loads take their time is tried for a second all t
     CHECK(GetXMLNodeValue(nullptr, PATH, wszValue, 16) == 0);
     CHECK(dom.Calls(DomMethod::Load) == 3); // at 0, 350 and 700 ms
     CHECK(config.clock.TickCount() - ullBefore <= 1000);
+}
+
+TEST_CASE("a document that goes on to load after the load's success is waited for")
+{
+    LoadingConfig config;
+    config.CompleteAfter(5);
+    wchar_t wszValue[16] = L"before";
+    CHECK(GetXMLNodeValue(nullptr, PATH, wszValue, 16) == 0);
+    CHECK(std::wstring(wszValue) == L"text");
+    CHECK(config.clock.ElapsedMs() > 0);
+    CHECK(config.clock.ElapsedMs() < 200);
+    config.CompleteAfter(5);
+    CHECK(SetXMLNodeValue(nullptr, PATH, L"new") == 0);
+    CHECK(config.tree.ConfigNode(PATH) == L"new");
+    CHECK(config.TakeLog().empty());
+}
+
+TEST_CASE("a document that never gets complete is waited for a second, and nothing is read or saved")
+{
+    LoadingConfig config;
+    config.CompleteAfter(INT_MAX);
+    wchar_t wszValue[16] = L"before";
+    int nValue = 77;
+    const auto checkTookASecond = [&](int nResult, int nExpected)
+    {
+        CHECK(nResult == nExpected);
+        CHECK(config.TakeElapsed() > 900);
+        CHECK(config.ullTaken <= 1000);
+        CHECK(config.FileBytes() == CONFIG_TEXT);
+    };
+    checkTookASecond(GetXMLNodeValue(nullptr, PATH, wszValue, 16), 0);
+    checkTookASecond(ReadXMLNodeValue(PATH, wszValue, 16), E_PENDING);
+    checkTookASecond(SetXMLNodeValue(nullptr, PATH, L"new"), -1);
+    checkTookASecond(GetAlertConfValue(1, 1), -1);
+    checkTookASecond(GetLogLevel(&nValue), -1);
+    checkTookASecond(GetAlertNumFromLocal(L"2026-01-31", 1, &nValue), E_PENDING);
+    checkTookASecond(SaveAlertNumIntoLocal(L"2026-01-31", 1, 5), E_PENDING); // no new day
+    CHECK(std::wstring(wszValue) == L"before");
+    CHECK(nValue == 77);
+}
+
+TEST_CASE("a document that turns out to be malformed after the load's success is not loaded, and is not saved")
+{
+    LoadingConfig config;
+    config.tree.WriteConfigText("<KPMConfiguration>");
+    config.CompleteAfter(3);
+    wchar_t wszValue[16] = L"before";
+    CHECK(GetXMLNodeValue(nullptr, PATH, wszValue, 16) == 0);
+    CHECK(std::wstring(wszValue) == L"before");
+    CHECK(SetXMLNodeValue(nullptr, PATH, L"new") == -1);
+    CHECK(config.FileBytes() == "<KPMConfiguration>");
+}
+
+TEST_CASE("a document that does not tell what came of its load is not loaded, and is not waited for")
+{
+    ConfigFixture config;
+    VirtualClock clock(config.redirector);
+    config.tree.WriteConfigText(CONFIG_TEXT);
+    ScriptedDom dom;
+    for (const DomMethod method : {DomMethod::GetReadyState, DomMethod::GetParseError, DomMethod::GetErrorCode})
+    {
+        CAPTURE(static_cast<int>(method));
+        dom.StopFailing();
+        dom.FailCall(method, 1, FailMode::FromThereOn, E_UNEXPECTED);
+        wchar_t wszValue[16] = L"before";
+        CHECK(GetXMLNodeValue(nullptr, PATH, wszValue, 16) == 0);
+        CHECK(ReadXMLNodeValue(PATH, wszValue, 16) == E_UNEXPECTED);
+        CHECK(std::wstring(wszValue) == L"before");
+        CHECK(SetXMLNodeValue(nullptr, PATH, L"new") == -1);
+    }
+    CHECK(config.FileBytes() == CONFIG_TEXT);
+    CHECK(clock.ElapsedMs() == 0);
+}
+
+TEST_CASE("a file in use and a document that goes on to load share one second")
+{
+    LoadingConfig config;
+    config.CompleteAfter(INT_MAX);
+    int nLoads = 0;
+    config.dom->Replace<HRESULT(IXMLDOMDocument*, VARIANT, VARIANT_BOOL*)>(
+        DomMethod::Load,
+        [&](IXMLDOMDocument*, VARIANT, VARIANT_BOOL* pbLoaded)
+        {
+            *pbLoaded = ++nLoads > 10 ? VARIANT_TRUE : VARIANT_FALSE;
+            return S_OK;
+        });
+    const UniqueFile user = [&]
+    {
+        const UnscriptedScope unscripted;
+        return UniqueFile(CreateFileW(config.File().c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr));
+    }();
+    wchar_t wszValue[16] = L"before";
+    CHECK(ReadXMLNodeValue(PATH, wszValue, 16) == E_PENDING);
+    CHECK(nLoads == 11);
+    CHECK(config.TakeElapsed() > 900);
+    CHECK(config.ullTaken <= 1000);
+}
+
+TEST_CASE("a document that loads by messages gets them in a single-threaded apartment, and others keep theirs")
+{
+    LoadingConfig config;
+    const MessageWindow window;
+    config.CompleteWhen([&] { return window.HasServed(); });
+    window.Post();
+    PostThreadMessageW(GetCurrentThreadId(), WM_QUIT, 7, 0);
+    wchar_t wszValue[16] = L"before";
+    CHECK(GetXMLNodeValue(nullptr, PATH, wszValue, 16) == 0);
+    CHECK(std::wstring(wszValue) == L"text");
+    MSG message = {};
+    CHECK(PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE));
+    CHECK(message.message == WM_QUIT);
+    CHECK(message.wParam == 7);
+}
+
+TEST_CASE("in the multithreaded apartment no messages are served while a document loads")
+{
+    LoadingConfig config(ConfigFixture::Com::Absent);
+    REQUIRE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
+    config.dom.emplace();
+    {
+        const MessageWindow window;
+        config.CompleteAfter(5);
+        window.Post();
+        wchar_t wszValue[16] = L"before";
+        CHECK(GetXMLNodeValue(nullptr, PATH, wszValue, 16) == 0);
+        CHECK(std::wstring(wszValue) == L"text");
+        CHECK_FALSE(window.HasServed());
+    }
+    CoUninitialize();
 }
 
 TEST_CASE("only the errors of a file in other hands are waited for")
