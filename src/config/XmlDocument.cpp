@@ -6,6 +6,8 @@
 #include "config/FileSaving.h"
 #include "config/XmlBytes.h"
 
+#include <algorithm>
+#include <string_view>
 #include <utility>
 
 namespace varnex
@@ -24,6 +26,29 @@ constexpr int MESSAGES_AT_ONCE = 100; // a bound, should each one bring the next
 HRESULT LastStatus() noexcept
 {
     return HRESULT_FROM_WIN32(LastErrorOr(ERROR_GEN_FAILURE));
+}
+
+// A path as a document object takes it, which is for a URL: there a percent sign begins an escape.
+UniqueBstr UrlOf(const wchar_t* pwszPath) noexcept
+{
+    const std::wstring_view path(pwszPath);
+    const auto nPercents = static_cast<std::size_t>(std::count(path.begin(), path.end(), L'%'));
+    UniqueBstr url;
+    url.Reset(SysAllocStringLen(nullptr, static_cast<UINT>(path.size() + 2 * nPercents)));
+    if (url)
+    {
+        wchar_t* pwchNext = url.Get();
+        for (const wchar_t ch : path)
+        {
+            *pwchNext++ = ch;
+            if (ch == L'%')
+            {
+                *pwchNext++ = L'2';
+                *pwchNext++ = L'5';
+            }
+        }
+    }
+    return url;
 }
 
 // In a single-threaded apartment a document that loads in the background gets its data by messages. All are served: it is
@@ -115,13 +140,13 @@ HRESULT XmlDocument::ParseResult() noexcept
 // S_OK, S_FALSE when the file does not load for whatever reason, or a failing status (see Load).
 HRESULT XmlDocument::LoadOnce(const wchar_t* pwszPath, const SharingPatience& patience) noexcept
 {
-    UniqueBstr path(pwszPath);
-    if (!path)
+    UniqueBstr url = UrlOf(pwszPath);
+    if (!url)
     {
         return E_OUTOFMEMORY;
     }
     ScopedVariant source;
-    source.SetText(std::move(path));
+    source.SetText(std::move(url));
     VARIANT_BOOL bLoaded = VARIANT_FALSE;
     const HRESULT nResult = m_document->load(source.Get(), &bLoaded);
     if (nResult == E_OUTOFMEMORY)

@@ -250,8 +250,8 @@ TEST_CASE("counting without the memory to name the file fails, and no new day be
                   Lines{config.NotLoaded(),
                         "[2] - SaveAlertNumIntoLocal -- get date in configure file failed(0x8007000e), exit..."});
     };
-    checkBoth([&] { config.redirector.FailCall("SysAllocString", 1, FailMode::Once, ERROR_NOT_ENOUGH_MEMORY); });
-    CHECK(config.redirector.Failures("SysAllocString") == 1);
+    checkBoth([&] { config.redirector.FailCall("SysAllocStringLen", 1, FailMode::Once, ERROR_NOT_ENOUGH_MEMORY); });
+    CHECK(config.redirector.Failures("SysAllocStringLen") == 1);
     checkBoth([&] { config.dom.FailCall(DomMethod::Load, 1, FailMode::Once, E_OUTOFMEMORY); });
     CHECK(config.dom.Failures(DomMethod::Load) == 1);
     CHECK(config.clock.ElapsedMs() == 0);

@@ -64,6 +64,13 @@ OwnershipLedger::OwnershipLedger(ImportRedirector& redirector, ScriptedDom& dom)
                                                       state->AddText(bstrText);
                                                       return bstrText;
                                                   });
+    m_imports.Replace<decltype(::SysAllocStringLen)>("SysAllocStringLen",
+                                                     [state](const OLECHAR* pwchText, UINT cchText)
+                                                     {
+                                                         const BSTR bstrText = SysAllocStringLen(pwchText, cchText);
+                                                         state->AddText(bstrText);
+                                                         return bstrText;
+                                                     });
     m_imports.Replace<decltype(::SysFreeString)>("SysFreeString",
                                                  [state](BSTR bstrText)
                                                  {

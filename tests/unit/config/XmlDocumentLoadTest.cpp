@@ -269,6 +269,31 @@ TEST_CASE("a locked file whose loads take their time is tried for a second all t
     CHECK(config.clock.TickCount() - ullBefore <= 1000);
 }
 
+TEST_CASE("a configuration in a directory with percent signs is read and saved, and not another one")
+{
+    ConfigFixture config;
+    const auto configIn = [&](const std::vector<std::wstring>& directories, int nInterval)
+    {
+        std::wstring path = config.tree.BinPath();
+        for (const std::wstring& directory : directories)
+        {
+            path += L"\\" + directory;
+            CreateDirectoryW(path.c_str(), nullptr);
+        }
+        WriteFileBytes(path + L"\\KpmCfg.xml", ConfigBuilder().Set("CPUInterval", nInterval).Build());
+        return path;
+    };
+    const std::wstring directory = configIn({L"P%41", L"q%zz", L"%2541", L"100%"}, 12);
+    const std::wstring other = configIn({L"PA", L"q%zz", L"%41", L"100%"}, 34);
+    const std::string otherBytes = ReadFileBytes(other + L"\\KpmCfg.xml");
+    config.modulePath.Set(directory + L"\\Varnex.dll");
+    CHECK(GetAlertConfValue(1, 1) == 12);
+    CHECK(SetXMLNodeValue(nullptr, L"KPMConfiguration/PkiAlert/CPUInterval", L"13") == 0);
+    CHECK(GetAlertConfValue(1, 1) == 13);
+    CHECK(ReadFileBytes(other + L"\\KpmCfg.xml") == otherBytes);
+    CHECK(config.TakeLog().empty());
+}
+
 TEST_CASE("a document that goes on to load after the load's success is waited for")
 {
     LoadingConfig config;
