@@ -1,9 +1,11 @@
 #include "config/ConfigFile.h"
 
 #include "common/BoundedText.h"
-#include "common/Locks.h"
-#include "common/ModulePath.h"
 #include "entry/ModuleState.h"
+
+#include <atomic>
+#include <cwchar>
+#include <string_view>
 
 namespace varnex
 {
@@ -11,28 +13,45 @@ namespace varnex
 namespace
 {
 
-SlimLock g_configPathLock;
-wchar_t g_wszConfigFilePath[PATH_CHARS] VARNEX_GUARDED_BY(g_configPathLock); // never changes once it is filled
+constexpr std::wstring_view FILE_NAME = L"KpmCfg.xml";
+
+enum class Keeping
+{
+    Nothing,
+    Begun, // for ever, when the thread that began it has been ended
+    Done
+};
+
+std::atomic<Keeping> g_keeping = Keeping::Nothing;
+wchar_t g_wszKeptPath[PATH_CHARS]; // written by the one thread that began, read when it is done
 
 } // namespace
 
-const wchar_t* ConfigFilePath() noexcept
+ConfigFilePath::ConfigFilePath() noexcept : m_pwszText(g_wszKeptPath)
 {
-    const SlimLockHold hold(g_configPathLock);
-    if (g_wszConfigFilePath[0] == L'\0')
+    if (g_keeping.load(std::memory_order_acquire) == Keeping::Done)
     {
-        wchar_t wszDirectory[PATH_CHARS];
-        if (ModuleDirectoryW(g_hModule, wszDirectory))
-        {
-            FormatTextW(g_wszConfigFilePath, L"%s%s", wszDirectory, L"KpmCfg.xml");
-        }
+        return;
     }
-    return g_wszConfigFilePath;
+    m_pwszText = m_wszOwn;
+    if (!ModuleDirectoryW(g_hModule, m_wszOwn) || std::wcslen(m_wszOwn) + FILE_NAME.size() >= PATH_CHARS)
+    {
+        m_wszOwn[0] = L'\0';
+        return;
+    }
+    AppendTextW(m_wszOwn, PATH_CHARS, FILE_NAME.data());
+    Keeping expected = Keeping::Nothing;
+    if (g_keeping.compare_exchange_strong(expected, Keeping::Begun))
+    {
+        CopyTextW(g_wszKeptPath, m_wszOwn);
+        g_keeping.store(Keeping::Done, std::memory_order_release);
+        m_pwszText = g_wszKeptPath;
+    }
 }
 
-bool ConfigFileExists() noexcept
+bool ConfigFilePath::Exists() const noexcept
 {
-    return GetFileAttributesW(ConfigFilePath()) != INVALID_FILE_ATTRIBUTES;
+    return GetFileAttributesW(m_pwszText) != INVALID_FILE_ATTRIBUTES;
 }
 
 } // namespace varnex

@@ -56,7 +56,7 @@ int WriteCount(const wchar_t* pwszName, const wchar_t* pwszValue)
 {
     wchar_t wszPath[XML_NODE_PATH_CHARS];
     CountNodePath(pwszName, wszPath);
-    return SetXMLNodeValue(ConfigFilePath(), wszPath, pwszValue);
+    return SetXMLNodeValue(nullptr, wszPath, pwszValue);
 }
 
 // Separate writes in a fixed order, each going on after a failure of the one before.
@@ -145,9 +145,10 @@ int GetAlertNumFromLocal(const wchar_t* pwszDate, int nCounter, int* pnCount)
                        pwszDate, pnCount, nCounter);
         return COUNTERS_FAILED;
     }
-    if (!ConfigFileExists())
+    const ConfigFilePath path;
+    if (!path.Exists())
     {
-        Log()->Level2W(L"GetAlertNumFromLocal -- global configure file(%s) doesn't exist.", ConfigFilePath());
+        Log()->Level2W(L"GetAlertNumFromLocal -- global configure file(%s) doesn't exist.", path.Text());
         return COUNTERS_NO_FILE;
     }
     wchar_t wszStoredDate[STORED_DATE_CHARS] = L"";
@@ -191,9 +192,10 @@ int SaveAlertNumIntoLocal(const wchar_t* pwszDate, int nCounter, unsigned nCount
     }
     Log()->Level4W(L"SaveAlertNumIntoLocal -- input parameter: date(%s), Alert Type(%d), Alert number(%d)", pwszDate,
                    nCounter, nCount);
-    if (!ConfigFileExists())
+    const ConfigFilePath path;
+    if (!path.Exists())
     {
-        Log()->Level2W(L"SaveAlertNumIntoLocal -- global configure file(%s) doesn't exist.", ConfigFilePath());
+        Log()->Level2W(L"SaveAlertNumIntoLocal -- global configure file(%s) doesn't exist.", path.Text());
         return COUNTERS_NO_FILE;
     }
     const UniqueHandle mutex = OpenCountsMutex();

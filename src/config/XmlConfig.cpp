@@ -32,8 +32,9 @@ constexpr const wchar_t* POLICY_NAMES[ALERT_TYPES][CONF_TYPES] = {
 // Opens the file for the two readers of numbers, which share their messages word for word.
 bool OpenForNumber(XmlDocument& document)
 {
-    const wchar_t* const pwszFile = ConfigFilePath();
-    if (!ConfigFileExists())
+    const ConfigFilePath path;
+    const wchar_t* const pwszFile = path.Text();
+    if (!path.Exists())
     {
         Log()->Level1W(L"GetAlertConfValue -- input file(%s) doesn't exist, exit...", pwszFile);
         return false;
@@ -104,13 +105,14 @@ bool HasEmptyStep(const wchar_t* pwszNodePath) noexcept
 int OpenForNode(const NodeOperationTexts& texts, const wchar_t* pwszNodePath, const wchar_t* pwszValue,
                 XmlDocument& document, HRESULT& nLoaded)
 {
-    const wchar_t* const pwszFile = ConfigFilePath();
+    const ConfigFilePath path;
+    const wchar_t* const pwszFile = path.Text();
     if (pwszNodePath == nullptr || pwszValue == nullptr)
     {
         Log()->Level1W(texts.pwszBadArguments, pwszFile, pwszNodePath, pwszValue);
         return XML_FAILED;
     }
-    if (!ConfigFileExists())
+    if (!path.Exists())
     {
         Log()->Level1W(texts.pwszNoFile, pwszFile);
         return XML_FAILED;
@@ -211,7 +213,8 @@ int GetAlertConfValue(int nAlertType, unsigned confType)
     ComPtr<IXMLDOMNode> node;
     if (FAILED(document.Find(wszNodePath, node)) || !node)
     {
-        Log()->Level1W(L"GetAlertConfValue -- Not found matching node(%s), XMLfile(%s)", wszNodePath, ConfigFilePath());
+        Log()->Level1W(L"GetAlertConfValue -- Not found matching node(%s), XMLfile(%s)", wszNodePath,
+                       ConfigFilePath().Text());
         return XML_FAILED;
     }
     UniqueBstr text;
@@ -282,10 +285,11 @@ int SetXMLNodeValue(const wchar_t*, const wchar_t* pwszNodePath, const wchar_t* 
     {
         return nResult;
     }
-    nResult = document.Save(ConfigFilePath());
+    const ConfigFilePath path;
+    nResult = document.Save(path.Text());
     if (FAILED(nResult))
     {
-        Log()->Level1W(L"SetXMLNodeValue -- DocumentPtr save to file(%s) fail(0x%08x)", ConfigFilePath(), nResult);
+        Log()->Level1W(L"SetXMLNodeValue -- DocumentPtr save to file(%s) fail(0x%08x)", path.Text(), nResult);
         return nResult;
     }
     return 0;

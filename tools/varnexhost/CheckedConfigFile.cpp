@@ -14,14 +14,11 @@ std::wstring g_checkedConfigFile;
 
 // Both operations of the header are defined here, so that the module's own object file stays out of this program.
 
-const wchar_t* ConfigFilePath() noexcept
-{
-    return g_checkedConfigFile.c_str();
-}
+ConfigFilePath::ConfigFilePath() noexcept : m_pwszText(g_checkedConfigFile.c_str()), m_wszOwn() {}
 
-bool ConfigFileExists() noexcept
+bool ConfigFilePath::Exists() const noexcept
 {
-    return GetFileAttributesW(ConfigFilePath()) != INVALID_FILE_ATTRIBUTES;
+    return GetFileAttributesW(m_pwszText) != INVALID_FILE_ATTRIBUTES;
 }
 
 namespace host

@@ -8,7 +8,6 @@
 #include "alerting/MonMemThread.h"
 #include "alerting/MonNetworkThread.h"
 #include "alerting/MonitorLoop.h"
-#include "config/ConfigFile.h"
 #include "config/DailyCounters.h"
 #include "config/XmlConfig.h"
 
@@ -23,7 +22,7 @@ namespace
 std::optional<std::wstring> TextAt(const std::wstring& nodePath)
 {
     wchar_t wszText[256] = L""; // as much as the module looks at
-    if (GetXMLNodeValue(ConfigFilePath(), nodePath.c_str(), wszText, std::size(wszText)) != 0)
+    if (GetXMLNodeValue(nullptr, nodePath.c_str(), wszText, std::size(wszText)) != 0)
     {
         return std::nullopt;
     }
@@ -35,8 +34,7 @@ bool DoesLoad(const std::wstring& rootName)
 {
     constexpr wchar_t UNTOUCHED = L'\x1';
     wchar_t wszText[2] = {UNTOUCHED, L'\0'};
-    return GetXMLNodeValue(ConfigFilePath(), rootName.c_str(), wszText, std::size(wszText)) != 0 ||
-           wszText[0] != UNTOUCHED;
+    return GetXMLNodeValue(nullptr, rootName.c_str(), wszText, std::size(wszText)) != 0 || wszText[0] != UNTOUCHED;
 }
 
 struct Resource

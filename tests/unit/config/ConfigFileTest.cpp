@@ -1,5 +1,6 @@
 #include "ConfigFixture.h"
 
+#include "common/Handles.h"
 #include "config/ConfigFile.h"
 #include "config/DailyCounters.h"
 #include "config/XmlConfig.h"
@@ -7,6 +8,7 @@
 
 #include <catch2/catch.hpp>
 
+#include <cstring>
 #include <cwchar>
 
 namespace varnex::test
@@ -38,12 +40,52 @@ void CheckEveryOperationCallsTheFileMissing(ConfigFixture& config)
                 "[2] - SaveAlertNumIntoLocal -- global configure file() doesn't exist."});
 }
 
+thread_local bool g_bVictim = false;
+
+// A thread ended by TerminateThread would not come back either, but would leave its stack behind.
+void EndIfVictim()
+{
+    if (g_bVictim)
+    {
+        ExitThread(0);
+    }
+}
+
+DWORD WINAPI LookAsVictim(void*)
+{
+    g_bVictim = true;
+    const ConfigFilePath path;
+    return 1;
+}
+
+DWORD WINAPI Look(void* pFound)
+{
+    *static_cast<std::wstring*>(pFound) = ConfigFilePath().Text();
+    return 1;
+}
+
+// Ends one thread within its search, and has another one search.
+void CheckOthersHaveThePath(const ConfigFixture& config)
+{
+    constexpr DWORD PATIENCE_MS = 5000;
+    const UniqueHandle victim(CreateThread(nullptr, 0, &LookAsVictim, nullptr, 0, nullptr));
+    REQUIRE(WaitForSingleObject(victim.Get(), PATIENCE_MS) == WAIT_OBJECT_0);
+    DWORD dwExitCode = 1;
+    GetExitCodeThread(victim.Get(), &dwExitCode);
+    REQUIRE(dwExitCode == 0);
+    std::wstring found;
+    const UniqueHandle other(CreateThread(nullptr, 0, &Look, &found, 0, nullptr));
+    REQUIRE(WaitForSingleObject(other.Get(), PATIENCE_MS) == WAIT_OBJECT_0);
+    CHECK(found == config.File());
+    CHECK(ConfigFilePath().Text() == config.File());
+}
+
 } // namespace
 
 TEST_CASE("the configuration lies beside the module")
 {
     ConfigFixture config;
-    CHECK(ConfigFilePath() == config.tree.BinPath() + L"\\KpmCfg.xml");
+    CHECK(ConfigFilePath().Text() == config.tree.BinPath() + L"\\KpmCfg.xml");
 }
 
 TEST_CASE("the configuration's path is asked of the module's own handle, once, and then kept")
@@ -60,8 +102,8 @@ TEST_CASE("the configuration's path is asked of the module's own handle, once, a
                                                                   return static_cast<DWORD>(path.size());
                                                               });
     g_hModule = hModule;
-    const wchar_t* const pwszFirst = ConfigFilePath();
-    const wchar_t* const pwszSecond = ConfigFilePath();
+    const wchar_t* const pwszFirst = ConfigFilePath().Text();
+    const wchar_t* const pwszSecond = ConfigFilePath().Text();
     g_hModule = nullptr;
     CHECK(asked == std::vector<HMODULE>{hModule});
     CHECK(pwszFirst == pwszSecond);
@@ -72,8 +114,8 @@ TEST_CASE("a module path without a backslash: every operation calls the file mis
 {
     ConfigFixture config;
     config.modulePath.Set(L"Varnex.dll");
-    CHECK(std::wstring(ConfigFilePath()).empty());
-    CHECK_FALSE(ConfigFileExists());
+    CHECK(std::wstring(ConfigFilePath().Text()).empty());
+    CHECK_FALSE(ConfigFilePath().Exists());
     CheckEveryOperationCallsTheFileMissing(config);
 }
 
@@ -88,7 +130,7 @@ TEST_CASE("a module path that cannot be read: every operation calls the file mis
 {
     ConfigFixture config;
     config.modulePath.Fail(ERROR_INVALID_HANDLE);
-    CHECK(std::wstring(ConfigFilePath()).empty());
+    CHECK(std::wstring(ConfigFilePath().Text()).empty());
     CheckEveryOperationCallsTheFileMissing(config);
 }
 
@@ -106,16 +148,56 @@ TEST_CASE("a module in a drive's root has its configuration there")
 {
     ConfigFixture config;
     config.modulePath.Set(L"C:\\Varnex.dll");
-    CHECK(std::wstring(ConfigFilePath()) == L"C:\\KpmCfg.xml");
+    CHECK(std::wstring(ConfigFilePath().Text()) == L"C:\\KpmCfg.xml");
 }
 
-TEST_CASE("a configuration path of more than 259 characters is cut")
+TEST_CASE("a configuration path of 259 characters fits")
 {
     ConfigFixture config;
-    const std::wstring directory = L"C:\\" + std::wstring(250, L'd') + L"\\";
+    const std::wstring directory = L"C:\\" + std::wstring(245, L'd') + L"\\";
     config.modulePath.Set(directory + L"V.dll");
-    CHECK(ConfigFilePath() == (directory + L"KpmCfg.xml").substr(0, 259));
-    CHECK_FALSE(ConfigFileExists());
+    CHECK(ConfigFilePath().Text() == directory + L"KpmCfg.xml");
+}
+
+TEST_CASE("a configuration path that does not fit: every operation calls the file missing, whatever lies there")
+{
+    ConfigFixture config;
+    const std::wstring bin = config.tree.BinPath() + L"\\";
+    const std::wstring directory = bin + std::wstring(249 - bin.size(), L'd') + L"\\";
+    REQUIRE(CreateDirectoryW(directory.c_str(), nullptr));
+    WriteFileBytes(directory + L"KpmCfg.xm", ConfigBuilder().Build()); // a cut path would find it
+    config.modulePath.Set(directory + L"V.dll");
+    CheckEveryOperationCallsTheFileMissing(config);
+}
+
+TEST_CASE("a thread that was ended while it looked for the path keeps nobody from it")
+{
+    ConfigFixture config;
+    const std::wstring path = config.tree.ModulePath();
+    config.redirector.Replace<decltype(::GetModuleFileNameW)>("GetModuleFileNameW",
+                                                              [&](HMODULE, LPWSTR pwszPath, DWORD cchPath)
+                                                              {
+                                                                  EndIfVictim();
+                                                                  std::wcsncpy(pwszPath, path.c_str(), cchPath);
+                                                                  return static_cast<DWORD>(path.size());
+                                                              });
+    CheckOthersHaveThePath(config);
+}
+
+TEST_CASE("a thread that was ended while it kept the path keeps nobody from it")
+{
+    ConfigFixture config;
+    const std::size_t cbPath = config.File().size() * sizeof(wchar_t);
+    config.redirector.Replace<decltype(::memcpy)>("memcpy",
+                                                  [cbPath](void* pTarget, const void* pSource, std::size_t cbSource)
+                                                  {
+                                                      if (cbSource == cbPath)
+                                                      {
+                                                          EndIfVictim();
+                                                      }
+                                                      return memcpy(pTarget, pSource, cbSource);
+                                                  });
+    CheckOthersHaveThePath(config);
 }
 
 TEST_CASE("a module path outside the system's code page leads to its configuration")
@@ -131,11 +213,11 @@ TEST_CASE("a module path outside the system's code page leads to its configurati
 TEST_CASE("the configuration's existence is looked up each time")
 {
     ConfigFixture config;
-    CHECK_FALSE(ConfigFileExists());
+    CHECK_FALSE(ConfigFilePath().Exists());
     config.tree.WriteConfig(ConfigBuilder());
-    CHECK(ConfigFileExists());
+    CHECK(ConfigFilePath().Exists());
     config.tree.RemoveConfig();
-    CHECK_FALSE(ConfigFileExists());
+    CHECK_FALSE(ConfigFilePath().Exists());
 }
 
 } // namespace varnex::test
