@@ -170,33 +170,4 @@ TEST_CASE("the monitor's thread initialises COM and leaves it as its last step")
     CHECK(monitor.tree.Log().find("thread end...") == logAtLeave.find("thread end..."));
 }
 
-TEST_CASE("the monitor's thread ends with 1")
-{
-    CpuMonitor monitor(CpuConfig(INTERVAL, 85, 5, 5));
-    UniqueHandle thread;
-    monitor.redirector.Replace<decltype(::SetThreadPriority)>("SetThreadPriority",
-                                                              [&](HANDLE hThread, int nLevel)
-                                                              {
-                                                                  DuplicateHandle(GetCurrentProcess(), hThread,
-                                                                                  GetCurrentProcess(), thread.Receive(),
-                                                                                  0, FALSE, DUPLICATE_SAME_ACCESS);
-                                                                  return SetThreadPriority(hThread, nLevel);
-                                                              });
-    DWORD dwExitCode = 0;
-    const auto endWithCode = [&]
-    {
-        monitor.StopAndEnd(VARNEX_ALERT_CPU);
-        REQUIRE(WaitForSingleObject(thread.Get(), 10'000) == WAIT_OBJECT_0);
-        REQUIRE(GetExitCodeThread(thread.Get(), &dwExitCode));
-    };
-    monitor.StartWith(50);
-    endWithCode();
-    CHECK(dwExitCode == 1);
-    dwExitCode = 0;
-    monitor.redirector.FailCall("CoInitialize", 1, FailMode::Once, CallFailure{0, 0x80004005, true});
-    monitor.Start(VARNEX_ALERT_CPU);
-    endWithCode();
-    CHECK(dwExitCode == 1);
-}
-
 } // namespace varnex::test

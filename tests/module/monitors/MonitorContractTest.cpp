@@ -3,12 +3,16 @@
 
 #include "MonitoredModule.h"
 
+#include "sampling/NetworkUtilizationCollector.h"
+#include "sampling/SampleHistory.h"
 #include "support/ProcessMeter.h"
+#include "support/StartedThreads.h"
 
 #include <catch2/catch.hpp>
 
 #include <atomic>
 #include <cstdlib>
+#include <functional>
 
 namespace varnex::test
 {
@@ -117,6 +121,73 @@ void Measure(MonitoredModule& host, const MonitorFacts& facts)
     host.clock.AdvanceMs(facts.dwMeasuringMs);
 }
 
+// A way in which a monitor's thread ends, and the line that tells it from the others.
+struct Ending
+{
+    const char* pszWhat;
+    unsigned nAlertType;
+    const char* pszSign;
+    std::function<void(MonitoredModule&)> bringAbout; // called before the start
+};
+
+void FailStatus(MonitoredModule& host, const char* pszImport, ULONGLONG ullCall, HRESULT nStatus)
+{
+    host.imports.FailCall(pszImport, ullCall, FailMode::Once, {0, static_cast<DWORD>(nStatus), true});
+}
+
+// Disks whose names have that many characters.
+void SetDisks(MonitoredModule& host, int nDisks, std::size_t cchName)
+{
+    std::vector<std::wstring> names;
+    for (int i = 0; i < nDisks; ++i)
+    {
+        names.push_back(std::to_wstring(i));
+        names.back().resize(cchName, L'd');
+    }
+    host.pdh.SetInstances(L"PhysicalDisk", names);
+}
+
+void FailBlocksOf(MonitoredModule& host, std::size_t cbBlock)
+{
+    host.imports.Replace<void*(std::size_t)>("malloc",
+                                             [=](std::size_t cb) { return cb == cbBlock ? nullptr : std::malloc(cb); });
+}
+
+std::vector<Ending> AllEndings()
+{
+    const auto nothing = [](MonitoredModule&) {};
+    std::vector<Ending> endings = {
+        {"no disks", VARNEX_ALERT_DISK, "Fail to get physical disk name list, exit!",
+         [](MonitoredModule& host) { host.pdh.SetInstances(L"PhysicalDisk", {}); }},
+        {"no memory for a disk's name", VARNEX_ALERT_DISK, "AlertReachThreadProc -- exception stopped(std::bad_alloc).",
+         [](MonitoredModule& host)
+         {
+             SetDisks(host, 1, 200);
+             FailBlocksOf(host, 201);
+         }},
+        {"no memory for the disks' histories", VARNEX_ALERT_DISK, "fail to alloc new buffer to all disk throughput",
+         [](MonitoredModule& host)
+         {
+             SetDisks(host, 137, 4);
+             FailBlocksOf(host, 137 * sizeof(SampleHistory));
+         }},
+        {"no first list of adapters", VARNEX_ALERT_NETWORK, "initialize NetworkUtilizationCollector class failed",
+         [](MonitoredModule& host) { host.wmi.Fail(ScriptedWmi::Step::Connect, E_ACCESSDENIED); }},
+        {"no memory for the first list of adapters", VARNEX_ALERT_NETWORK,
+         "CMonNetworkThread -- exception stopped(std::bad_alloc).",
+         [](MonitoredModule& host) { FailBlocksOf(host, sizeof(NetworkCard)); }},
+        {"no later list of adapters", VARNEX_ALERT_NETWORK, "Refresh the network card list failed",
+         [](MonitoredModule& host) { FailStatus(host, "CoSetProxyBlanket", 2, E_ACCESSDENIED); }},
+    };
+    for (const unsigned nAlertType : {VARNEX_ALERT_CPU, VARNEX_ALERT_MEMORY, VARNEX_ALERT_DISK, VARNEX_ALERT_NETWORK})
+    {
+        endings.push_back({"a stop", nAlertType, "thread end", nothing});
+        endings.push_back({"no COM", nAlertType, "initialize COM interface failed(0x8007000e).",
+                           [](MonitoredModule& host) { FailStatus(host, "CoInitialize", 1, E_OUTOFMEMORY); }});
+    }
+    return endings;
+}
+
 } // namespace
 
 TEST_CASE("a policy value that is missing or 0 is said and the default taken, at the start and in each pass")
@@ -217,6 +288,27 @@ TEST_CASE("without COM the memory and disk monitors are done at once, the networ
     CHECK(host.IsStartRefused(facts.nAlertType) == bKeeps);
     host.StopAndEnd(facts.nAlertType, 3);
     CHECK(host.IsStartRefused(facts.nAlertType) == bKeeps);
+}
+
+TEST_CASE("a monitor's thread ends with 1, in whatever way it ends")
+{
+    const Ending ending = GENERATE(from_range(AllEndings()));
+    INFO(ending.pszWhat << ", monitor " << ending.nAlertType);
+    ConfigBuilder config = ConfigBuilder().SetLogLevel(4);
+    for (const char* pszResource : {"CPU", "Memory", "Disk", "Network"})
+    {
+        config.SetPolicy(pszResource, 10, 200, 1, 5);
+    }
+    MonitoredModule host(config);
+    SetQuietMachine(host);
+    host.LogEverything();
+    const StartedThreads threads(host.imports);
+    ending.bringAbout(host);
+    host.Start(ending.nAlertType);
+    host.clock.Advance(15);
+    host.StopAndEnd(ending.nAlertType, 3);
+    CHECK(host.LogOf(ending.pszSign).size() == 1);
+    CHECK(threads.ExitCodes() == std::vector<DWORD>{1});
 }
 
 TEST_CASE("a thread that is in another kind of apartment already is good enough")

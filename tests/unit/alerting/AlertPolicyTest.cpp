@@ -2,6 +2,8 @@
 
 #include "MonitorBench.h"
 
+#include "alerting/MonDiskThread.h"
+#include "alerting/MonNetworkThread.h"
 #include "support/LogMatchers.h"
 
 #include <catch2/catch.hpp>
@@ -129,6 +131,18 @@ TEST_CASE("a changed policy is read the next time")
 
     ReadAlertPolicy(bench.monitor, DISK_POLICY);
     CheckPolicy(bench.monitor, 31, 51, 5, 3);
+}
+
+TEST_CASE("a disk and a network monitor's policy is answered with 0")
+{
+    MonitorBench bench;
+    bench.tree.WriteConfig(ConfigBuilder().SetPolicy("Disk", 1, 2, 3, 4).SetPolicy("Network", 5, 6, 7, 8));
+    CMonDiskThread disk;
+    CHECK(disk.UpdateAlertPolicy() == 0);
+    CheckPolicy(disk, 1, 2, 3, 4);
+    CMonNetworkThread network;
+    CHECK(network.UpdateAlertPolicy() == 0);
+    CheckPolicy(network, 5, 6, 7, 8);
 }
 
 } // namespace varnex::test

@@ -373,7 +373,7 @@ TEST_CASE("a thread that cannot be resumed is ended, and its worker keeps the sl
     CHECK(CreateRunningThread<TestWorker>(slot, "no thread", "a thread") == WORKER_NOT_STARTED);
     const std::unique_ptr<TestWorker> worker(TestWorker::s_pNewest.load());
     REQUIRE(thread);
-    CHECK(WaitForSingleObject(thread.Get(), WAIT_MS) == WAIT_OBJECT_0);
+    CHECK(ExitCodeAfterEnd(thread.Get()) == 0);
     CHECK(worker->ThreadHandle() == nullptr);
     CHECK(slot.IsSet());
     const LogFile lines = log.Read();

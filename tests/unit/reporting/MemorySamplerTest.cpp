@@ -3,6 +3,8 @@
 #include "SamplerBench.h"
 #include "StoreFilling.h"
 
+#include "reporting/UtlCheckingThread.h"
+#include "reporting/UtlDiskThread.h"
 #include "reporting/UtlMemoryThread.h"
 
 #include <catch2/catch.hpp>
@@ -154,6 +156,15 @@ TEST_CASE("without memory for a trace line the memory sampler logs the exception
     bench.clock.Advance(61);
     CHECK(FileExists(bench.tree.InLogs(L"MemoryUtil.log")));
     CHECK(bench.ReadLog().CountOfLevel(1) == 1);
+}
+
+TEST_CASE("the memory and the disk sampler and the report thread have nothing to refresh and answer 1")
+{
+    ReportingBench bench;
+    CHECK(CPKIUtlMemoryThread().UpdateAlertPolicy() == 1);
+    CHECK(CPKIUtlDiskThread().UpdateAlertPolicy() == 1);
+    CHECK(CPKIUtlCheckingThread().UpdateAlertPolicy() == 1);
+    CHECK(bench.ReadLog().Lines().size() == 3); // their constructions
 }
 
 } // namespace varnex::test
