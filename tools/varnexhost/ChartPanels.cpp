@@ -216,9 +216,17 @@ void DayMaker::AddMemory()
 
 void DayMaker::AddDisks()
 {
-    ChartPanel panel{"disks", "Disks", "Throughput of each disk in megabytes (1048576 bytes) a second.",
-                     "MB/s",  false,   {},
-                     {},      {},      {}};
+    ChartPanel panel{
+        "disks",
+        "Disks",
+        "Throughput of each disk in megabytes (1048576 bytes) a second. All disks share one alert state: a "
+        "busy one may alert again and again, or not at all.",
+        "MB/s",
+        false,
+        {},
+        {},
+        {},
+        {}};
     AddTraces(panel, ChartResource::Disks, BytesToMegabytes);
     for (const SavedReport* pReport : Reports())
     {
@@ -273,7 +281,17 @@ void DayMaker::AddNetworkTraces(ChartPanel& use, ChartPanel& throughput)
 
 void DayMaker::AddNetwork()
 {
-    ChartPanel use{"network", "Network", "Percent of each adapter's link speed.", "%", true, {}, {}, {}, {}};
+    ChartPanel use{
+        "network",
+        "Network",
+        "Percent of each adapter's link speed. All adapters share one alert state: a busy one may alert again "
+        "and again, or not at all.",
+        "%",
+        true,
+        {},
+        {},
+        {},
+        {}};
     ChartPanel throughput{"network-throughput",
                           "Network throughput",
                           "What each adapter sent and received, in megabits a second. No threshold is drawn: it is a "
