@@ -195,12 +195,12 @@ int ReadNode(const wchar_t* pwszNodePath, wchar_t* pwszValue, std::size_t cchVal
 
 } // namespace
 
-int GetAlertConfValue(int nAlertType, unsigned confType)
+int GetAlertConfValue(int nAlertType, unsigned nConfType)
 {
-    if (nAlertType < 1 || nAlertType > ALERT_TYPES || confType < 1 || confType > CONF_TYPES)
+    if (nAlertType < 1 || nAlertType > ALERT_TYPES || nConfType < 1 || nConfType > CONF_TYPES)
     {
         Log()->Level1W(L"GetAlertConfValue -- checking parameters failed, nAlertType(%d), nConfType(%d)", nAlertType,
-                       confType);
+                       nConfType);
         return XML_FAILED;
     }
     XmlDocument document(ELEMENT_NAMESPACE);
@@ -209,7 +209,8 @@ int GetAlertConfValue(int nAlertType, unsigned confType)
         return XML_FAILED;
     }
     wchar_t wszNodePath[260];
-    FormatTextW(wszNodePath, L"%s/%s/%s", L"KPMConfiguration", L"PkiAlert", POLICY_NAMES[nAlertType - 1][confType - 1]);
+    FormatTextW(wszNodePath, L"%s/%s/%s", L"KPMConfiguration", L"PkiAlert",
+                POLICY_NAMES[nAlertType - 1][nConfType - 1]);
     ComPtr<IXMLDOMNode> node;
     if (FAILED(document.Find(wszNodePath, node)) || !node)
     {

@@ -25,8 +25,8 @@ enum class ConfType : unsigned
 };
 
 // One alert policy value, as the integer that its node's text begins with (0 for a text that is none).
-// nAlertType: 1 CPU, 2 memory, 3 disk, 4 network. confType: see ConfType. Returns -1 on any failure.
-int GetAlertConfValue(int nAlertType, unsigned confType);
+// nAlertType: 1 CPU, 2 memory, 3 disk, 4 network. nConfType: see ConfType. Returns -1 on any failure.
+int GetAlertConfValue(int nAlertType, unsigned nConfType);
 
 // The configured log level, whatever its value, into *pnLevel. Returns 0, or -1 with *pnLevel untouched.
 int GetLogLevel(int* pnLevel);
