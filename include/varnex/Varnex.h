@@ -9,6 +9,10 @@
  * (single-threaded) and fails where that cannot be; the unload uninitialises it. Make no start while a stop runs: it is
  * safe, but what it starts may lose its samples to that stop.
  *
+ * Let the loading thread initialise COM itself (CoInitialize) before the load and keep it past the unload. It serves
+ * messages if it owns windows or if the process uses legacy COM objects, which live in its first single-threaded
+ * apartment. Call CoInitializeSecurity, if at all, before the first start, with RPC_C_IMP_LEVEL_IMPERSONATE or more.
+ *
  * Strings that the module hands out are UTF-16. The caller owns every buffer that it passes in; the module keeps no
  * pointer to any of them after an export has returned.
  */
@@ -57,6 +61,10 @@ extern "C"
  * left alone: the request is logged and has no effect on it.
  *
  * A monitor re-reads its policy from KpmCfg.xml, beside the module, in every cycle.
+ *
+ * The network monitor ends by itself when it cannot list the adapters, as while WMI restarts. It leaves its place free,
+ * so that a later start brings it back: call StartWorkingThread(VARNEX_ALERT_NETWORK) from time to time. While it runs,
+ * that costs two lines in the log.
  */
 VARNEX_API int StartWorkingThread(unsigned int nAlertType);
 
@@ -76,7 +84,9 @@ VARNEX_API int StopWorkingThread(unsigned int nAlertType);
 
 /*
  * Fetches stored alerts, oldest first, and removes them from the store. Alerts older than three days and lines that
- * are not alerts are dropped on the way. At most once: what was handed out is gone from the store.
+ * are not alerts are dropped on the way. What was handed out is gone from the store: write it down before you pass it
+ * on. After a fetch that could not replace the store's file, or was killed, alerts may come again: two that agree in
+ * type, text, threshold and value are one.
  *
  * !! EVERY ARRAY MUST HAVE ROOM FOR nMaxCount + 1 ENTRIES. A fetch may return one record more than nMaxCount. !!
  *
@@ -94,6 +104,7 @@ VARNEX_API int StopWorkingThread(unsigned int nAlertType);
  *
  * The store is shared with other processes under a named mutex, for which the call waits up to 60 seconds. For another
  * program that has the alert file open it waits up to a second more.
+ * The call takes 51 KiB of the thread's stack.
  */
 VARNEX_API int GetAlertRecord(int* pnAlertTypes, wchar_t** ppwszTexts, unsigned int cchText, int* pnThresholds,
                               int* pnValues, int nMaxCount);

@@ -91,7 +91,7 @@ def check_c():
             (directory / "block.c").write_text(prelude + text + "\n")
             # Wide formats in the C99 sense.
             command = CC + ["-Wno-unused-variable", f"-I{SOURCE}/include", "block.c"]
-            command += ["-o", "host.exe", str(BUILD / "lib/libVarnex.dll.a")] if program else ["-c"]
+            command += ["-o", "host.exe", str(BUILD / "lib/libVarnex.dll.a"), "-lole32"] if program else ["-c"]
             result = run(command, directory)
             if result.returncode != 0:
                 fail(page, f"line {number} does not compile:\n{result.stdout}")

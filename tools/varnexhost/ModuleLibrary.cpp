@@ -3,6 +3,7 @@
 #include "HostError.h"
 #include "LoadError.h"
 #include "ReportClient.h"
+#include "common/Com.h"
 
 namespace varnex::host
 {
@@ -22,6 +23,8 @@ UniqueModule LoadModule(const ModuleFiles& files)
         throw HostError(L"Another process on this machine has Varnex.dll loaded, and there may be only one at a time. "
                         L"End it first; varnexhost report asks it for a report meanwhile.");
     }
+    // Before the module's own, which comes from its library entry and then only counts; ends with the process.
+    const ThreadApartment apartment(S_OK);
     UniqueModule module(LoadLibraryW(files.module.c_str()));
     if (!module)
     {
