@@ -1,5 +1,6 @@
 #include "support/VirtualClock.h"
 
+#include "common/Locks.h"
 #include "support/ClockCore.h"
 
 #include <catch2/catch.hpp>
@@ -9,6 +10,7 @@
 #include <algorithm>
 #include <atomic>
 #include <ctime>
+#include <map>
 
 namespace varnex::test
 {
@@ -95,14 +97,46 @@ void ScriptWaits(RestoredImports& imports, const Core& core)
     imports.TryReplace<decltype(::WaitForSingleObjectEx)>("WaitForSingleObjectEx", waitEx);
 }
 
+// How often each critical section was initialised. One that is initialised again never wakes those who wait for it.
+class SectionMakings
+{
+public:
+    void Add(LPCRITICAL_SECTION pSection)
+    {
+        const SlimLockHold hold(m_lock);
+        ++m_makings[pSection];
+    }
+    ULONGLONG Count(LPCRITICAL_SECTION pSection)
+    {
+        const SlimLockHold hold(m_lock);
+        const auto found = m_makings.find(pSection);
+        return found == m_makings.end() ? 0 : found->second;
+    }
+
+private:
+    SlimLock m_lock;
+    std::map<LPCRITICAL_SECTION, ULONGLONG> m_makings;
+};
+
 void ScriptLocks(RestoredImports& imports, const Core& core)
 {
-    const auto enter = [core](LPCRITICAL_SECTION pSection)
-    { core->Acquire([=] { return TryEnterCriticalSection(pSection) != FALSE; }); };
+    const auto makings = std::make_shared<SectionMakings>();
+    const auto initialize = [makings](LPCRITICAL_SECTION pSection)
+    {
+        InitializeCriticalSection(pSection);
+        makings->Add(pSection);
+    };
+    const auto enter = [core, makings](LPCRITICAL_SECTION pSection)
+    {
+        const ULONGLONG ullMaking = makings->Count(pSection);
+        core->Acquire([=]
+                      { return makings->Count(pSection) == ullMaking && TryEnterCriticalSection(pSection) != FALSE; });
+    };
     const auto acquire = [core](PSRWLOCK pLock)
     { core->Acquire([=] { return TryAcquireSRWLockExclusive(pLock) != FALSE; }); };
     const auto acquireShared = [core](PSRWLOCK pLock)
     { core->Acquire([=] { return TryAcquireSRWLockShared(pLock) != FALSE; }); };
+    imports.TryReplace<decltype(::InitializeCriticalSection)>("InitializeCriticalSection", initialize);
     imports.TryReplace<decltype(::EnterCriticalSection)>("EnterCriticalSection", enter);
     imports.TryReplace<decltype(::AcquireSRWLockExclusive)>("AcquireSRWLockExclusive", acquire);
     imports.TryReplace<decltype(::AcquireSRWLockShared)>("AcquireSRWLockShared", acquireShared);

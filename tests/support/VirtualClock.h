@@ -39,7 +39,8 @@ struct LocalTime
 // Workers are the threads that the module creates, from their creation to their end, those of RunOnOtherThread, and any
 // other thread from its first Sleep on. They run one at a time, ordered by when they are due and then by when they went
 // to sleep, so a test sees the same order in every run. A worker that waits (for an object, a critical section or a
-// slim lock) counts as asleep until what it waits for can be had.
+// slim lock) counts as asleep until what it waits for can be had. A worker that waits for a critical section that is
+// initialised again is never woken, as on a real system.
 //
 // On the test's own thread (the one that made the clock) a redirected Sleep advances the time by itself, and a wait
 // advances it as far as needed: an export that sleeps is simply called.
