@@ -5,8 +5,10 @@
 
 #include "common/Locks.h"
 
+#include <algorithm>
 #include <atomic>
 #include <set>
+#include <sstream>
 #include <utility>
 
 namespace varnex::test
@@ -130,7 +132,9 @@ public:
         const UnscriptedScope unscripted;
         const SlimLockHold hold(m_script->lock);
         m_script->calls.push_back("Get(" + AnsiFromWide(pwszName) + ")");
-        const auto property = m_properties.find(pwszName);
+        const auto property =
+            std::find_if(m_properties.begin(), m_properties.end(),
+                         [=](const auto& candidate) { return _wcsicmp(candidate.first.c_str(), pwszName) == 0; });
         if (property == m_properties.end())
         {
             return static_cast<HRESULT>(WBEM_E_NOT_FOUND);
@@ -193,6 +197,23 @@ private:
     std::size_t m_nNext = 0;
 };
 
+// What WMI says of a query's text: the class is the one of the objects.
+HRESULT JudgeQuery(BSTR bstrLanguage, BSTR bstrQuery)
+{
+    if (_wcsicmp(bstrLanguage, L"WQL") != 0)
+    {
+        return static_cast<HRESULT>(WBEM_E_INVALID_QUERY_TYPE);
+    }
+    std::wistringstream words(bstrQuery);
+    std::wstring select, properties, from, queried;
+    words >> select >> properties >> from >> queried;
+    if (_wcsicmp(select.c_str(), L"SELECT") != 0 || _wcsicmp(from.c_str(), L"FROM") != 0)
+    {
+        return static_cast<HRESULT>(WBEM_E_INVALID_QUERY);
+    }
+    return _wcsicmp(queried.c_str(), L"Win32_NetworkAdapter") == 0 ? S_OK : static_cast<HRESULT>(WBEM_E_INVALID_CLASS);
+}
+
 class ScriptedServices final : public StandIn<UnusedServices>
 {
 public:
@@ -203,13 +224,17 @@ public:
     {
         const UnscriptedScope unscripted;
         *ppEnumerator = nullptr;
-        const HRESULT nStatus = m_script->Enter(ScriptedWmi::Step::Query, "ExecQuery",
-                                                [&](WmiRequest& request)
-                                                {
-                                                    request.language = bstrLanguage;
-                                                    request.query = bstrQuery;
-                                                    request.nFlags = nFlags;
-                                                });
+        HRESULT nStatus = m_script->Enter(ScriptedWmi::Step::Query, "ExecQuery",
+                                          [&](WmiRequest& request)
+                                          {
+                                              request.language = bstrLanguage;
+                                              request.query = bstrQuery;
+                                              request.nFlags = nFlags;
+                                          });
+        if (SUCCEEDED(nStatus))
+        {
+            nStatus = JudgeQuery(bstrLanguage, bstrQuery);
+        }
         if (SUCCEEDED(nStatus))
         {
             *ppEnumerator = new ScriptedEnumerator(m_script);
@@ -229,15 +254,19 @@ public:
     {
         const UnscriptedScope unscripted;
         *ppServices = nullptr;
-        const HRESULT nStatus = m_script->Enter(ScriptedWmi::Step::Connect, "ConnectServer",
-                                                [&](WmiRequest& request)
-                                                {
-                                                    request.space = bstrSpace;
-                                                    request.bPlainConnection =
-                                                        bstrUser == nullptr && bstrPassword == nullptr &&
-                                                        bstrLocale == nullptr && nFlags == 0 &&
-                                                        bstrAuthority == nullptr && pContext == nullptr;
-                                                });
+        HRESULT nStatus = m_script->Enter(ScriptedWmi::Step::Connect, "ConnectServer",
+                                          [&](WmiRequest& request)
+                                          {
+                                              request.space = bstrSpace;
+                                              request.bPlainConnection =
+                                                  bstrUser == nullptr && bstrPassword == nullptr &&
+                                                  bstrLocale == nullptr && nFlags == 0 && bstrAuthority == nullptr &&
+                                                  pContext == nullptr;
+                                          });
+        if (SUCCEEDED(nStatus) && _wcsicmp(bstrSpace, L"ROOT\\CIMV2") != 0)
+        {
+            nStatus = static_cast<HRESULT>(WBEM_E_INVALID_NAMESPACE);
+        }
         if (SUCCEEDED(nStatus))
         {
             *ppServices = new ScriptedServices(m_script);
@@ -249,12 +278,18 @@ public:
 HRESULT CreateLocator(const Script& script, DWORD dwContext, REFIID iid, void** ppObject)
 {
     *ppObject = nullptr;
-    const HRESULT nStatus = script->Enter(ScriptedWmi::Step::CreateLocator, "CoCreateInstance",
-                                          [&](WmiRequest& request)
-                                          {
-                                              request.dwContext = dwContext;
-                                              request.iid = iid;
-                                          });
+    HRESULT nStatus = script->Enter(ScriptedWmi::Step::CreateLocator, "CoCreateInstance",
+                                    [&](WmiRequest& request)
+                                    {
+                                        request.dwContext = dwContext;
+                                        request.iid = iid;
+                                    });
+    APTTYPE type = APTTYPE_CURRENT;
+    APTTYPEQUALIFIER qualifier = APTTYPEQUALIFIER_NONE;
+    if (SUCCEEDED(nStatus))
+    {
+        nStatus = CoGetApartmentType(&type, &qualifier); // fails without COM
+    }
     if (SUCCEEDED(nStatus))
     {
         *ppObject = static_cast<IWbemLocator*>(new ScriptedLocator(script));

@@ -65,7 +65,8 @@ struct WmiScript;
 //     ...
 //     CHECK(wmi.LiveObjects() == 0); // nothing that was handed out is still held
 //
-// It may be changed while the module's threads sleep. Every object is answered to any query.
+// It may be changed while the module's threads sleep. Every object is answered to any query for adapters; other
+// namespaces, languages and classes are refused as Windows refuses them.
 class ScriptedWmi
 {
 public:
