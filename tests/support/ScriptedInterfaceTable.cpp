@@ -30,6 +30,10 @@ struct ScriptedInterfaceTable::State
     DWORD Answer(MIB_IFTABLE* pTable, ULONG* pcbTable, BOOL bSorted)
     {
         const SlimLockHold hold(lock);
+        if (pcbTable == nullptr)
+        {
+            return ERROR_INVALID_PARAMETER;
+        }
         const ULONG cbBuffer = *pcbTable;
         const auto* pBytes = reinterpret_cast<const BYTE*>(pTable);
         const bool bZeroed =
@@ -41,6 +45,11 @@ struct ScriptedInterfaceTable::State
         if (dwStatus == NO_ERROR)
         {
             HandOut(*pTable);
+        }
+        if (dwStatus == NO_ERROR && bSorted)
+        {
+            std::sort(pTable->table, pTable->table + pTable->dwNumEntries,
+                      [](const MIB_IFROW& first, const MIB_IFROW& second) { return first.dwIndex < second.dwIndex; });
         }
         calls.push_back({cbBuffer, pTable != nullptr, bZeroed, bSorted != FALSE, dwStatus});
         return dwStatus;
