@@ -35,8 +35,8 @@ struct TraceRegistry::State
         const SlimLockHold hold(lock);
         nWrong += hRoot == HKEY_LOCAL_MACHINE && dwOptions == 0 ? 0 : 1;
         opened.push_back({pwszKey, nAccess});
-        const bool bTrace = opened.back().key == TRACE_KEY;
-        nWrong += bTrace || opened.back().key == WINDOWS_KEY ? 0 : 1;
+        const bool bTrace = _wcsicmp(pwszKey, TRACE_KEY) == 0;
+        nWrong += bTrace || _wcsicmp(pwszKey, WINDOWS_KEY) == 0 ? 0 : 1;
         if (!(bTrace ? bTraceKey : bWindowsKey))
         {
             return ERROR_FILE_NOT_FOUND;
@@ -45,27 +45,34 @@ struct TraceRegistry::State
         ++nLive;
         return ERROR_SUCCESS;
     }
-    LSTATUS Give(const void* pData, std::size_t cbData, BYTE* pTarget, DWORD* pcbTarget)
+    static LSTATUS Give(const void* pData, std::size_t cbData, BYTE* pTarget, DWORD* pcbTarget)
     {
-        const bool bFits = *pcbTarget >= cbData;
+        const bool bFits = pTarget == nullptr || *pcbTarget >= cbData;
         *pcbTarget = static_cast<DWORD>(cbData);
         if (!bFits)
         {
             return ERROR_MORE_DATA;
         }
-        std::memcpy(pTarget, pData, cbData);
+        if (pTarget != nullptr)
+        {
+            std::memcpy(pTarget, pData, cbData);
+        }
         return ERROR_SUCCESS;
     }
-    LSTATUS Query(HKEY hKey, const std::wstring& value, BYTE* pTarget, DWORD* pcbTarget)
+    LSTATUS Query(HKEY hKey, LPCWSTR pwszValue, DWORD* pdwType, BYTE* pTarget, DWORD* pcbTarget)
     {
         const SlimLockHold hold(lock);
-        if (hKey == TRACE_HANDLE && value == L"OutputUtilToFile" && trace)
+        DWORD dwIgnored = 0;
+        DWORD& dwType = pdwType != nullptr ? *pdwType : dwIgnored;
+        if (hKey == TRACE_HANDLE && _wcsicmp(pwszValue, L"OutputUtilToFile") == 0 && trace)
         {
+            dwType = REG_DWORD;
             nWrong += *pcbTarget == 4 ? 0 : 1;
             return Give(&*trace, sizeof *trace, pTarget, pcbTarget);
         }
-        if (hKey == WINDOWS_HANDLE && value == L"ProgramFilesDir (x86)" && directory)
+        if (hKey == WINDOWS_HANDLE && _wcsicmp(pwszValue, L"ProgramFilesDir (x86)") == 0 && directory)
         {
+            dwType = REG_SZ;
             nWrong += *pcbTarget == 260 ? 0 : 1;
             return Give(directory->c_str(), (directory->size() + 1) * sizeof(wchar_t), pTarget, pcbTarget);
         }
@@ -87,8 +94,8 @@ TraceRegistry::TraceRegistry(ImportRedirector& redirector) : m_state(std::make_s
         { return state->Open(hRoot, pwszKey, dwOptions, nAccess, phKey); });
     m_imports.Replace<decltype(::RegQueryValueExW)>(
         "RegQueryValueExW",
-        [state = m_state](HKEY hKey, LPCWSTR pwszValue, LPDWORD, LPDWORD, LPBYTE pData, LPDWORD pcbData)
-        { return state->Query(hKey, pwszValue, pData, pcbData); });
+        [state = m_state](HKEY hKey, LPCWSTR pwszValue, LPDWORD, LPDWORD pdwType, LPBYTE pData, LPDWORD pcbData)
+        { return state->Query(hKey, pwszValue, pdwType, pData, pcbData); });
     m_imports.Replace<decltype(::RegCloseKey)>("RegCloseKey",
                                                [state = m_state](HKEY) -> LSTATUS
                                                {
