@@ -17,7 +17,7 @@ struct ModulePathScript::State
     {
         if (dwLastError != 0 || cchText == 0)
         {
-            SetLastError(dwLastError);
+            SetLastError(dwLastError != 0 ? dwLastError : ERROR_INSUFFICIENT_BUFFER);
             return 0;
         }
         const std::size_t cchCopied = text.copy(pText, cchText - 1);
