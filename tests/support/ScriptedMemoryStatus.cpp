@@ -51,11 +51,15 @@ struct ScriptedMemoryStatus::State
             SetLastError(dwLastError);
             return FALSE;
         }
-        pStatus->dwMemoryLoad = 1; // nobody is to use it
+        // Approximate, says its documentation: whoever uses it instead of the sizes is one off.
+        const ULONGLONG ullUsed = ullTotalPhysical - ullAvailablePhysical;
+        pStatus->dwMemoryLoad = ullTotalPhysical == 0 ? 0 : static_cast<DWORD>(ullUsed * 100 / ullTotalPhysical) + 1;
         pStatus->ullTotalPhys = ullTotalPhysical;
         pStatus->ullAvailPhys = ullAvailablePhysical;
         pStatus->ullTotalPageFile = ullTotalPaging;
         pStatus->ullAvailPageFile = ullAvailablePaging;
+        pStatus->ullTotalVirtual = 0x7FFFFFFE0000;
+        pStatus->ullAvailVirtual = pStatus->ullTotalVirtual / 2;
         return TRUE;
     }
 };
