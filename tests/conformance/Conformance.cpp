@@ -19,12 +19,16 @@ std::string ExpectedOfSystem(const Expectation& expect)
     return version.empty() || ofWine.empty() ? expect.windows : ofWine;
 }
 
-std::string ExpectedOfFake(const Expectation& expect, const std::string& fake)
+std::string ExpectedOfFake(const Expectation& expect, const Fake& fake, const std::string& ofSystem)
 {
-    const auto found = expect.fakes.find(fake);
+    const auto found = expect.fakes.find(fake.name);
     if (found != expect.fakes.end())
     {
         return found->second.first;
+    }
+    if (fake.bLeadsOn)
+    {
+        return ofSystem;
     }
     return expect.windows.empty() ? expect.wine8 : expect.windows;
 }
@@ -65,6 +69,14 @@ Expectation& Expectation::OnWine10(const std::string& answer, const std::string&
     wine10 = answer;
     scriptedBy = test.empty() ? scriptedBy : test;
     return *this;
+}
+
+Expectation& Expectation::OnWineOfRoot(const std::string& answer)
+{
+    wchar_t wszUser[64] = L"";
+    DWORD cchUser = 64;
+    GetUserNameW(wszUser, &cchUser);
+    return _wcsicmp(wszUser, L"root") == 0 ? OnWine(answer) : *this;
 }
 
 Expectation& Expectation::OnFake(const std::string& fake, const std::string& answer, const std::string& why)
@@ -121,7 +133,7 @@ void Verify(const Expectation& expect, const std::function<std::string()>& check
             answer = check();
         }
         INFO("on the fake: " << fake.name);
-        CHECK(answer == ExpectedOfFake(expect, fake.name));
+        CHECK(answer == ExpectedOfFake(expect, fake, seen));
         const auto known = expect.fakes.find(fake.name);
         asked += (asked.empty() ? "" : "; ") + fake.name;
         asked += known == expect.fakes.end() ? "" : ": " + answer + " (" + known->second.second + ")";

@@ -38,6 +38,8 @@ struct Expectation
     Expectation& OnWine(const std::string& answer, const std::string& test = {});
     Expectation& OnWine8(const std::string& answer, const std::string& test = {});
     Expectation& OnWine10(const std::string& answer, const std::string& test = {});
+    // Under Wine the superuser may do what nobody may on Windows; anybody else gets Windows' answer.
+    Expectation& OnWineOfRoot(const std::string& answer);
     // A fake is known to answer otherwise.
     Expectation& OnFake(const std::string& fake, const std::string& answer, const std::string& why);
 };
@@ -50,6 +52,7 @@ struct Fake
 {
     std::string name;
     std::function<std::shared_ptr<void>()> setUp;
+    bool bLeadsOn = false; // to the system, whose answers it must give
 };
 using Fakes = std::vector<Fake>;
 
@@ -62,10 +65,11 @@ Fake FakeOf(const char* pszName)
         ImportRedirector redirector;
         StandIn standIn{redirector};
     };
-    return {pszName, [] { return std::make_shared<Machine>(); }};
+    return {pszName, [] { return std::make_shared<Machine>(); }, false};
 }
 
-// A fake must answer as Windows documents; where that is not known, as the system that was seen.
+// A fake must answer as Windows documents; where that is not known, as the system that was seen. One that leads on to the
+// system answers as that does.
 void Verify(const Expectation& expect, const std::function<std::string()>& check, const Fakes& fakes = {});
 
 // "8", "10" or empty: not under Wine.

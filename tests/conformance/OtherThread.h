@@ -32,7 +32,7 @@ public:
     }
     ~OtherThread()
     {
-        if (WaitForSingleObject(m_thread.Get(), 0) != WAIT_OBJECT_0)
+        if (WaitForSingleObject(m_thread.Get(), 50) != WAIT_OBJECT_0)
         {
             TerminateThread(m_thread.Get(), 0);
             WaitForEnd();
@@ -44,10 +44,11 @@ public:
     HANDLE Get() const noexcept { return m_thread.Get(); }
     void WaitForEnd() const { WaitForSingleObject(m_thread.Get(), PATIENCE_MS); }
     void WaitUntilReady() const { WaitForSingleObject(m_ready.Get(), PATIENCE_MS); }
-    // When it is ready.
+    // A while after it was ready, so that it sleeps or waits by then and holds nothing of the system's own.
     void EndByForce() const
     {
         WaitUntilReady();
+        Sleep(50);
         TerminateThread(m_thread.Get(), 5);
         WaitForEnd();
     }
