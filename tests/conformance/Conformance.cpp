@@ -76,7 +76,8 @@ Expectation& Expectation::OnWineOfRoot(const std::string& answer)
     wchar_t wszUser[64] = L"";
     DWORD cchUser = 64;
     GetUserNameW(wszUser, &cchUser);
-    return _wcsicmp(wszUser, L"root") == 0 ? OnWine(answer) : *this;
+    bOfRoot = !WineVersion().empty() && _wcsicmp(wszUser, L"root") == 0;
+    return bOfRoot ? OnWine(answer) : *this;
 }
 
 Expectation& Expectation::OnFake(const std::string& fake, const std::string& answer, const std::string& why)
@@ -138,7 +139,7 @@ void Verify(const Expectation& expect, const std::function<std::string()>& check
         asked += (asked.empty() ? "" : "; ") + fake.name;
         asked += known == expect.fakes.end() ? "" : ": " + answer + " (" + known->second.second + ")";
     }
-    Print(expect, seen, asked);
+    Print(expect, expect.bOfRoot ? seen + " (as root)" : seen, asked);
 }
 
 } // namespace varnex::test

@@ -32,7 +32,9 @@ struct Expectation
     std::string wine8;   // empty: as Windows
     std::string wine10;
     std::string scriptedBy; // the test that scripts Windows' answer, which Wine does not give
-    std::map<std::string, std::pair<std::string, std::string>> fakes; // which differ on purpose: the answer, and why
+    // Those that are known to differ: the answer, and why.
+    std::map<std::string, std::pair<std::string, std::string>> fakes;
+    bool bOfRoot = false;
 
     // Wine answers otherwise, in both versions unless told below; the test fails when it no longer does.
     Expectation& OnWine(const std::string& answer, const std::string& test = {});
