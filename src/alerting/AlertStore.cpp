@@ -73,10 +73,9 @@ DWORD AppendLine(HANDLE hFile, const char* pszLine) noexcept
     {
         return ERROR_INVALID_DATA; // a line that could not be put together must not count as stored
     }
-    const char* const pszLineEnd = MissingLineEnd(hFile);
-    std::size_t cbBytes = std::strlen(pszLineEnd);
     char achBytes[2 + 2 * ALERT_LINE_CHARS];
-    std::memcpy(achBytes, pszLineEnd, cbBytes);
+    CopyTextA(achBytes, MissingLineEnd(hFile));
+    std::size_t cbBytes = std::strlen(achBytes);
     for (; *pszLine != '\0'; ++pszLine)
     {
         if (*pszLine == '\n')

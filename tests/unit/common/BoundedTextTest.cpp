@@ -69,6 +69,9 @@ TEST_CASE("a cut leaves no half of a pair of surrogates")
     CHECK(std::wstring(wszTarget) == L"abc\xD83D");
     CopyTextW(wszTarget, 1, L"\U0001F600");
     CHECK(std::wstring(wszTarget).empty());
+    const wchar_t wszPair[] = L"\U0001F600";
+    CopyTextW(wszTarget, 1, wszPair + 1); // what stands before the text is not looked at
+    CHECK(std::wstring(wszTarget).empty());
     CopyTextW(wszTarget, 2, L"\U0001F600");
     CHECK(std::wstring(wszTarget).empty());
 }
