@@ -25,7 +25,7 @@ constexpr DWORD REUSE_MS = 200;
 
 using GetSystemTimesFunction = BOOL(WINAPI*)(LPFILETIME, LPFILETIME, LPFILETIME);
 
-SlimLock g_cpuReadingLock;
+RecoverableLock g_cpuReadingLock;
 HMODULE g_hKernel32 VARNEX_GUARDED_BY(g_cpuReadingLock) = nullptr;
 GetSystemTimesFunction g_pfnGetSystemTimes VARNEX_GUARDED_BY(g_cpuReadingLock) = nullptr;
 DWORD g_dwLastTick VARNEX_GUARDED_BY(g_cpuReadingLock) = 0;
@@ -156,7 +156,7 @@ int ReadBusyPercent(UniquePdhQuery& query, UniquePdhCounter& counter, const wcha
 
 int GetCPUUtlAverage() noexcept
 {
-    const SlimLockHold hold(g_cpuReadingLock);
+    const RecoverableLockHold hold(g_cpuReadingLock);
     FindGetSystemTimes();
     if (GetTickCount() - g_dwLastTick > REUSE_MS)
     {
