@@ -99,7 +99,7 @@ void MeasureReport(Setting& setting, Results& results, unsigned nProcessors)
     }
     // Documents of about the same length, or one of them is not the report.
     REQUIRE((cchReport > 1000 && cchFloor > cchReport * 9 / 10 && cchFloor < cchReport * 11 / 10));
-    CleanUtilizationStores(true);
+    CleanUtilizationStores(0);
 }
 
 // All averages of a report, beside bare sums over as many bare samples.
@@ -175,7 +175,7 @@ void MeasureAverages(Setting& setting, Results& results)
         });
     results.Add(row);
     results.Add(Figure{"averaging alone, 64 processors, 24 disks, 16 adapters", row.dModuleNs / 1e6, "ms", 1});
-    CleanUtilizationStores(true);
+    CleanUtilizationStores(0);
 }
 
 template <class History, class Sample>

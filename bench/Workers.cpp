@@ -128,7 +128,7 @@ void RunUnder(CycleClock& clock, const WorkerKind& kind)
     SetSleep(PassTime);
     RunOnOwnThread(kind.pfnRun);
     g_pClock = nullptr;
-    CleanUtilizationStores(true);
+    CleanUtilizationStores(0);
 }
 
 } // namespace

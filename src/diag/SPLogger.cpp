@@ -60,9 +60,9 @@ std::string WithLineEnds(const std::string& text)
 // stay behind at every unload of the module.
 SPLogger* SPLogger::Instance() noexcept
 {
-    static SlimLock lock;
+    static RecoverableLock lock;
     alignas(SPLogger) static std::byte storage[sizeof(SPLogger)];
-    const SlimLockHold hold(lock);
+    const RecoverableLockHold hold(lock);
     SPLogger* pLogger = s_pInstance.load(std::memory_order_relaxed);
     if (pLogger == nullptr)
     {
@@ -195,6 +195,22 @@ void SPLogger::WriteLineW(const wchar_t* pwszTag, const wchar_t* pwszFormat, std
     AppendText(line.data(), line.size());
 }
 
+// Puts the calling thread on record as the writer.
+class SPLogger::WriterMark
+{
+public:
+    explicit WriterMark(SPLogger& logger) noexcept : m_logger(logger)
+    {
+        m_logger.m_dwWriter.store(GetCurrentThreadId(), std::memory_order_release);
+    }
+    ~WriterMark() { m_logger.m_dwWriter.store(0, std::memory_order_release); }
+    WriterMark(const WriterMark&) = delete;
+    WriterMark& operator=(const WriterMark&) = delete;
+
+private:
+    SPLogger& m_logger;
+};
+
 void SPLogger::WriteLeveledA(int nLevel, const char* pszFormat, std::va_list arguments) noexcept
 {
     const LastErrorKeeper keeper;
@@ -206,6 +222,7 @@ void SPLogger::WriteLeveledA(int nLevel, const char* pszFormat, std::va_list arg
         return;
     }
     const MutexHold hold(Mutex);
+    const WriterMark mark(*this);
     try
     {
         WriteLineA(szTag, pszFormat, arguments);
@@ -226,6 +243,7 @@ void SPLogger::WriteLeveledW(int nLevel, const wchar_t* pwszFormat, std::va_list
         return;
     }
     const MutexHold hold(Mutex);
+    const WriterMark mark(*this);
     try
     {
         WriteLineW(wszTag, pwszFormat, arguments);

@@ -46,7 +46,12 @@ public:
     // Appends an empty line: the mark between two loads of the module.
     void WriteSeparator() noexcept;
 
-    // Keeps every writer of this process out while it lives, so that a thread can be ended that might be writing.
+    // The thread that is writing a line right now, 0 when none is. It has the mutex from shortly before until shortly
+    // after.
+    DWORD Writer() const noexcept { return m_dwWriter.load(std::memory_order_acquire); }
+
+    // Keeps every writer of this process out while it lives, so that a thread can be ended that might be writing. The
+    // thread itself may go on writing.
     class WritersHeldOff
     {
     public:
@@ -72,6 +77,7 @@ public:
 
 private:
     friend SPLogger* Log() noexcept;
+    class WriterMark;
 
     SPLogger() noexcept;
     ~SPLogger();
@@ -82,6 +88,8 @@ private:
     void WriteLineW(const wchar_t* pwszTag, const wchar_t* pwszFormat, std::va_list arguments);
     void AppendText(const char* pachText, std::size_t cbText) noexcept;
     void BuildFilePath() noexcept;
+
+    std::atomic<DWORD> m_dwWriter{0};
 
     // The file ends in a part of a line, which the next one must not run into. For whoever writes.
     bool m_bTorn = false;

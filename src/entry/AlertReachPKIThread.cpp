@@ -2,8 +2,6 @@
 
 #include "diag/ExceptionBarrier.h"
 
-#include <utility>
-
 namespace varnex
 {
 
@@ -121,8 +119,20 @@ DWORD WINAPI AlertReachThreadProc(LPVOID pWorker) noexcept
 
 bool WorkerSlot::IsSet() const noexcept
 {
-    const SlimLockHold hold(m_guard);
+    const RecoverableLockHold hold(m_guard);
     return m_pWorker != nullptr;
+}
+
+bool WorkerSlot::IsStopping() const noexcept
+{
+    const RecoverableLockHold hold(m_guard);
+    return m_pWorker != nullptr && m_bStopRequested;
+}
+
+bool WorkerSlot::IsStopping(DWORD dwThreadId) const noexcept
+{
+    const RecoverableLockHold hold(m_guard);
+    return m_pWorker != nullptr && m_bStopRequested && m_pWorker->ThreadId() == dwThreadId;
 }
 
 bool WorkerSlot::HoldsGuarded(const WatchedWorker& watched) const noexcept
@@ -132,8 +142,14 @@ bool WorkerSlot::HoldsGuarded(const WatchedWorker& watched) const noexcept
 
 bool WorkerSlot::Holds(const WatchedWorker& watched) const noexcept
 {
-    const SlimLockHold hold(m_guard);
+    const RecoverableLockHold hold(m_guard);
     return HoldsGuarded(watched);
+}
+
+bool WorkerSlot::HasNewerThan(const WatchedWorker& watched) const noexcept
+{
+    const RecoverableLockHold hold(m_guard);
+    return m_pWorker != nullptr && watched.nTicket != m_nTicket;
 }
 
 bool WorkerSlot::PublishGuarded(CAlertReachPKIThread* pWorker) noexcept
@@ -142,14 +158,15 @@ bool WorkerSlot::PublishGuarded(CAlertReachPKIThread* pWorker) noexcept
     {
         return false;
     }
-    m_pWorker = pWorker;
+    m_bStopRequested = false;
     ++m_nTicket;
+    m_pWorker = pWorker;
     return true;
 }
 
 bool WorkerSlot::Publish(CAlertReachPKIThread* pWorker) noexcept
 {
-    const SlimLockHold hold(m_guard);
+    const RecoverableLockHold hold(m_guard);
     return PublishGuarded(pWorker);
 }
 
@@ -157,7 +174,7 @@ int WorkerSlot::PublishAndStart(CAlertReachPKIThread* pWorker) noexcept
 {
     // One hold for both: a stop must neither see a worker whose thread is still to come, nor close the handle between
     // the thread's creation and its resume.
-    const SlimLockHold hold(m_guard);
+    const RecoverableLockHold hold(m_guard);
     if (!PublishGuarded(pWorker))
     {
         return WORKER_EXISTS;
@@ -165,12 +182,23 @@ int WorkerSlot::PublishAndStart(CAlertReachPKIThread* pWorker) noexcept
     return pWorker->StartThread() ? WORKER_CREATED : WORKER_NOT_STARTED;
 }
 
+// The first request clears the worker's flag. A later one leaves the object alone: a thread that was ended by force may
+// have taken the object's critical section with it.
+void WorkerSlot::RequestStopGuarded() noexcept
+{
+    if (!m_bStopRequested)
+    {
+        m_bStopRequested = true;
+        m_pWorker->ClearRunning();
+    }
+}
+
 void WorkerSlot::RequestStop() noexcept
 {
-    const SlimLockHold hold(m_guard);
+    const RecoverableLockHold hold(m_guard);
     if (m_pWorker != nullptr)
     {
-        m_pWorker->ClearRunning();
+        RequestStopGuarded();
         m_pWorker->CloseThreadHandle();
     }
 }
@@ -178,10 +206,10 @@ void WorkerSlot::RequestStop() noexcept
 WatchedWorker WorkerSlot::RequestStopAndWatch() noexcept
 {
     WatchedWorker watched;
-    const SlimLockHold hold(m_guard);
+    const RecoverableLockHold hold(m_guard);
     if (m_pWorker != nullptr)
     {
-        m_pWorker->ClearRunning();
+        RequestStopGuarded();
         watched.nTicket = m_nTicket;
         watched.dwThreadId = m_pWorker->ThreadId();
         if (m_pWorker->ThreadHandle() != nullptr)
@@ -195,8 +223,8 @@ WatchedWorker WorkerSlot::RequestStopAndWatch() noexcept
 
 bool WorkerSlot::Withdraw(const CAlertReachPKIThread* pWorker) noexcept
 {
-    const SlimLockHold hold(m_guard);
-    if (m_pWorker != pWorker)
+    const RecoverableLockHold hold(m_guard);
+    if (m_pWorker != pWorker || m_bClaimed)
     {
         return false;
     }
@@ -204,33 +232,37 @@ bool WorkerSlot::Withdraw(const CAlertReachPKIThread* pWorker) noexcept
     return true;
 }
 
-CAlertReachPKIThread* WorkerSlot::Take(const WatchedWorker& watched) noexcept
+bool WorkerSlot::Claim(const WatchedWorker& watched, HANDLE& hThread) noexcept
 {
-    const SlimLockHold hold(m_guard);
-    return HoldsGuarded(watched) ? std::exchange(m_pWorker, nullptr) : nullptr;
+    const RecoverableLockHold hold(m_guard);
+    if (!HoldsGuarded(watched) || m_bClaimed)
+    {
+        return false;
+    }
+    m_bClaimed = true;
+    hThread = m_pWorker->ThreadHandle();
+    return true;
+}
+
+void WorkerSlot::DropClaim() noexcept
+{
+    const RecoverableLockHold hold(m_guard);
+    m_bClaimed = false;
+}
+
+void WorkerSlot::EmptyClaimed() noexcept
+{
+    const RecoverableLockHold hold(m_guard);
+    m_pWorker->CloseThreadHandle();
+    m_bClaimed = false;
+    m_pWorker = nullptr;
 }
 
 void WorkerSlot::Forget() noexcept
 {
-    const SlimLockHold hold(m_guard);
+    const RecoverableLockHold hold(m_guard);
+    m_bClaimed = false;
     m_pWorker = nullptr;
-}
-
-bool WorkerSlot::PutBack(CAlertReachPKIThread* pWorker, const WatchedWorker& watched) noexcept
-{
-    const SlimLockHold hold(m_guard);
-    if (m_pWorker != nullptr || m_nTicket != watched.nTicket)
-    {
-        return false;
-    }
-    m_pWorker = pWorker;
-    return true;
-}
-
-bool WorkerSlot::Terminate(HANDLE hThread) noexcept
-{
-    const SlimLockHold hold(m_guard);
-    return TerminateThread(hThread, 0) != FALSE;
 }
 
 } // namespace varnex

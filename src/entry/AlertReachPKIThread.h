@@ -89,6 +89,9 @@ struct WatchedWorker
 // The place of one worker in the process: empty, or the worker that runs, is about to end, or failed to start. A guard
 // of its own, held for a few instructions or for a thread's creation, keeps requests away from an object that is being
 // freed. Every operation may be called from any thread.
+//
+// A worker empties its slot itself, at its end. A stop that wants to end it by force claims it first; the slot is then
+// emptied only after the thread has ended, so that nobody takes a thread for gone that may still hold a lock.
 class WorkerSlot
 {
 public:
@@ -97,8 +100,14 @@ public:
     WorkerSlot& operator=(const WorkerSlot&) = delete;
 
     bool IsSet() const noexcept;
+    // Whether there is a worker that was asked to end.
+    bool IsStopping() const noexcept;
+    // Whether that thread runs the worker, and the worker was asked to end.
+    bool IsStopping(DWORD dwThreadId) const noexcept;
     // Whether that very worker is still here.
     bool Holds(const WatchedWorker& watched) const noexcept;
+    // Whether a worker is here that came after that one.
+    bool HasNewerThan(const WatchedWorker& watched) const noexcept;
     // Takes the worker in. False when there is one already.
     bool Publish(CAlertReachPKIThread* pWorker) noexcept;
     // The same, and starts its thread. WORKER_CREATED or WORKER_NOT_STARTED: the worker is in, or has ended already;
@@ -108,26 +117,32 @@ public:
     void RequestStop() noexcept;
     // Asks the worker, if there is one, to end; its thread's handle stays open.
     WatchedWorker RequestStopAndWatch() noexcept;
-    // Empties the slot if this worker is in it. True makes the worker its own owner: it frees itself, and not before.
+    // Empties the slot if this worker is in it and nobody has claimed it. True makes the worker its own owner: it frees
+    // itself, and not before.
     bool Withdraw(const CAlertReachPKIThread* pWorker) noexcept;
-    // Empties the slot if that worker is in it; null otherwise. The caller then owns the worker, whose own Withdraw
-    // will fail.
-    CAlertReachPKIThread* Take(const WatchedWorker& watched) noexcept;
+    // Claims that worker, for the only one who may end its thread by force. False when it is not here (any more), or
+    // somebody else has claimed it. Its thread's handle, null when there is none, stays open while it is claimed.
+    bool Claim(const WatchedWorker& watched, HANDLE& hThread) noexcept;
+    // For whoever claimed the worker: its thread lives on, and it keeps its slot.
+    void DropClaim() noexcept;
+    // For whoever claimed the worker and has seen its thread's end: closes the handle and empties the slot. The object
+    // stays allocated.
+    void EmptyClaimed() noexcept;
+    // Gives the guard back if a thread that has ended owned it. See RecoverableLock.
+    void LeaveGuardFor(DWORD dwEndedThreadId) noexcept { m_guard.LeaveFor(dwEndedThreadId); }
     // Empties the slot, whatever it holds; whoever was there is left alone.
     void Forget() noexcept;
-    // Puts a worker that was taken back. False when there is another one by now.
-    bool PutBack(CAlertReachPKIThread* pWorker, const WatchedWorker& watched) noexcept;
-    // Ends by force the thread of a worker that was taken, and not while it holds the guard. False when the system
-    // refuses.
-    bool Terminate(HANDLE hThread) noexcept;
 
 private:
     bool PublishGuarded(CAlertReachPKIThread* pWorker) noexcept VARNEX_REQUIRES(m_guard);
     bool HoldsGuarded(const WatchedWorker& watched) const noexcept VARNEX_REQUIRES(m_guard);
+    void RequestStopGuarded() noexcept VARNEX_REQUIRES(m_guard);
 
-    mutable SlimLock m_guard;
+    mutable RecoverableLock m_guard;
     CAlertReachPKIThread* m_pWorker VARNEX_GUARDED_BY(m_guard) VARNEX_PT_GUARDED_BY(m_guard) = nullptr;
-    unsigned m_nTicket VARNEX_GUARDED_BY(m_guard) = 0; // of the worker that is, or was, here
+    unsigned m_nTicket VARNEX_GUARDED_BY(m_guard) = 0;        // of the worker that is, or was, here
+    bool m_bStopRequested VARNEX_GUARDED_BY(m_guard) = false; // of the worker that is here
+    bool m_bClaimed VARNEX_GUARDED_BY(m_guard) = false;       // the same
 };
 
 // Makes a worker of a final class, puts it into its slot and runs it. Throws std::bad_alloc. The texts are log lines.
@@ -151,8 +166,8 @@ int CreateRunningThread(WorkerSlot& slot, const char* pszFailure, const char* ps
     return nResult;
 }
 
-// A worker's last step but its words: empties its slot and frees it, its thread's handle with it. A worker that was
-// taken out of its slot is about to be ended by force; its object stays.
+// A worker's last step but its words: empties its slot and frees it, its thread's handle with it. The object of a worker
+// that a stop has claimed stays.
 template <class Worker>
 void DismantleWorker(Worker* pWorker, WorkerSlot& slot) noexcept
 {

@@ -23,6 +23,8 @@ namespace varnex
 namespace
 {
 
+constexpr DWORD CLEAN_WAIT_MS = 5000; // for all stores together; the network sampler may be in the middle of a step
+
 // The one failure of CoInitialize that does not fail the load.
 constexpr HRESULT TOLERATED_COM_FAILURE = static_cast<HRESULT>(0x80010119);
 
@@ -62,8 +64,8 @@ BOOL Attach(HMODULE hModule, const char* pszModulePath) noexcept
     return TRUE;
 }
 
-// Stops no thread and waits for none, only for a store's lock that a sampler still holds; the host stops the samplers
-// before it unloads.
+// Stops no thread and waits for none, only for a few seconds for a store's lock that a sampler still holds; the host stops
+// the samplers before it unloads.
 void Detach(bool bProcessEnds) noexcept
 {
     if (!g_bAttached)
@@ -76,7 +78,10 @@ void Detach(bool bProcessEnds) noexcept
         // Also where the attach let a failure of COM pass, and COM is then uninitialised once too often: hosts know it so.
         ThreadApartment::Leave();
     }
-    CleanUtilizationStores(!bProcessEnds);
+    if (CleanUtilizationStores(bProcessEnds ? 0 : CLEAN_WAIT_MS) != 0 && !bProcessEnds)
+    {
+        Log()->Level1A("DllMain -- samples are in use by a thread that still runs and were not freed.");
+    }
     ForEachStore([](auto& store) { store.lock.Delete(); });
     const UniqueHandle mutex(std::exchange(g_hAlertFileMutex, nullptr));
 }

@@ -1,3 +1,4 @@
+#include "common/BoundedText.h"
 #include "common/Handles.h"
 #include "diag/ExceptionBarrier.h"
 #include "diag/SPLogger.h"
@@ -12,7 +13,10 @@
 
 #include <varnex/Varnex.h>
 
+#include <algorithm>
 #include <array>
+#include <atomic>
+#include <iterator>
 
 namespace varnex
 {
@@ -20,43 +24,117 @@ namespace varnex
 namespace
 {
 
-constexpr int STOP_SECONDS = 15;            // for everything that a stop waits for, together
-constexpr DWORD WRITERS_WAIT_MS = 1000;     // before a thread is ended by force
-constexpr DWORD TERMINATION_WAIT_MS = 1000; // for its real end
-constexpr DWORD LAST_STEPS_MS = 1000;       // for a worker that has emptied its slot itself to leave its thread
+constexpr int STOP_SECONDS = 15; // for workers that end by themselves, all together
+constexpr DWORD WRITERS_WAIT_MS =
+    1000;                          // for the log's mutex, before threads are ended by force and before signs are told
+constexpr int END_STEPS = 10;      // for threads to be gone, all together: so many steps
+constexpr DWORD END_STEP_MS = 100; // of that length
+constexpr DWORD CLEAN_WAIT_MS = 1000; // for the locks of all stores together
 
 struct WorkerControl
 {
+    const char* pszKind;
     WorkerSlot& slot;
     int (*pfnCreate)(WorkerSlot& slot, const char* pszFailure, const char* pszSuccess);
     const char* pszFailure;
     const char* pszSuccess;
 };
 
-// In the order in which they are started and stopped.
+// In the order in which they are started and stopped; the samplers have the order of their stores.
 const WorkerControl WORKER_CONTROLS[UTILIZATION_WORKERS] = {
-    {g_pUtlCPUThread, CreateRunningThread<CPKIUtlCPUThread>,
+    {"CPU", g_pUtlCPUThread, CreateRunningThread<CPKIUtlCPUThread>,
      "CreateMonCPUPKIUtlThread -- CPKIUtlCPUThread CreateRunningThread Error!",
      "CreateMonCPUPKIUtlThread -- Create Monitor CPU PKI Utilization Thread Successfully!"},
-    {g_pUtlMemoryThread, CreateRunningThread<CPKIUtlMemoryThread>,
+    {"memory", g_pUtlMemoryThread, CreateRunningThread<CPKIUtlMemoryThread>,
      "CreateMonMemoryPKIUtlThread -- CPKIUtlMemoryThread CreateRunningThread Error!",
      "CreateMonMemoryPKIUtlThread -- Create Monitor Memory PKI Utilization Thread Successfully!"},
-    {g_pUtlDiskThread, CreateRunningThread<CPKIUtlDiskThread>,
+    {"disk", g_pUtlDiskThread, CreateRunningThread<CPKIUtlDiskThread>,
      "CreateMonDiskPKIUtlThread -- CPKIUtlDiskThread CreateRunningThread Error!",
      "CreateMonDiskPKIUtlThread -- Create Monitor Physical Disk Throughput Thread Successfully!"},
-    {g_pUtlNetworkThread, CreateRunningThread<CPKIUtlNetworkThread>,
+    {"network", g_pUtlNetworkThread, CreateRunningThread<CPKIUtlNetworkThread>,
      "CreateMonNetworkPKIUtlThread -- CPKIUtlNetworkThread CreateRunningThread Error!",
      "CreateMonNetworkPKIUtlThread -- Create Monitor Network Utilization Thread Successfully!"},
-    {g_pUtlCheckingThread, CreateRunningThread<CPKIUtlCheckingThread>,
+    {"report", g_pUtlCheckingThread, CreateRunningThread<CPKIUtlCheckingThread>,
      "CreatePKIUtlCheckingThread -- CPKIUtlCheckingThread CreateRunningThread Error!",
      "CreatePKIUtlCheckingThread -- Create CPKIUtlCheckingThread Successfully!"},
 };
 
+constexpr std::size_t REPORT_WORKER = UTILIZATION_WORKERS - 1;
+constexpr std::size_t END_ORDER[UTILIZATION_WORKERS] = {REPORT_WORKER, 0, 1, 2, 3};
+
+// One bit for each control above: 1 for the first.
+using Kinds = unsigned;
+
+constexpr Kinds KindAt(std::size_t nControl) noexcept
+{
+    return 1U << nControl;
+}
+
+template <std::size_t N>
+void FormatKinds(Kinds kinds, char (&szText)[N]) noexcept
+{
+    szText[0] = '\0';
+    for (std::size_t i = 0; i < UTILIZATION_WORKERS; ++i)
+    {
+        if ((kinds & KindAt(i)) != 0)
+        {
+            char szBefore[N];
+            CopyTextA(szBefore, szText);
+            FormatTextA(szText, "%s%s%s", szBefore, szBefore[0] != '\0' ? ", " : "", WORKER_CONTROLS[i].pszKind);
+        }
+    }
+}
+
+// What a stop has to say of the workers that did not end by themselves. It is kept until a line of it can be written:
+// the log's mutex may be held by just such a worker.
+struct Sign
+{
+    const char* pszLine;
+    std::atomic<Kinds> kinds;
+};
+
+Sign g_endedByForce = {"StopPKIUtlThread -- ended by force: %s. Locks of the system may have gone with it: restart the "
+                       "process soon.",
+                       {0}};
+Sign g_writing = {"StopPKIUtlThread -- a thread could not be ended, because it is writing to the log: %s. The module "
+                  "must stay loaded.",
+                  {0}};
+Sign g_livesOn = {"StopPKIUtlThread -- a thread could not be ended: %s. The module must stay loaded.", {0}};
+Sign g_unseen = {"StopPKIUtlThread -- a thread's end could not be seen: %s. The module must stay loaded.", {0}};
+Sign g_notEmptied = {"StopPKIUtlThread -- samples are in use and were not freed: %s.", {0}};
+Sign* const SIGNS[] = {&g_endedByForce, &g_writing, &g_livesOn, &g_unseen, &g_notEmptied};
+
+// Writes the signs that are still to be told; all of them together wait once for the log's mutex.
+void TellSigns() noexcept
+{
+    if (std::all_of(std::begin(SIGNS), std::end(SIGNS), [](const Sign* pSign) { return pSign->kinds == 0; }))
+    {
+        return;
+    }
+    const SPLogger::WritersHeldOff held(WRITERS_WAIT_MS);
+    if (!held)
+    {
+        return;
+    }
+    for (Sign* const pSign : SIGNS)
+    {
+        const Kinds kinds = pSign->kinds.exchange(0);
+        if (kinds != 0)
+        {
+            char szKinds[64];
+            FormatKinds(kinds, szKinds);
+            Log()->Level1A(pSign->pszLine, szKinds);
+        }
+    }
+}
+
 void StartWorkers() noexcept
 {
     Log()->Level2A("StartPKIUtlThread -- Start PKI utilization collection thread...");
-    for (const WorkerControl& control : WORKER_CONTROLS)
+    Kinds stopping = 0;
+    for (std::size_t i = 0; i < UTILIZATION_WORKERS; ++i)
     {
+        const WorkerControl& control = WORKER_CONTROLS[i];
         // One worker that cannot be made does not keep the others from starting.
         StopExceptions("StartPKIUtlThread", false,
                        [&control]
@@ -67,47 +145,66 @@ void StartWorkers() noexcept
                            }
                            return true;
                        });
+        stopping |= control.slot.IsStopping() ? KindAt(i) : 0;
     }
+    if (stopping != 0)
+    {
+        char szKinds[64];
+        FormatKinds(stopping, szKinds);
+        Log()->Level1A("StartPKIUtlThread -- not started, because the last one is still stopping: %s.", szKinds);
+    }
+    TellSigns();
     Log()->Level2A("StartPKIUtlThread -- Start PKI utilization collection thread finish...");
 }
 
-// The seconds that a stop may still wait, handed out one by one.
-class StopBudget
+// A time that may still be waited, handed out in steps.
+class WaitBudget
 {
 public:
-    // Lets a second pass, or less if the object is signalled before; false when none is left.
-    bool WaitASecond(HANDLE hObject = nullptr) noexcept
+    WaitBudget(int nSteps, DWORD dwStepMs) noexcept : m_nSteps(nSteps), m_dwStepMs(dwStepMs) {}
+
+    // Lets a step pass, or less if the object is signalled before; false when none is left.
+    bool WaitAStep(HANDLE hObject = nullptr) noexcept
     {
-        if (m_nSeconds == 0)
+        if (m_nSteps == 0)
         {
             return false;
         }
-        --m_nSeconds;
+        --m_nSteps;
         if (hObject == nullptr)
         {
-            Sleep(1000);
+            Sleep(m_dwStepMs);
         }
         else
         {
-            WaitForSingleObject(hObject, 1000);
+            WaitForSingleObject(hObject, m_dwStepMs);
         }
         return true;
     }
 
 private:
-    int m_nSeconds = STOP_SECONDS;
+    int m_nSteps;
+    DWORD m_dwStepMs;
 };
 
-// The workers that were asked to stop, in the order of the controls. A start may put others into the slots meanwhile;
-// they are no concern of this stop.
-using WatchedWorkers = std::array<WatchedWorker, UTILIZATION_WORKERS>;
-
-constexpr std::size_t REPORT_WORKER = UTILIZATION_WORKERS - 1;
-
-bool HasEnded(HANDLE hThread, DWORD dwWaitMs = 0) noexcept
+bool HasEnded(HANDLE hThread) noexcept
 {
-    return hThread == nullptr || WaitForSingleObject(hThread, dwWaitMs) == WAIT_OBJECT_0;
+    return hThread == nullptr || WaitForSingleObject(hThread, 0) == WAIT_OBJECT_0;
 }
+
+// A worker that this stop has asked to end. A start may put another one into the slot meanwhile, which is no concern of
+// this stop.
+struct StoppingWorker
+{
+    WatchedWorker watched;
+    bool bClaimed = false;
+    HANDLE hThread = nullptr; // of a claimed worker: its own
+    bool bForced = false;
+    bool bWriting = false; // it was spared because it is writing to the log
+};
+
+// In the order of the controls.
+using StoppingWorkers = std::array<StoppingWorker, UTILIZATION_WORKERS>;
 
 // Wakes the report thread out of its wait.
 void SignalBeginEvent() noexcept
@@ -122,9 +219,14 @@ void SignalBeginEvent() noexcept
     SetEvent(begin.Get());
 }
 
-// So that the next start does not make a report that nobody asked for.
-void ResetBeginEvent() noexcept
+// So that the next report thread does not make a report that nobody asked for. Where there was no report worker to wake,
+// or there is a new one, the event is the host's request.
+void ResetBeginEvent(const StoppingWorker& report) noexcept
 {
+    if (report.watched.nTicket == 0 || WORKER_CONTROLS[REPORT_WORKER].slot.HasNewerThan(report.watched))
+    {
+        return;
+    }
     const UniqueHandle begin(OpenEventW(EVENT_ALL_ACCESS, FALSE, BEGIN_EVENT_NAME));
     if (begin)
     {
@@ -132,23 +234,23 @@ void ResetBeginEvent() noexcept
     }
 }
 
-void RequestStops(WatchedWorkers& workers) noexcept
+void RequestStops(StoppingWorkers& workers) noexcept
 {
     for (std::size_t i = 0; i < workers.size(); ++i)
     {
-        workers[i] = WORKER_CONTROLS[i].slot.RequestStopAndWatch();
-        if (i == REPORT_WORKER && workers[i].nTicket != 0)
+        workers[i].watched = WORKER_CONTROLS[i].slot.RequestStopAndWatch();
+        if (i == REPORT_WORKER && workers[i].watched.nTicket != 0)
         {
             SignalBeginEvent();
         }
     }
 }
 
-bool IsAnySamplerSet(const WatchedWorkers& workers) noexcept
+bool IsAnySamplerSet(const StoppingWorkers& workers) noexcept
 {
     for (std::size_t i = 0; i < REPORT_WORKER; ++i)
     {
-        if (WORKER_CONTROLS[i].slot.Holds(workers[i]))
+        if (WORKER_CONTROLS[i].slot.Holds(workers[i].watched))
         {
             return true;
         }
@@ -157,91 +259,167 @@ bool IsAnySamplerSet(const WatchedWorkers& workers) noexcept
 }
 
 // Until the slots are empty and the threads behind them have really ended, or the budget is spent.
-void WaitForWorkers(const WatchedWorkers& workers) noexcept
+void WaitForWorkers(const StoppingWorkers& workers) noexcept
 {
-    StopBudget budget;
-    while (WORKER_CONTROLS[REPORT_WORKER].slot.Holds(workers[REPORT_WORKER]) && budget.WaitASecond())
+    WaitBudget budget(STOP_SECONDS, 1000);
+    while (WORKER_CONTROLS[REPORT_WORKER].slot.Holds(workers[REPORT_WORKER].watched) && budget.WaitAStep())
     {
     }
-    while (IsAnySamplerSet(workers) && budget.WaitASecond())
+    ResetBeginEvent(workers[REPORT_WORKER]);
+    while (IsAnySamplerSet(workers) && budget.WaitAStep())
     {
     }
-    for (const WatchedWorker& worker : workers)
+    for (const StoppingWorker& worker : workers)
     {
-        while (!HasEnded(worker.thread.Get()) && budget.WaitASecond(worker.thread.Get()))
+        while (!HasEnded(worker.watched.thread.Get()) && budget.WaitAStep(worker.watched.thread.Get()))
         {
         }
     }
 }
 
-// Ends a thread that is stuck in a system call. False when it could not be ended, or not yet.
-bool Terminate(WorkerSlot& slot, HANDLE hThread) noexcept
+// Claims the workers that still have their slots, for this stop to end. True when one of their threads still runs.
+bool ClaimWorkers(StoppingWorkers& workers) noexcept
 {
-    // A thread that was writing to the log, and were ended now, would silence the log.
-    const SPLogger::WritersHeldOff held(WRITERS_WAIT_MS);
-    return held && slot.Terminate(hThread) && HasEnded(hThread, TERMINATION_WAIT_MS);
+    bool bAnyRuns = false;
+    for (std::size_t i = 0; i < workers.size(); ++i)
+    {
+        StoppingWorker& worker = workers[i];
+        worker.bClaimed = WORKER_CONTROLS[i].slot.Claim(worker.watched, worker.hThread);
+        bAnyRuns = bAnyRuns || (worker.bClaimed && !HasEnded(worker.hThread));
+    }
+    return bAnyRuns;
 }
 
-// Makes anew the store locks that a thread took with it. It may have been ended by force, and have died since.
-void RenewLocksOf(DWORD dwThreadId) noexcept
+// Ends a thread by force, unless it is writing to the log: it would take the log's mutex with it, and the log would be
+// silent from then on. For a log whose mutex somebody else holds, so that the writers cannot be held off. False when it
+// was not ended.
+bool EndBesideWriters(HANDLE hThread, DWORD dwThreadId) noexcept
 {
-    ForEachStore([dwThreadId](auto& store) { store.lock.RenewIfOwnedBy(dwThreadId); });
+    constexpr int LOOKS = 3;
+    constexpr DWORD LOOK_AGAIN_MS = 10;
+    CONTEXT context{};
+    context.ContextFlags = CONTEXT_CONTROL;
+    for (int nLook = 1; nLook <= LOOKS; ++nLook)
+    {
+        // Nothing from here to the end or the resume may allocate: the thread may be inside the heap.
+        if (SuspendThread(hThread) == static_cast<DWORD>(-1))
+        {
+            return false;
+        }
+        GetThreadContext(hThread, &context); // comes back when the thread really stands still
+        const DWORD dwWriter = Log()->Writer();
+        // No writer on record: another process holds the mutex, or a thread of ours that has it since a moment ago and
+        // is on record at the next look.
+        const bool bMayEnd = dwWriter != dwThreadId && (dwWriter != 0 || nLook == LOOKS);
+        if (bMayEnd && TerminateThread(hThread, 0))
+        {
+            return true;
+        }
+        ResumeThread(hThread);
+        Sleep(LOOK_AGAIN_MS);
+    }
+    return false;
 }
 
-// Makes sure of a worker's end, by force where it did not react and still has its slot. Its object then stays allocated.
-// False when its thread lives on, with its slot, or may live on.
-bool EndWorker(WorkerSlot& slot, const WatchedWorker& worker) noexcept
+// Ends the threads of the claimed workers that are stuck in a system call.
+void EndByForce(StoppingWorkers& workers) noexcept
 {
-    CAlertReachPKIThread* const pTaken = slot.Take(worker);
-    if (pTaken == nullptr && worker.bUnseen)
+    const SPLogger::WritersHeldOff held(WRITERS_WAIT_MS); // once for all of them
+    for (const std::size_t nControl : END_ORDER)
     {
-        // It has left its slot by itself, and may still be in its last steps.
-        Log()->Level1A("StopPKIUtlThread -- a thread's end could not be seen.");
-        return false;
+        StoppingWorker& worker = workers[nControl];
+        if (worker.bClaimed && !HasEnded(worker.hThread))
+        {
+            const DWORD dwThreadId = worker.watched.dwThreadId;
+            worker.bForced =
+                held ? TerminateThread(worker.hThread, 0) != FALSE : EndBesideWriters(worker.hThread, dwThreadId);
+            worker.bWriting = !worker.bForced && Log()->Writer() == dwThreadId;
+        }
     }
-    const HANDLE hThread = pTaken != nullptr ? pTaken->ThreadHandle() : worker.thread.Get();
-    if (hThread == nullptr)
-    {
-        return true;
-    }
-    const bool bEnded =
-        pTaken != nullptr ? HasEnded(hThread) || Terminate(slot, hThread) : HasEnded(hThread, LAST_STEPS_MS);
-    if (bEnded)
-    {
-        RenewLocksOf(worker.dwThreadId);
-    }
-    else
-    {
-        Log()->Level1A("StopPKIUtlThread -- a thread could not be ended.");
-    }
-    if (pTaken != nullptr && (bEnded || !slot.PutBack(pTaken, worker)))
-    {
-        pTaken->CloseThreadHandle();
-    }
-    return bEnded;
 }
 
-// The report thread first, then the samplers in their order.
-bool EndWorkers(const WatchedWorkers& workers) noexcept
+// Gives back the locks that a thread took with it, which it may have done long after it was ended by force. Its handle is
+// still open.
+void LeaveLocksFor(DWORD dwEndedThreadId) noexcept
 {
-    bool bAllEnded = EndWorker(WORKER_CONTROLS[REPORT_WORKER].slot, workers[REPORT_WORKER]);
-    for (std::size_t i = 0; i < REPORT_WORKER; ++i)
+    ForEachStore([dwEndedThreadId](auto& store) { store.lock.RenewIfOwnedBy(dwEndedThreadId); });
+    for (WorkerSlot& slot : g_aUtilizationSlots)
     {
-        bAllEnded = EndWorker(WORKER_CONTROLS[i].slot, workers[i]) && bAllEnded;
+        slot.LeaveGuardFor(dwEndedThreadId);
+    }
+}
+
+// Makes sure of a worker's end. Null when its thread has ended by itself, else the sign that tells what became of it.
+Sign* ConcludeWorker(const StoppingWorker& worker, std::size_t nControl, WaitBudget& budget) noexcept
+{
+    WorkerSlot& slot = WORKER_CONTROLS[nControl].slot;
+    const HANDLE hThread = worker.bClaimed ? worker.hThread : worker.watched.thread.Get();
+    // One that is not claimed has left its slot itself and may still be in its last steps, or another stop has claimed it.
+    const auto isPending = [&] {
+        return worker.bClaimed ? worker.bForced && !HasEnded(hThread)
+                               : !HasEnded(hThread) || slot.Holds(worker.watched);
+    };
+    while (isPending() && budget.WaitAStep(HasEnded(hThread) ? nullptr : hThread))
+    {
+    }
+    const bool bEnded = HasEnded(hThread);
+    if (!worker.bClaimed)
+    {
+        return !bEnded || slot.Holds(worker.watched) ? &g_livesOn : worker.watched.bUnseen ? &g_unseen : nullptr;
+    }
+    if (!bEnded)
+    {
+        slot.DropClaim();
+        return worker.bWriting ? &g_writing : &g_livesOn;
+    }
+    LeaveLocksFor(worker.watched.dwThreadId);
+    if (nControl == REPORT_WORKER)
+    {
+        ResetBeginEvent(worker);
+    }
+    slot.EmptyClaimed();
+    return worker.bForced ? &g_endedByForce : nullptr;
+}
+
+// False when a thread lives on, or may live on.
+bool EndWorkers(StoppingWorkers& workers) noexcept
+{
+    if (ClaimWorkers(workers))
+    {
+        EndByForce(workers);
+    }
+    bool bAllEnded = true;
+    WaitBudget budget(END_STEPS, END_STEP_MS);
+    for (const std::size_t nControl : END_ORDER)
+    {
+        Sign* const pSign = ConcludeWorker(workers[nControl], nControl, budget);
+        if (pSign != nullptr)
+        {
+            pSign->kinds |= KindAt(nControl);
+            bAllEnded = bAllEnded && pSign == &g_endedByForce;
+        }
     }
     return bAllEnded;
+}
+
+// Empties the stores but for those to which a new sampler has come: its samples are its own.
+void CleanStores(const StoppingWorkers& workers, DWORD dwWaitMs) noexcept
+{
+    g_notEmptied.kinds |=
+        CleanUtilizationStores(dwWaitMs, [&workers](std::size_t nStore)
+                               { return !WORKER_CONTROLS[nStore].slot.HasNewerThan(workers[nStore].watched); });
 }
 
 void StopWorkers() noexcept
 {
     // Names the start; readers of the log know it so.
     Log()->Level2A("StartPKIUtlThread -- Stop PKI utilization collection thread...");
-    WatchedWorkers workers;
+    StoppingWorkers workers;
     RequestStops(workers);
     WaitForWorkers(workers);
     const bool bAllEnded = EndWorkers(workers);
-    ResetBeginEvent();
-    CleanUtilizationStores(bAllEnded); // a thread that lives on may hold a lock for ever
+    CleanStores(workers, bAllEnded ? CLEAN_WAIT_MS : 0); // a thread that lives on may hold a lock for ever
+    TellSigns();
     Log()->Level2A("StartPKIUtlThread -- Stop PKI utilization collection thread finish...");
 }
 

@@ -16,7 +16,7 @@ namespace varnex
 using SampledNames = InstanceNames<wchar_t>;
 
 // Enumerates the instances and publishes them with empty histories, in place of those of an earlier run. Null, with one
-// of the two log lines, when there is none or no memory.
+// of the two log lines, when there is none or no memory; and when the store's lock is not to be had.
 template <class Sample>
 std::shared_ptr<const SampledNames> BeginHistories(NamedHistories<Sample>& store, SampledNames (*pfnEnumerate)(),
                                                    const char* pszNoName, const char* pszNoMemory)
@@ -24,7 +24,7 @@ std::shared_ptr<const SampledNames> BeginHistories(NamedHistories<Sample>& store
     try
     {
         auto names = store.Publish(pfnEnumerate());
-        if (!names->empty())
+        if (names == nullptr || !names->empty())
         {
             return names;
         }
@@ -38,8 +38,8 @@ std::shared_ptr<const SampledNames> BeginHistories(NamedHistories<Sample>& store
 }
 
 // Samples one instance after the other, measuring outside the store's lock. Each sample goes into its history and then
-// into a level 4 line, which takes the time stamp, the name and the sample. False for a cycle that a stop broke off:
-// many idle instances take longer than a stop waits.
+// into a level 4 line, which takes the time stamp, the name and the sample. False for a cycle that is broken off: by a
+// stop, because many idle instances take longer than a stop waits, and where the store's lock is not to be had.
 template <class Sample>
 bool SampleInstances(const CAlertReachPKIThread& worker, NamedHistories<Sample>& store, const SampledNames& names,
                      Sample (*pfnSample)(const wchar_t* pwszName), const wchar_t* pwszLine, const wchar_t* pwszTime)
@@ -51,7 +51,10 @@ bool SampleInstances(const CAlertReachPKIThread& worker, NamedHistories<Sample>&
             return false;
         }
         const Sample sample = pfnSample(names[i].get());
-        store.Append(i, sample);
+        if (!store.Append(i, sample))
+        {
+            return false;
+        }
         Log()->Level4W(pwszLine, pwszTime, names[i].get(), sample);
     }
     return true;

@@ -120,7 +120,7 @@ template <class Sample>
 bool HasStore(NamedHistories<Sample>& store) noexcept
 {
     const StoreLockHold hold(store.lock);
-    return !store.All().empty();
+    return hold && !store.All().empty();
 }
 
 template <class Store>
@@ -135,6 +135,10 @@ template <class Sample>
 std::vector<std::int64_t> NewestValues(NamedHistories<Sample>& store)
 {
     const StoreLockHold hold(store.lock);
+    if (!hold)
+    {
+        return {};
+    }
     std::vector<std::int64_t> values;
     values.reserve(store.All().size());
     for (const BoundedHistory<Sample>& history : store.All())
@@ -151,7 +155,7 @@ std::vector<std::int64_t> NewestValues(NamedHistories<Sample>& store)
 std::vector<std::int64_t> NewestValues(MemoryHistories& store)
 {
     const StoreLockHold hold(store.lock);
-    if (store.physical.Size() == 0 || store.pagingFile.Size() == 0)
+    if (!hold || store.physical.Size() == 0 || store.pagingFile.Size() == 0)
     {
         return {};
     }
@@ -215,10 +219,13 @@ void OutputCurrentDiskUtil(const wchar_t* pwszTime)
                 {
                     HeaderLine header(HEADER_CHARS);
                     const StoreLockHold hold(Stores().disk.lock);
-                    for (const auto& name : *Stores().disk.GetNames())
+                    if (hold)
                     {
-                        const int nDisk = _wtoi(name.get()); // a name begins with the disk's number
-                        header.AddColumn(L"\tDisk" + NumberText(nDisk));
+                        for (const auto& name : *Stores().disk.GetNames())
+                        {
+                            const int nDisk = _wtoi(name.get()); // a name begins with the disk's number
+                            header.AddColumn(L"\tDisk" + NumberText(nDisk));
+                        }
                     }
                     return header.Finished();
                 });

@@ -29,11 +29,12 @@ void CopyFirstCharacter(wchar_t (&wszTarget)[N], const wchar_t* pwszName) noexce
     CopyTextW(wszTarget, 2, pwszName);
 }
 
+// Null when the lock is not to be had.
 template <class Store>
-auto NamesOf(Store& store)
+std::shared_ptr<const typename Store::Names> NamesOf(Store& store)
 {
     const StoreLockHold hold(store.lock);
-    return store.GetNames();
+    return hold ? store.GetNames() : nullptr;
 }
 
 // A diagnosis only: the first processor's history stands for all.
@@ -53,14 +54,24 @@ void LogFirstHistorySize(std::size_t nSize, std::int32_t nMinimum) noexcept
     }
 }
 
-void AddCpus(UtilizationReport& report, const AverageSpan& span)
+// The four parts. False, with the part unfinished, when its store's lock is not to be had: a sampler may be stuck with it.
+
+bool AddCpus(UtilizationReport& report, const AverageSpan& span)
 {
     auto& store = Stores().cpu;
     const auto names = NamesOf(store);
+    if (names == nullptr)
+    {
+        return false;
+    }
     report.cpus.resize(names->size());
     for (std::size_t i = 0; i < names->size(); ++i)
     {
         const StoreLockHold hold(store.lock);
+        if (!hold)
+        {
+            return false;
+        }
         if (i == 0)
         {
             LogFirstHistorySize(store.Of(0).Size(), span.nMinimum);
@@ -71,21 +82,25 @@ void AddCpus(UtilizationReport& report, const AverageSpan& span)
         Log()->Level4W(L"CreatePKIXMLToMMF -- CPU[%s], average value[%d %%], prepare to XML.", entry.wszIndex,
                        entry.nUtilization);
     }
+    return true;
 }
 
-std::int32_t MemoryAverage(BoundedHistory<int> MemoryHistories::*pHistory, const AverageSpan& span) noexcept
+bool AverageMemory(BoundedHistory<int> MemoryHistories::*pHistory, const AverageSpan& span,
+                   std::int32_t& nAverage) noexcept
 {
     MemoryHistories& store = Stores().memory;
     const StoreLockHold hold(store.lock);
-    std::int32_t nAverage = 0;
-    GetSinglePKIAverageValue(&(store.*pHistory), span.nTotal, span.nMinimum, &nAverage);
-    return nAverage;
+    if (hold)
+    {
+        GetSinglePKIAverageValue(&(store.*pHistory), span.nTotal, span.nMinimum, &nAverage);
+    }
+    return static_cast<bool>(hold);
 }
 
-void AddMemory(MemoryEntry& entry, const AverageSpan& span) noexcept
+bool AddMemory(MemoryEntry& entry, const AverageSpan& span) noexcept
 {
-    entry.nPhysicalUtilization = MemoryAverage(&MemoryHistories::physical, span);
-    entry.nPagingFileUtilization = MemoryAverage(&MemoryHistories::pagingFile, span);
+    const bool bAveraged = AverageMemory(&MemoryHistories::physical, span, entry.nPhysicalUtilization) &&
+                           AverageMemory(&MemoryHistories::pagingFile, span, entry.nPagingFileUtilization);
     if (GetTotalMemorySize(&entry.nPhysicalMB, &entry.nPagingFileMB) == 0)
     {
         Log()->Level4A("CreatePKIXMLToMMF --  Total physical memory(%dMB), Total paging file(%dMB).", entry.nPhysicalMB,
@@ -99,16 +114,25 @@ void AddMemory(MemoryEntry& entry, const AverageSpan& span) noexcept
     Log()->Level4A("CreatePKIXMLToMMF -- Memory: Physical Memory -- total size(%d), average UTL(%d %%), Paging file "
                    "-- total size(%d), average UTL(%d %%).",
                    entry.nPhysicalMB, entry.nPhysicalUtilization, entry.nPagingFileMB, entry.nPagingFileUtilization);
+    return bAveraged;
 }
 
-void AddDisks(UtilizationReport& report, const AverageSpan& span)
+bool AddDisks(UtilizationReport& report, const AverageSpan& span)
 {
     auto& store = Stores().disk;
     const auto names = NamesOf(store);
+    if (names == nullptr)
+    {
+        return false;
+    }
     report.disks.resize(names->size());
     for (std::size_t i = 0; i < names->size(); ++i)
     {
         const StoreLockHold hold(store.lock);
+        if (!hold)
+        {
+            return false;
+        }
         DiskEntry& entry = report.disks[i];
         entry.nThroughput = GetSinglePKIAverageValue64(store.Of(i), span.nTotal, span.nMinimum);
         CopyFirstCharacter(entry.wszIndex, (*names)[i].get());
@@ -116,12 +140,17 @@ void AddDisks(UtilizationReport& report, const AverageSpan& span)
         Log()->Level4W(L"CreatePKIXMLToMMF -- Disk[%s], average value[%d B/S], prepare to XML.", entry.wszIndex,
                        entry.nThroughput);
     }
+    return true;
 }
 
-void AddCards(UtilizationReport& report, const AverageSpan& span)
+bool AddCards(UtilizationReport& report, const AverageSpan& span)
 {
     NetworkHistories& store = Stores().network;
     const StoreLockHold hold(store.lock);
+    if (!hold)
+    {
+        return false;
+    }
     for (auto& [dwInterfaceIndex, history] : store.histories)
     {
         NetworkEntry entry{};
@@ -134,6 +163,12 @@ void AddCards(UtilizationReport& report, const AverageSpan& span)
                        entry.wszMACAddress, entry.nLinkSpeed, entry.nUtilization);
         report.cards.push_back(entry);
     }
+    return true;
+}
+
+void LogLeftOut(const char* pszPart) noexcept
+{
+    Log()->Level1A("CreatePKIXMLToMMF -- %s left out of the report: the samples are in use.", pszPart);
 }
 
 } // namespace
@@ -149,10 +184,26 @@ UniqueBstr CreatePKIXMLToMMF(std::uint32_t nTotalSampleNum, std::uint32_t nMinSa
                    "nMinSampleNum(%d)",
                    nTotalSampleNum, nMinSampleNum);
     const AverageSpan span = {nTotalSampleNum, static_cast<std::int32_t>(nMinSampleNum)};
-    AddCpus(*pReport, span);
-    AddMemory(pReport->memory, span);
-    AddDisks(*pReport, span);
-    AddCards(*pReport, span);
+    if (!AddCpus(*pReport, span))
+    {
+        pReport->cpus.clear();
+        LogLeftOut("processors");
+    }
+    if (!AddMemory(pReport->memory, span))
+    {
+        pReport->memory.nPhysicalUtilization = 0;
+        pReport->memory.nPagingFileUtilization = 0;
+        LogLeftOut("averages of memory");
+    }
+    if (!AddDisks(*pReport, span))
+    {
+        pReport->disks.clear();
+        LogLeftOut("disks");
+    }
+    if (!AddCards(*pReport, span))
+    {
+        LogLeftOut("network adapters");
+    }
     Log()->Level3A("CreatePKIXMLToMMF -- Average PKI Value has prepared, should compose XML file.CPUNum(%d), "
                    "hyMemUtl(%d), PhyMemSize(%d), PagingFileUtl(%d), PagingFileSize(%d), DiskNum(%d), NetworkNum(%d)",
                    static_cast<int>(pReport->cpus.size()), pReport->memory.nPhysicalUtilization,

@@ -50,7 +50,8 @@ struct UtilizationReport
 
 // Averages the histories over the newest nTotalSampleNum samples (1 or more), of which at least nMinSampleNum must be
 // valid, into the report, and writes it as XML. Also cuts the adapters' histories to that many records. Takes each
-// store's lock for itself; the calling thread has initialised COM.
+// store's lock for itself; the calling thread has initialised COM. A part whose lock is not to be had is left out, memory
+// told as 0, and logged (see StoreLockHold).
 // Returns the text, or null for a null report and a document that could not be built (logged). Throws std::bad_alloc.
 UniqueBstr CreatePKIXMLToMMF(std::uint32_t nTotalSampleNum, std::uint32_t nMinSampleNum, UtilizationReport* pReport);
 

@@ -17,22 +17,9 @@ UtilizationStores& Stores() noexcept
     return g_stores.Get();
 }
 
-void CleanUtilizationStores(bool bWait) noexcept
+unsigned CleanUtilizationStores(DWORD dwWaitMs) noexcept
 {
-    ForEachStore(
-        [bWait](auto& store)
-        {
-            if (bWait)
-            {
-                store.lock.Enter();
-            }
-            else if (!store.lock.TryEnter())
-            {
-                return;
-            }
-            store.Clear();
-            store.lock.Leave();
-        });
+    return CleanUtilizationStores(dwWaitMs, [](std::size_t) { return true; });
 }
 
 } // namespace varnex

@@ -29,25 +29,30 @@ public:
     using Names = InstanceNames<wchar_t>;
     using History = BoundedHistory<Sample>;
 
-    // Takes the lock. Takes new names and empty histories for them, both at once. Throws std::bad_alloc, with the store
-    // empty then.
+    // Takes the lock. Takes new names and empty histories for them, both at once. Null when the lock is not to be had.
+    // Throws std::bad_alloc, with the store empty then.
     std::shared_ptr<const Names> Publish(Names names)
     {
         const StoreLockHold hold(lock);
+        if (!hold)
+        {
+            return nullptr;
+        }
         Clear();
         auto shared = std::make_shared<const Names>(std::move(names));
         m_histories.resize(shared->size());
         m_names = std::move(shared);
         return m_names;
     }
-    // Takes the lock. A sample for which there is no history is dropped.
-    void Append(std::size_t nInstance, Sample sample) noexcept
+    // Takes the lock; false when it is not to be had. A sample for which there is no history is dropped.
+    bool Append(std::size_t nInstance, Sample sample) noexcept
     {
         const StoreLockHold hold(lock);
-        if (nInstance < m_histories.size())
+        if (hold && nInstance < m_histories.size())
         {
             m_histories[nInstance].Append(sample);
         }
+        return static_cast<bool>(hold);
     }
     // Under the lock. The names stay valid for whoever holds them.
     std::shared_ptr<const Names> GetNames() const VARNEX_REQUIRES(lock)
@@ -81,12 +86,16 @@ private:
 class MemoryHistories
 {
 public:
-    // Takes the lock.
-    void Append(int nPhysical, int nPagingFile) noexcept
+    // Takes the lock; false when it is not to be had.
+    bool Append(int nPhysical, int nPagingFile) noexcept
     {
         const StoreLockHold hold(lock);
-        physical.Append(nPhysical);
-        pagingFile.Append(nPagingFile);
+        if (hold)
+        {
+            physical.Append(nPhysical);
+            pagingFile.Append(nPagingFile);
+        }
+        return static_cast<bool>(hold);
     }
     // Under the lock. Frees everything.
     void Clear() noexcept VARNEX_REQUIRES(lock)
@@ -155,8 +164,38 @@ void ForEachStore(Operation&& operation)
     operation(stores.network);
 }
 
-// Empties every store under its lock. With bWait false a lock that cannot be had at once is skipped, and its store with
-// it.
-void CleanUtilizationStores(bool bWait) noexcept;
+// Empties the stores for which mayEmpty says so; it is given the store's number, 0 for the first one above, and asked
+// once more under the store's lock. All locks together are waited for dwWaitMs at most. Returns a bit for each store
+// whose lock was not to be had: 1 for the first.
+template <class MayEmpty>
+unsigned CleanUtilizationStores(DWORD dwWaitMs, MayEmpty&& mayEmpty) noexcept
+{
+    unsigned nLeft = 0;
+    std::size_t nStore = 0;
+    ForEachStore(
+        [&](auto& store)
+        {
+            if (mayEmpty(nStore))
+            {
+                if (store.lock.Enter(dwWaitMs))
+                {
+                    if (mayEmpty(nStore))
+                    {
+                        store.Clear();
+                    }
+                    store.lock.Leave();
+                }
+                else
+                {
+                    nLeft |= 1U << nStore;
+                }
+            }
+            ++nStore;
+        });
+    return nLeft;
+}
+
+// The same for every store.
+unsigned CleanUtilizationStores(DWORD dwWaitMs) noexcept;
 
 } // namespace varnex

@@ -42,7 +42,10 @@ void RunCycle(CPKIUtlMemoryThread& worker)
         nPhysical = static_cast<unsigned>(FAILED_SAMPLE);
         nPagingFile = static_cast<unsigned>(FAILED_SAMPLE);
     }
-    Stores().memory.Append(static_cast<int>(nPhysical), static_cast<int>(nPagingFile));
+    if (!Stores().memory.Append(static_cast<int>(nPhysical), static_cast<int>(nPagingFile)))
+    {
+        return;
+    }
     OutputCurrentMemUtil(wszTime);
     Log()->Level4W(L"MonPKIUtlMemoryThread -- (%s)(physical memory usage:%d, paging file usage:%d).", wszTime,
                    nPhysical, nPagingFile);

@@ -17,6 +17,10 @@ void RefreshCards(const char* pszFailure)
 {
     NetworkHistories& store = Stores().network;
     const StoreLockHold hold(store.lock); // taken again by a cycle that holds it
+    if (!hold)
+    {
+        return;
+    }
     store.collector.ClearCardList();
     const HRESULT nResult = store.collector.RefreshCardList();
     if (FAILED(nResult))
@@ -48,6 +52,10 @@ void RunCycle(CPKIUtlNetworkThread& worker)
 {
     NetworkHistories& store = Stores().network;
     const StoreLockHold hold(store.lock);
+    if (!hold)
+    {
+        return;
+    }
     wchar_t wszTime[TIME_CHARS];
     FormatLocalTimeW(SecondsNow(), wszTime);
     SampleCards(store);

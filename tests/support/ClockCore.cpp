@@ -234,6 +234,19 @@ void ClockCore::End(Worker& worker)
     m_queue.End(worker);
 }
 
+// Workers run one at a time, so another worker stands still in any case; suspended in truth it might have our lock.
+DWORD ClockCore::Suspend(HANDLE hThread)
+{
+    {
+        const Hold hold(*this);
+        if (m_queue.Find(GetThreadId(hThread)) != nullptr)
+        {
+            return 0;
+        }
+    }
+    return SuspendThread(hThread);
+}
+
 DWORD ClockCore::Resume(HANDLE hThread)
 {
     {

@@ -35,6 +35,7 @@ public:
     using Starter = std::function<HANDLE(LPTHREAD_START_ROUTINE pfnBody, void* pParameter)>;
     // Has a thread created that runs the body as a worker. Null, with the last error of the starter, when it fails.
     HANDLE StartWorker(Body body, bool bSuspended, const Starter& starter);
+    DWORD Suspend(HANDLE hThread);
     DWORD Resume(HANDLE hThread);
     BOOL Terminate(HANDLE hThread, DWORD dwExitCode);
 

@@ -170,10 +170,12 @@ void ScriptThreads(RestoredImports& imports, const Core& core)
 {
     const auto create = [core](auto... arguments) { return CreateWorker(core, arguments...); };
     const auto begin = [core](auto... arguments) { return BeginWorker(core, arguments...); };
+    const auto suspend = [core](HANDLE hThread) { return core->Suspend(hThread); };
     const auto resume = [core](HANDLE hThread) { return core->Resume(hThread); };
     const auto terminate = [core](HANDLE hThread, DWORD dwExitCode) { return core->Terminate(hThread, dwExitCode); };
     imports.TryReplace<decltype(::CreateThread)>("CreateThread", create);
     imports.TryReplace<decltype(::_beginthreadex)>("_beginthreadex", begin);
+    imports.TryReplace<decltype(::SuspendThread)>("SuspendThread", suspend);
     imports.TryReplace<decltype(::ResumeThread)>("ResumeThread", resume);
     imports.TryReplace<decltype(::TerminateThread)>("TerminateThread", terminate);
 }

@@ -17,8 +17,9 @@ const std::vector<UncalledTarget>& UncalledTargets()
                          "AlertStoreFailureTest fails the fetches, XmlDocumentInPlaceTest the cut"},
         {"TerminateThread", "ends a worker that does not come back, or that was not resumed: UtilizationControlTest "
                             "refuses it"},
-        {"TryEnterCriticalSection", "asks for a store's lock when the process ends or a thread lives on: DetachTest "
-                                    "has it in other hands"},
+        {"SuspendThread", "stops a worker that is to be ended by force while somebody else has the log's mutex: "
+                          "UtilizationControlTest refuses it"},
+        {"GetThreadContext", "as SuspendThread; its result is not looked at"},
         {"GetModuleHandleW", "the run-time library's random numbers, of which the module draws none"},
         {"LoadLibraryW", "as GetModuleHandleW"},
         {"ReleaseSemaphore", "the run-time library's mutexes, when a second thread waits: here threads run in turn"},

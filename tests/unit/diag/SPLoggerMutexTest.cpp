@@ -195,6 +195,40 @@ TEST_CASE("a line that its level holds back does not wait for the mutex")
     fixture.clock.AdvanceUntilWorkersEnd(60);
 }
 
+TEST_CASE("the thread that writes a line is on record while it has the mutex, and only then")
+{
+    LogFixture fixture;
+    const auto wide = GENERATE(false, true);
+    CAPTURE(wide);
+    std::vector<DWORD> writers;
+    fixture.redirector.Replace<decltype(::WaitForSingleObject)>("WaitForSingleObject",
+                                                                [&](HANDLE hObject, DWORD dwMilliseconds)
+                                                                {
+                                                                    writers.push_back(fixture.logger.Writer());
+                                                                    return WaitForSingleObject(hObject, dwMilliseconds);
+                                                                });
+    fixture.redirector.Replace<decltype(::CreateFileA)>(
+        "CreateFileA",
+        [&](LPCSTR pszPath, DWORD dwAccess, DWORD dwShare, LPSECURITY_ATTRIBUTES pSecurity, DWORD dwHow,
+            DWORD dwAttributes, HANDLE hTemplate)
+        {
+            writers.push_back(fixture.logger.Writer());
+            return CreateFileA(pszPath, dwAccess, dwShare, pSecurity, dwHow, dwAttributes, hTemplate);
+        });
+    fixture.redirector.Replace<decltype(::ReleaseMutex)>("ReleaseMutex",
+                                                         [&](HANDLE hMutex)
+                                                         {
+                                                             writers.push_back(fixture.logger.Writer());
+                                                             return ReleaseMutex(hMutex);
+                                                         });
+    wide ? fixture.logger.Level1W(L"text") : fixture.logger.Level1A("text");
+    for (const char* pszImport : {"WaitForSingleObject", "CreateFileA", "ReleaseMutex"})
+    {
+        fixture.redirector.Restore(pszImport);
+    }
+    CHECK(writers == std::vector<DWORD>{0, GetCurrentThreadId(), 0});
+}
+
 TEST_CASE("writers that are held off wait until they may go on")
 {
     LogFixture fixture;

@@ -114,24 +114,115 @@ TEST_CASE("a slot is emptied only by the worker that is in it, and only once")
     CHECK(slot.Publish(&second));
 }
 
-TEST_CASE("a worker that is taken out of its slot is left alone and cannot withdraw any more")
+TEST_CASE("a claimed worker keeps its slot, cannot withdraw, and is claimed only once")
 {
     TestWorker::Begin({});
     WorkerSlot slot;
-    CHECK(slot.Take(slot.RequestStopAndWatch()) == nullptr);
+    HANDLE hThread = nullptr;
+    CHECK_FALSE(slot.Claim(slot.RequestStopAndWatch(), hThread));
     TestWorker worker;
     REQUIRE(slot.Publish(&worker));
     const WatchedWorker watched = slot.RequestStopAndWatch();
     CHECK(slot.Holds(watched));
-    CHECK(slot.Take(watched) == &worker);
+    CHECK(slot.Claim(watched, hThread));
+    CHECK(slot.IsSet());
+    CHECK(slot.Holds(watched));
+    CHECK_FALSE(slot.Claim(watched, hThread));
+    CHECK_FALSE(slot.Withdraw(&worker));
+    TestWorker other;
+    CHECK_FALSE(slot.Publish(&other));
+    CHECK(slot.IsSet());
+    CHECK(TestWorker::s_nFreed == 0);
+
+    slot.DropClaim();
+    CHECK(slot.Holds(watched));
+    CHECK(slot.Claim(watched, hThread));
+    slot.EmptyClaimed();
     CHECK_FALSE(slot.IsSet());
     CHECK_FALSE(slot.Holds(watched));
-    CHECK(slot.Take(watched) == nullptr);
+    CHECK_FALSE(slot.Claim(watched, hThread));
     CHECK_FALSE(slot.Withdraw(&worker));
     CHECK(TestWorker::s_nFreed == 0);
-    CHECK(slot.PutBack(&worker, watched));
-    CHECK(slot.Holds(watched));
+    CHECK(slot.Publish(&other));
+    CHECK(slot.Withdraw(&other));
+}
+
+TEST_CASE("a worker whose claim was dropped leaves its slot itself")
+{
+    TestWorker::Begin({});
+    WorkerSlot slot;
+    TestWorker worker;
+    REQUIRE(slot.Publish(&worker));
+    HANDLE hThread = nullptr;
+    REQUIRE(slot.Claim(slot.RequestStopAndWatch(), hThread));
+    slot.DropClaim();
     CHECK(slot.Withdraw(&worker));
+    CHECK_FALSE(slot.IsSet());
+}
+
+TEST_CASE("a slot that is forgotten while its worker is claimed takes the next one without a claim")
+{
+    TestWorker::Begin({});
+    WorkerSlot slot;
+    TestWorker worker;
+    REQUIRE(slot.Publish(&worker));
+    HANDLE hThread = nullptr;
+    REQUIRE(slot.Claim(slot.RequestStopAndWatch(), hThread));
+    slot.Forget();
+    REQUIRE(slot.Publish(&worker));
+    CHECK(slot.Withdraw(&worker));
+}
+
+// A thread that was ended by force may have taken the object's critical section with it.
+TEST_CASE("only the first stop request touches the worker")
+{
+    TestWorker::Begin({});
+    WorkerSlot slot;
+    TestWorker worker;
+    REQUIRE(slot.Publish(&worker));
+    CHECK_FALSE(slot.IsStopping());
+    ImportRedirector redirector;
+    redirector.CountCalls("EnterCriticalSection");
+    const WatchedWorker first = slot.RequestStopAndWatch();
+    CHECK(redirector.Calls("EnterCriticalSection") == 1);
+    CHECK(slot.IsStopping());
+    CHECK(slot.RequestStopAndWatch().nTicket == first.nTicket);
+    slot.RequestStop();
+    CHECK(redirector.Calls("EnterCriticalSection") == 1);
+    CHECK_FALSE(worker.IsRunning());
+
+    REQUIRE(slot.Withdraw(&worker));
+    CHECK_FALSE(slot.IsStopping());
+    TestWorker next;
+    REQUIRE(slot.Publish(&next));
+    CHECK_FALSE(slot.IsStopping());
+    slot.RequestStop();
+    CHECK_FALSE(next.IsRunning());
+}
+
+TEST_CASE("a slot tells whether a thread is its worker's and was asked to stop")
+{
+    WorkerSlot slot;
+    std::atomic<int> nEnded{0};
+    const UniqueHandle mayEnd(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const TestWorker::Body end = RunUntilStopped(slot, nEnded);
+    TestWorker::Begin(
+        [&](TestWorker& worker)
+        {
+            WaitForSingleObject(mayEnd.Get(), WAIT_MS);
+            return end(worker);
+        });
+    const UnitLog log;
+    REQUIRE(CreateRunningThread<TestWorker>(slot, "", "") == WORKER_CREATED);
+    const DWORD dwThreadId = TestWorker::s_pNewest.load()->ThreadId();
+    REQUIRE(dwThreadId != 0);
+    CHECK_FALSE(slot.IsStopping(dwThreadId));
+    slot.RequestStop();
+    CHECK(slot.IsStopping(dwThreadId));
+    CHECK_FALSE(slot.IsStopping(GetCurrentThreadId()));
+    SetEvent(mayEnd.Get());
+    REQUIRE(WaitForCount(nEnded, 1));
+    CHECK_FALSE(slot.IsStopping(dwThreadId));
 }
 
 TEST_CASE("a worker that came into the slot later is not the one that was watched, also at the same address")
@@ -142,13 +233,18 @@ TEST_CASE("a worker that came into the slot later is not the one that was watche
     const WatchedWorker nobody = slot.RequestStopAndWatch();
     REQUIRE(slot.Publish(&worker));
     CHECK_FALSE(slot.Holds(nobody));
+    CHECK(slot.HasNewerThan(nobody));
     const WatchedWorker watched = slot.RequestStopAndWatch();
+    CHECK_FALSE(slot.HasNewerThan(watched));
     REQUIRE(slot.Withdraw(&worker));
+    CHECK_FALSE(slot.HasNewerThan(watched));
+    CHECK_FALSE(slot.HasNewerThan(nobody));
     REQUIRE(slot.Publish(&worker));
     CHECK_FALSE(slot.Holds(watched));
-    CHECK(slot.Take(watched) == nullptr);
+    CHECK(slot.HasNewerThan(watched));
+    HANDLE hThread = nullptr;
+    CHECK_FALSE(slot.Claim(watched, hThread));
     CHECK(slot.IsSet());
-    CHECK_FALSE(slot.PutBack(&worker, watched));
 }
 
 TEST_CASE("a stop request that is watched keeps the thread's handle and gives another one")

@@ -116,13 +116,44 @@ TEST_CASE("a detach of a process that ends waits for no lock and skips a store i
         bench.clock.RunOnOtherThread(
             [&]
             {
-                Stores().disk.lock.Enter();
+                const StoreLockHold hold(Stores().disk.lock);
                 bench.clock.Block(release.Get());
             });
         bench.clock.WaitUntilAllAsleep();
         library.Detach(true);
         CHECK(Library::StoresLeft() == "disk ");
         CHECK(bench.clock.ElapsedMs() == 0);
+        SetEvent(release.Get());
+        bench.clock.AdvanceUntilWorkersEnd(1);
+    }
+}
+
+TEST_CASE("a detach waits five seconds at most for stores in other hands, leaves them, and logs it")
+{
+    ReportingBench bench;
+    UniqueHandle release;
+    {
+        const UnscriptedScope unscripted;
+        release.Reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    }
+    {
+        Library library(bench);
+        for (StoreLock* const pLock : {&Stores().disk.lock, &Stores().network.lock})
+        {
+            bench.clock.RunOnOtherThread(
+                [&bench, &release, pLock]
+                {
+                    const StoreLockHold hold(*pLock);
+                    bench.clock.Block(release.Get());
+                });
+        }
+        bench.clock.WaitUntilAllAsleep();
+        library.Detach(false);
+        CHECK(Library::StoresLeft() == "disk network ");
+        CHECK(library.Deleted().size() == 4);
+        CHECK(bench.clock.ElapsedMs() == 5000);
+        CHECK_THAT(bench.ReadLog(),
+                   HasLine(1, "DllMain -- samples are in use by a thread that still runs and were not freed."));
         SetEvent(release.Get());
         bench.clock.AdvanceUntilWorkersEnd(1);
     }

@@ -277,7 +277,7 @@ TEST_CASE("names outlive a clean-up for whoever holds them")
     const ReportingBench bench;
     const auto names = Stores().cpu.Publish(MakeNames({L"0"}));
     Stores().cpu.Append(0, 1);
-    CleanUtilizationStores(true);
+    CleanUtilizationStores(0);
     CHECK(Stores().cpu.GetNames()->empty());
     CHECK(Stores().cpu.All().empty());
     CHECK(std::wstring((*names)[0].get()) == L"0");
@@ -292,7 +292,7 @@ TEST_CASE("a clean-up empties every store")
     FillDisks({{L"0 C:", {1}}});
     FillMemoryStore({1}, {2});
     FillCards({MakeCard(2, L"00", 1, 1)});
-    CleanUtilizationStores(true);
+    CleanUtilizationStores(0);
     CHECK(Stores().cpu.GetNames()->empty());
     CHECK(Stores().cpu.All().empty());
     CHECK(Stores().memory.physical.Size() == 0);
@@ -342,14 +342,14 @@ TEST_CASE("a clean-up that must not wait skips a store in other hands, and only 
         });
     bench.clock.WaitUntilAllAsleep();
 
-    CleanUtilizationStores(false);
+    CleanUtilizationStores(0);
     CHECK(Stores().cpu.All().empty());
     CHECK(Stores().memory.physical.Size() == 1);
     CHECK(Stores().disk.All().empty());
 
     SetEvent(release.Get());
     bench.clock.AdvanceUntilWorkersEnd(1);
-    CleanUtilizationStores(false);
+    CleanUtilizationStores(0);
     CHECK(Stores().memory.physical.Size() == 0);
 }
 
@@ -357,7 +357,7 @@ TEST_CASE("a store's lock is made anew only when the ended thread owns it")
 {
     const ReportingBench bench;
     StoreLock& lock = Stores().disk.lock;
-    lock.Enter();
+    REQUIRE(lock.TryEnter());
     lock.RenewIfOwnedBy(GetCurrentThreadId() + 1);
     bool bTaken = true;
     const auto tryOnOtherThread = [&]

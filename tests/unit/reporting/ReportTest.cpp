@@ -298,4 +298,59 @@ TEST_CASE("each part of a report takes its store's lock, and no two at once")
     CHECK(bDone);
 }
 
+TEST_CASE("a part of a report whose store is in use for half a minute is left out, and logged")
+{
+    struct Part
+    {
+        StoreLock* pLock;
+        const char* pszLine;
+    };
+    UtilizationStores& stores = Stores();
+    const Part part = GENERATE_REF(values<Part>({
+        {&stores.cpu.lock, "CreatePKIXMLToMMF -- processors left out of the report: the samples are in use."},
+        {&stores.memory.lock,
+         "CreatePKIXMLToMMF -- averages of memory left out of the report: the samples are in use."},
+        {&stores.disk.lock, "CreatePKIXMLToMMF -- disks left out of the report: the samples are in use."},
+        {&stores.network.lock, "CreatePKIXMLToMMF -- network adapters left out of the report: the samples are in use."},
+    }));
+    CAPTURE(part.pszLine);
+    ReportingBench bench;
+    FillCpus({{L"0", {10}}, {L"1", {20}}});
+    FillMemoryStore({30}, {40});
+    FillDisks({{L"0 C:", {50}}});
+    FillCards({MakeCard(2, L"AA:BB", 1'000'000, 60)});
+    const UniqueHandle release(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    bench.clock.RunOnOtherThread(
+        [&]
+        {
+            const StoreLockHold hold(*part.pLock);
+            bench.clock.Block(release.Get());
+        });
+    bench.clock.WaitUntilAllAsleep();
+    const ULONGLONG ullStart = bench.clock.ElapsedMs();
+    const XmlElement report = MakeTree(60, 1);
+    CHECK(bench.clock.ElapsedMs() - ullStart == 30'000);
+    ExpectedReport expected(TIME);
+    if (part.pLock != &stores.cpu.lock)
+    {
+        expected.Cpu("0", 10).Cpu("1", 20);
+    }
+    const bool bMemory = part.pLock != &stores.memory.lock;
+    expected.Memory(bMemory ? 30 : 0, 10000, bMemory ? 40 : 0, 10000);
+    if (part.pLock != &stores.disk.lock)
+    {
+        expected.Disk("0", 50);
+    }
+    if (part.pLock != &stores.network.lock)
+    {
+        expected.Network("AA:BB", 1, 60);
+    }
+    CHECK(report == expected.Tree());
+    const LogFile log = bench.ReadLog();
+    CHECK_THAT(log, HasLine(1, part.pszLine));
+    CHECK(log.CountOfLevel(1) == 2); // and the lock's own
+    SetEvent(release.Get());
+    bench.clock.AdvanceUntilWorkersEnd(1);
+}
+
 } // namespace varnex::test

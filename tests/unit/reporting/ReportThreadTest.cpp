@@ -436,7 +436,7 @@ TEST_CASE("a report that is one character too large is not handed over at all")
     CHECK_THAT(log, HasLine(1, "CPKIUtlCheckingThread -- the report is too large(32758 bytes, the section holds "
                                "32756), length 0 is handed over."));
     // The next one, smaller again, is handed over.
-    CleanUtilizationStores(true);
+    CleanUtilizationStores(0);
     run.Ask(1, 1);
     CHECK(run.agent.TakeFinish());
     CHECK(ReadReport(run.agent.Text()) == ExpectedReport(TIME).Memory(0, 10000, 0, 10000).Tree());

@@ -40,7 +40,7 @@ ReportingBench::~ReportingBench()
     {
         StopPKIUtlThread();
     }
-    CleanUtilizationStores(true);
+    CleanUtilizationStores(0);
     Log()->Level = 0;
 }
 

@@ -26,6 +26,7 @@ using Wanted = HasLinesInOrder::Wanted;
 constexpr char START_LINE[] = "StartPKIUtlThread -- Start PKI utilization collection thread...";
 constexpr char STARTED_LINE[] = "StartPKIUtlThread -- Start PKI utilization collection thread finish...";
 constexpr char STOP_LINE[] = "StartPKIUtlThread -- Stop PKI utilization collection thread...";
+constexpr unsigned LINE_SECONDS = 5; // that a line waits for the log's mutex
 constexpr char STOPPED_LINE[] = "StartPKIUtlThread -- Stop PKI utilization collection thread finish...";
 
 struct Kind
@@ -156,6 +157,40 @@ public:
 private:
     ReportingBench& m_bench;
     UniqueHandle m_never;
+};
+
+// Another program holds the mutex of the log until it lets go.
+class HeldLog
+{
+public:
+    explicit HeldLog(ReportingBench& bench) : m_clock(bench.clock)
+    {
+        {
+            const UnscriptedScope unscripted;
+            m_release.Reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+        }
+        m_clock.RunOnOtherThread(
+            [this]
+            {
+                WaitForSingleObject(Log()->Mutex, INFINITE);
+                m_clock.Block(m_release.Get());
+                ReleaseMutex(Log()->Mutex);
+            });
+        m_clock.WaitUntilAllAsleep();
+    }
+    ~HeldLog() { LetGo(); }
+    HeldLog(const HeldLog&) = delete;
+    HeldLog& operator=(const HeldLog&) = delete;
+
+    void LetGo()
+    {
+        SetEvent(m_release.Get());
+        m_clock.WaitUntilAllAsleep();
+    }
+
+private:
+    VirtualClock& m_clock;
+    UniqueHandle m_release;
 };
 
 // The same machine once more, in place of calls that are stuck; other values, to tell them apart.
@@ -504,36 +539,87 @@ TEST_CASE("a request that meets a stop is not answered by the next start")
     CHECK(bench.ReadLog().CountContaining("has been signal") == 1);
 }
 
-TEST_CASE("a stuck thread is not ended while somebody writes to the log")
+TEST_CASE("stuck threads are ended while another program holds the log's mutex, and the log tells it later")
 {
     MachineBench bench;
     StuckCall stuck(bench);
     bench.Start();
-    stuck.Engage("memory");
-    bench.clock.Advance(65);
-    UniqueHandle release;
+    for (const char* pszKind : {"CPU", "memory", "disk", "network"})
     {
-        const UnscriptedScope unscripted;
-        release.Reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+        stuck.Engage(pszKind);
     }
-    bench.clock.RunOnOtherThread(
-        [&bench, hRelease = release.Get()]
+    bench.clock.Advance(65);
+    HeldLog held(bench);
+    // 15 for the workers, one for the log's mutex, one for the log's mutex once more, and five for each line of its own.
+    CHECK(bench.Stop() <= 15 + 1 + 1 + 2 * LINE_SECONDS);
+    CHECK(bench.imports.Calls("TerminateThread") == 4);
+    CHECK(bench.WorkersInSlots() == 0);
+    CHECK(SampleCounts() == Counts{0, 0, 0, 0});
+    CHECK(bench.ReadLog().CountContaining("ended by force") == 0);
+
+    held.LetGo();
+    const FreshMachine machine(bench);
+    bench.Start();
+    const LogFile log = bench.ReadLog();
+    CHECK(log.Count(1, "StopPKIUtlThread -- ended by force: CPU, memory, disk, network. Locks of the system may have "
+                       "gone with it: restart the process soon.") == 1);
+    CHECK_THAT(log, HasLine(2, STARTED_LINE)); // the log goes on
+    CHECK(bench.Stop() <= 2);
+    CHECK(bench.ReadLog().CountContaining("ended by force") == 1);
+}
+
+// It would take the mutex with it, and the log would be silent from then on.
+TEST_CASE("a report thread that is stuck in a line of the log is spared, and so is the store in its hands")
+{
+    MachineBench bench;
+    StuckCall stuck(bench);
+    bench.Start();
+    HostAgent agent(bench.names.Key());
+    agent.Ask(60, 1);
+    int nLines = 0;
+    bench.imports.Replace<decltype(::CreateFileA)>(
+        "CreateFileA",
+        [&](LPCSTR pszPath, DWORD dwAccess, DWORD dwShare, LPSECURITY_ATTRIBUTES pSecurity, DWORD dwHow,
+            DWORD dwAttributes, HANDLE hTemplate)
         {
-            WaitForSingleObject(Log()->Mutex, INFINITE);
-            bench.clock.Block(hRelease);
-            ReleaseMutex(Log()->Mutex);
+            // The first line that a report writes while it averages the processors.
+            if (++nLines == 6)
+            {
+                stuck.Block();
+            }
+            return CreateFileA(pszPath, dwAccess, dwShare, pSecurity, dwHow, dwAttributes, hTemplate);
         });
     bench.clock.WaitUntilAllAsleep();
-    REQUIRE(StopPKIUtlThread() == 0);
+    REQUIRE(nLines == 6);
+    bool bFree = true;
+    bench.clock.RunWhileAdvancing([&bFree] { bFree = Stores().cpu.lock.TryEnter(); });
+    REQUIRE_FALSE(bFree);
+    bench.clock.Advance(65); // the CPU sampler waits for its store
+    CHECK(bench.Stop() <= 15 + 1 + 1 + 2 * LINE_SECONDS);
     CHECK(bench.imports.Calls("TerminateThread") == 0);
-    CHECK(g_pUtlMemoryThread.IsSet());
+    CHECK(bench.WorkersInSlots() == 1);
+    CHECK(g_pUtlCheckingThread.IsSet());
+    CHECK(bench.clock.Workers() == 1);
+    CHECK(SampleCounts() == Counts{1, 0, 0, 0});
+    CHECK(bench.Stop() <= 15 + 1 + 1 + 2 * LINE_SECONDS);
+    CHECK(bench.WorkersInSlots() == 1);
 
-    SetEvent(release.Get());
+    stuck.End();
     bench.clock.WaitUntilAllAsleep();
-    CHECK(bench.Stop() == 15);
-    CHECK(bench.imports.Calls("TerminateThread") == 1);
-    CHECK(bench.WorkersInSlots() == 0);
-    CHECK_THAT(bench.ReadLog(), HasLine(2, STOPPED_LINE)); // the log goes on
+    CHECK(bench.WorkersInSlots() == 0); // it has gone by itself
+    bench.ForgetLog();
+    bench.Start();
+    CHECK(bench.clock.Workers() == 5);
+    const LogFile log = bench.ReadLog();
+    CHECK(log.Count(1, "StopPKIUtlThread -- a thread could not be ended, because it is writing to the log: report. The "
+                       "module must stay loaded.") == 1);
+    CHECK(log.Count(1, "StopPKIUtlThread -- samples are in use and were not freed: CPU.") == 1);
+    CHECK(Stores().cpu.Of(0).Size() == 1);
+    agent.Ask(60, 1);
+    bench.clock.WaitUntilAllAsleep();
+    CHECK(agent.TakeFinish());
+    CHECK(bench.Stop() <= 2);
+    CHECK(SampleCounts() == Counts{0, 0, 0, 0});
 }
 
 TEST_CASE("a thread that cannot be ended keeps its slot, and the next stop tries again")
@@ -571,7 +657,9 @@ TEST_CASE("a thread that dies only after the stop gave it up leaves its store's 
                                                        });
     bench.Stop();
     CHECK(g_pUtlNetworkThread.IsSet());
-    CHECK_THAT(bench.ReadLog(), HasLine(1, "StopPKIUtlThread -- a thread could not be ended."));
+    CHECK_THAT(bench.ReadLog(),
+               HasLine(1, "StopPKIUtlThread -- a thread could not be ended: network. The module must stay "
+                          "loaded."));
     REQUIRE(doomed);
     CHECK(bench.clock.Terminate(doomed.Get(), 0) != FALSE);
     bench.Stop();
@@ -623,7 +711,9 @@ TEST_CASE("a stop that gets no handle of a thread says so when that worker has l
     REQUIRE(bench.imports.Failures("DuplicateHandle") == 1);
     CHECK(bench.WorkersInSlots() == 0);
     CHECK(bench.clock.Workers() == 1);
-    CHECK(bench.ReadLog().Count(1, "StopPKIUtlThread -- a thread's end could not be seen.") == 1);
+    CHECK(bench.ReadLog().Count(1,
+                                "StopPKIUtlThread -- a thread's end could not be seen: network. The module must stay "
+                                "loaded.") == 1);
     stuck.End();
     bench.clock.AdvanceUntilWorkersEnd(1);
 }
@@ -658,10 +748,51 @@ TEST_CASE("a start during a stop makes workers that the stop leaves alone and th
     CHECK_FALSE(g_pUtlMemoryThread.IsSet());
     CHECK(bench.WorkersInSlots() == 4);
     CHECK(bench.clock.Workers() == 4);
+    // The samples of the new ones stay, the adapter's behind those of before.
+    CHECK(SampleCounts() == Counts{1, 0, 1, 3});
+    CHECK_THAT(bench.ReadLog(),
+               HasLine(1, "StartPKIUtlThread -- not started, because the last one is still stopping: memory."));
     CHECK(bench.Stop() <= 2);
     CHECK(bench.WorkersInSlots() == 0);
     CHECK(bench.clock.Workers() == 0);
     CHECK(bench.imports.Calls("TerminateThread") == 1);
+}
+
+TEST_CASE("a report thread that waits for a stuck sampler's store ends by itself at a stop, with the report")
+{
+    MachineBench bench;
+    StuckCall stuck(bench);
+    bench.Start();
+    HostAgent agent(bench.names.Key());
+    stuck.Engage("network"); // it holds its store's lock
+    bench.clock.Advance(65);
+    agent.Ask(60, 1);
+    bench.clock.Advance(20);
+    CHECK_FALSE(agent.TakeFinish());
+    CHECK(bench.Stop() == 15);
+    CHECK(bench.imports.Calls("TerminateThread") == 1); // the sampler's
+    CHECK(agent.TakeFinish());
+    CHECK(ReadReport(agent.Text()).children.size() == 4);
+    const LogFile log = bench.ReadLog();
+    CHECK_THAT(log,
+               HasLine(1, "CreatePKIXMLToMMF -- network adapters left out of the report: the samples are in use."));
+    CHECK_THAT(log, HasLine(3, "CPKIUtlCheckingThread -- thread exit..."));
+}
+
+TEST_CASE("a report does not wait for a stuck sampler longer than half a minute")
+{
+    MachineBench bench;
+    StuckCall stuck(bench);
+    bench.Start();
+    HostAgent agent(bench.names.Key());
+    stuck.Engage("network"); // it holds its store's lock
+    bench.clock.Advance(65);
+    agent.Ask(60, 1);
+    bench.clock.Advance(29);
+    CHECK_FALSE(agent.TakeFinish());
+    bench.clock.Advance(1);
+    CHECK(agent.TakeFinish());
+    CHECK(ReadReport(agent.Text()).children.size() == 4);
 }
 
 TEST_CASE("two stops at once end every worker once")
