@@ -244,6 +244,12 @@ bool WorkerSlot::Claim(const WatchedWorker& watched, HANDLE& hThread) noexcept
     return true;
 }
 
+bool WorkerSlot::IsClaimed(const WatchedWorker& watched) const noexcept
+{
+    const RecoverableLockHold hold(m_guard);
+    return HoldsGuarded(watched) && m_bClaimed;
+}
+
 void WorkerSlot::DropClaim() noexcept
 {
     const RecoverableLockHold hold(m_guard);

@@ -123,6 +123,8 @@ public:
     // Claims that worker, for the only one who may end its thread by force. False when it is not here (any more), or
     // somebody else has claimed it. Its thread's handle, null when there is none, stays open while it is claimed.
     bool Claim(const WatchedWorker& watched, HANDLE& hThread) noexcept;
+    // Whether that worker is here and claimed.
+    bool IsClaimed(const WatchedWorker& watched) const noexcept;
     // For whoever claimed the worker: its thread lives on, and it keeps its slot.
     void DropClaim() noexcept;
     // For whoever claimed the worker and has seen its thread's end: closes the handle and empties the slot. The object

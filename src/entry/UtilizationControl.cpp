@@ -24,12 +24,13 @@ namespace varnex
 namespace
 {
 
-constexpr int STOP_SECONDS = 15; // for workers that end by themselves, all together
-constexpr DWORD WRITERS_WAIT_MS =
-    1000;                          // for the log's mutex, before threads are ended by force and before signs are told
-constexpr int END_STEPS = 10;      // for threads to be gone, all together: so many steps
-constexpr DWORD END_STEP_MS = 100; // of that length
-constexpr DWORD CLEAN_WAIT_MS = 1000; // for the locks of all stores together
+// What a stop waits for, each for all workers together.
+constexpr int STOP_SECONDS = 15;        // for workers to end by themselves
+constexpr DWORD WRITERS_WAIT_MS = 1000; // for the log's mutex, before threads are ended by force; again for the signs
+constexpr DWORD END_STEP_MS = 100;
+constexpr int END_STEPS = 10;         // for the real end of threads that were ended by force
+constexpr int OTHERS_STEPS = 20;      // for last steps, and for threads that another stop ends
+constexpr DWORD CLEAN_WAIT_MS = 1000; // for the locks of the stores
 
 struct WorkerControl
 {
@@ -349,25 +350,15 @@ void LeaveLocksFor(DWORD dwEndedThreadId) noexcept
     }
 }
 
-// Makes sure of a worker's end. Null when its thread has ended by itself, else the sign that tells what became of it.
-Sign* ConcludeWorker(const StoppingWorker& worker, std::size_t nControl, WaitBudget& budget) noexcept
+// Makes sure of the end of a worker that this stop has claimed. Null when its thread has ended by itself, else the sign
+// that tells what became of it.
+Sign* ConcludeClaimed(const StoppingWorker& worker, std::size_t nControl, WaitBudget& budget) noexcept
 {
     WorkerSlot& slot = WORKER_CONTROLS[nControl].slot;
-    const HANDLE hThread = worker.bClaimed ? worker.hThread : worker.watched.thread.Get();
-    // One that is not claimed has left its slot itself and may still be in its last steps, or another stop has claimed it.
-    const auto isPending = [&] {
-        return worker.bClaimed ? worker.bForced && !HasEnded(hThread)
-                               : !HasEnded(hThread) || slot.Holds(worker.watched);
-    };
-    while (isPending() && budget.WaitAStep(HasEnded(hThread) ? nullptr : hThread))
+    while (worker.bForced && !HasEnded(worker.hThread) && budget.WaitAStep(worker.hThread))
     {
     }
-    const bool bEnded = HasEnded(hThread);
-    if (!worker.bClaimed)
-    {
-        return !bEnded || slot.Holds(worker.watched) ? &g_livesOn : worker.watched.bUnseen ? &g_unseen : nullptr;
-    }
-    if (!bEnded)
+    if (!HasEnded(worker.hThread))
     {
         slot.DropClaim();
         return worker.bWriting ? &g_writing : &g_livesOn;
@@ -381,6 +372,25 @@ Sign* ConcludeWorker(const StoppingWorker& worker, std::size_t nControl, WaitBud
     return worker.bForced ? &g_endedByForce : nullptr;
 }
 
+// The same for any other worker: it has left its slot itself and may still be in its last steps, or another stop has
+// claimed it.
+Sign* ConcludeOther(const StoppingWorker& worker, std::size_t nControl, WaitBudget& budget) noexcept
+{
+    const WorkerSlot& slot = WORKER_CONTROLS[nControl].slot;
+    const HANDLE hThread = worker.watched.thread.Get();
+    while (slot.IsClaimed(worker.watched) && budget.WaitAStep())
+    {
+    }
+    if (slot.Holds(worker.watched))
+    {
+        return &g_livesOn;
+    }
+    while (!HasEnded(hThread) && budget.WaitAStep(hThread))
+    {
+    }
+    return !HasEnded(hThread) ? &g_livesOn : worker.watched.bUnseen ? &g_unseen : nullptr;
+}
+
 // False when a thread lives on, or may live on.
 bool EndWorkers(StoppingWorkers& workers) noexcept
 {
@@ -389,14 +399,22 @@ bool EndWorkers(StoppingWorkers& workers) noexcept
         EndByForce(workers);
     }
     bool bAllEnded = true;
-    WaitBudget budget(END_STEPS, END_STEP_MS);
-    for (const std::size_t nControl : END_ORDER)
+    // This stop's own first: another one may wait for them.
+    for (const bool bClaimed : {true, false})
     {
-        Sign* const pSign = ConcludeWorker(workers[nControl], nControl, budget);
-        if (pSign != nullptr)
+        WaitBudget budget(bClaimed ? END_STEPS : OTHERS_STEPS, END_STEP_MS);
+        for (const std::size_t nControl : END_ORDER)
         {
-            pSign->kinds |= KindAt(nControl);
-            bAllEnded = bAllEnded && pSign == &g_endedByForce;
+            const StoppingWorker& worker = workers[nControl];
+            if (worker.bClaimed == bClaimed)
+            {
+                Sign* const pSign = (bClaimed ? ConcludeClaimed : ConcludeOther)(worker, nControl, budget);
+                if (pSign != nullptr)
+                {
+                    pSign->kinds |= KindAt(nControl);
+                    bAllEnded = bAllEnded && pSign == &g_endedByForce;
+                }
+            }
         }
     }
     return bAllEnded;

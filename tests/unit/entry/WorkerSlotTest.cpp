@@ -124,7 +124,9 @@ TEST_CASE("a claimed worker keeps its slot, cannot withdraw, and is claimed only
     REQUIRE(slot.Publish(&worker));
     const WatchedWorker watched = slot.RequestStopAndWatch();
     CHECK(slot.Holds(watched));
+    CHECK_FALSE(slot.IsClaimed(watched));
     CHECK(slot.Claim(watched, hThread));
+    CHECK(slot.IsClaimed(watched));
     CHECK(slot.IsSet());
     CHECK(slot.Holds(watched));
     CHECK_FALSE(slot.Claim(watched, hThread));
@@ -135,6 +137,7 @@ TEST_CASE("a claimed worker keeps its slot, cannot withdraw, and is claimed only
     CHECK(TestWorker::s_nFreed == 0);
 
     slot.DropClaim();
+    CHECK_FALSE(slot.IsClaimed(watched));
     CHECK(slot.Holds(watched));
     CHECK(slot.Claim(watched, hThread));
     slot.EmptyClaimed();

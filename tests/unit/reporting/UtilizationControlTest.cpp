@@ -568,6 +568,28 @@ TEST_CASE("stuck threads are ended while another program holds the log's mutex, 
     CHECK(bench.ReadLog().CountContaining("ended by force") == 1);
 }
 
+TEST_CASE("a stuck thread that cannot be made to stand still while somebody else holds the log's mutex lives on")
+{
+    MachineBench bench;
+    StuckCall stuck(bench);
+    bench.Start();
+    stuck.Engage("memory");
+    bench.clock.Advance(65);
+    {
+        HeldLog held(bench);
+        bench.imports.FailCall("SuspendThread", 1, FailMode::FromThereOn, ERROR_ACCESS_DENIED, static_cast<DWORD>(-1));
+        bench.Stop();
+        CHECK(bench.imports.Failures("SuspendThread") == 1);
+        CHECK(bench.imports.Calls("TerminateThread") == 0);
+        CHECK(g_pUtlMemoryThread.IsSet());
+    }
+    CHECK(bench.Stop() == 15);
+    CHECK(bench.imports.Calls("TerminateThread") == 1);
+    CHECK(bench.WorkersInSlots() == 0);
+    CHECK_THAT(bench.ReadLog(), HasLine(1, "StopPKIUtlThread -- a thread could not be ended: memory. The module must "
+                                           "stay loaded."));
+}
+
 // It would take the mutex with it, and the log would be silent from then on.
 TEST_CASE("a report thread that is stuck in a line of the log is spared, and so is the store in its hands")
 {
@@ -591,12 +613,13 @@ TEST_CASE("a report thread that is stuck in a line of the log is spared, and so 
         });
     bench.clock.WaitUntilAllAsleep();
     REQUIRE(nLines == 6);
+    stuck.Engage("memory"); // this one is not spared
     bool bFree = true;
     bench.clock.RunWhileAdvancing([&bFree] { bFree = Stores().cpu.lock.TryEnter(); });
     REQUIRE_FALSE(bFree);
     bench.clock.Advance(65); // the CPU sampler waits for its store
     CHECK(bench.Stop() <= 15 + 1 + 1 + 2 * LINE_SECONDS);
-    CHECK(bench.imports.Calls("TerminateThread") == 0);
+    CHECK(bench.imports.Calls("TerminateThread") == 1);
     CHECK(bench.WorkersInSlots() == 1);
     CHECK(g_pUtlCheckingThread.IsSet());
     CHECK(bench.clock.Workers() == 1);
@@ -607,6 +630,7 @@ TEST_CASE("a report thread that is stuck in a line of the log is spared, and so 
     stuck.End();
     bench.clock.WaitUntilAllAsleep();
     CHECK(bench.WorkersInSlots() == 0); // it has gone by itself
+    const FreshMachine machine(bench);
     bench.ForgetLog();
     bench.Start();
     CHECK(bench.clock.Workers() == 5);
@@ -614,6 +638,7 @@ TEST_CASE("a report thread that is stuck in a line of the log is spared, and so 
     CHECK(log.Count(1, "StopPKIUtlThread -- a thread could not be ended, because it is writing to the log: report. The "
                        "module must stay loaded.") == 1);
     CHECK(log.Count(1, "StopPKIUtlThread -- samples are in use and were not freed: CPU.") == 1);
+    CHECK(log.CountContaining("StopPKIUtlThread -- ended by force: memory.") == 1);
     CHECK(Stores().cpu.Of(0).Size() == 1);
     agent.Ask(60, 1);
     bench.clock.WaitUntilAllAsleep();

@@ -409,6 +409,25 @@ TEST_CASE("a sleeping worker can be ended by force")
     CHECK(dwExitCode == 3);
 }
 
+TEST_CASE("a worker that is suspended stands still without it, so that it can be ended or go on")
+{
+    ImportRedirector redirector;
+    VirtualClock clock(redirector);
+    Journal journal;
+    Ticker ticker{&journal, "t", 1000};
+    const UniqueHandle thread(StartTicker(ticker));
+    clock.Advance(1);
+    CHECK(SuspendThread(thread.Get()) == 0);
+    ResumeThread(thread.Get());
+    clock.Advance(1);
+    CHECK(journal.Text() == "ttt");
+    CHECK(SuspendThread(thread.Get()) == 0);
+    CHECK(TerminateThread(thread.Get(), 0) != FALSE);
+    clock.Advance(5);
+    CHECK(clock.Workers() == 0);
+    CHECK(journal.Text() == "ttt");
+}
+
 TEST_CASE("a sleeping worker that is ended by force leaves its sleep by itself")
 {
     static DWORD dwIndex = 0;
