@@ -92,26 +92,37 @@ constexpr LanguageNames PORTUGUESE = {{
     "Bytes de disco/s",
 }};
 
-const LanguageNames& NamesOfSystemLanguage() noexcept
+struct Language
 {
-    switch (PRIMARYLANGID(GetSystemDefaultLangID()))
+    WORD wPrimary;
+    const LanguageNames* pNames;
+};
+
+constexpr Language LANGUAGES[] = {{LANG_GERMAN, &GERMAN},
+                                  {LANG_SPANISH, &SPANISH},
+                                  {LANG_FRENCH, &FRENCH},
+                                  {LANG_ITALIAN, &ITALIAN},
+                                  {LANG_PORTUGUESE, &PORTUGUESE}};
+
+Language SystemLanguage() noexcept
+{
+    const WORD wPrimary = PRIMARYLANGID(GetSystemDefaultLangID());
+    for (const Language& language : LANGUAGES)
     {
-    case LANG_GERMAN:
-        return GERMAN;
-    case LANG_SPANISH:
-        return SPANISH;
-    case LANG_FRENCH:
-        return FRENCH;
-    case LANG_ITALIAN:
-        return ITALIAN;
-    case LANG_PORTUGUESE:
-        return PORTUGUESE;
-    default:
-        return ENGLISH;
+        if (language.wPrimary == wPrimary)
+        {
+            return language;
+        }
     }
+    return {LANG_ENGLISH, &ENGLISH};
 }
 
 } // namespace
+
+WORD CounterLanguage() noexcept
+{
+    return SystemLanguage().wPrimary;
+}
 
 int GetCounterResourceString(UINT nRole, char* pszBuffer, const DWORD* pcchBuffer) noexcept
 {
@@ -119,7 +130,7 @@ int GetCounterResourceString(UINT nRole, char* pszBuffer, const DWORD* pcchBuffe
     {
         return -1;
     }
-    const LanguageNames& names = NamesOfSystemLanguage();
+    const LanguageNames& names = *SystemLanguage().pNames;
     if (nRole >= FIRST_ROLE && nRole < FIRST_ROLE + ROLES && pcchBuffer != nullptr)
     {
         CopyTextA(pszBuffer, *pcchBuffer, names.apszName[nRole - FIRST_ROLE]);

@@ -7,8 +7,9 @@
 namespace varnex
 {
 
-// The display names by which performance counters are found, in the system's default language. German, Spanish,
-// French, Italian and Portuguese have names of their own; every other language uses the English ones.
+// The display names by which performance counters are found, in the language of the system locale. German, Spanish,
+// French, Italian and Portuguese have names of their own; every other language uses the English ones. Windows names its
+// counters in its display language: where the two differ, none is found.
 enum CounterRole : UINT
 {
     IDS_PROCESSOR_OBJECT = 101,
@@ -27,6 +28,9 @@ constexpr int OBJECT_NAME_CHARS = 256;
 constexpr int SHORT_NAME_CHARS = 64; // of an instance or a counter
 
 // All of these may be called on any thread, and none throws.
+
+// The primary language of the names: one of the six.
+WORD CounterLanguage() noexcept;
 
 // Copies a role's name, code page 1252 text, into a buffer of *pcchBuffer characters; a longer name is cut.
 // Returns -1 for a null buffer and 0 else. An unknown role and a null pcchBuffer leave the buffer as it is: callers

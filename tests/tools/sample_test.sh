@@ -72,6 +72,8 @@ rm "$folder/diskstats"
 expect 1 "^disk: not read" sample
 grep -q "0xc0000bb8 PDH_CSTATUS_NO_OBJECT: " "$folder/output" || fail "the code is not told in words"
 grep -q "What to do: .*lodctr /E:PerfDisk" "$folder/output" || fail "the remedy for the disk counters is not told"
+grep -q "The module asked by the English names: .* system locale.* display language, which is English for this account" \
+  "$folder/output" || fail "the language of the names is not told: $(cat "$folder/output")"
 grep -q "^  processor 1, utilization  *0 %" "$folder/output" || fail "the processors are missed along with the disks"
 rm "$folder/stat"
 expect_samples '
@@ -126,6 +128,14 @@ ended=0
   fail "a counter that cannot be named ended with $ended: $(cut -c1-200 "$folder/output")"
 (cd "$folder" && find A | sort) | diff "$folder/before" - || fail "reading the sources left something behind"
 ls "$drive" | diff "$folder/drive_before" - || fail "reading the sources wrote a log"
+
+# A German system's counters are asked for by their German names; the disks' are not there.
+ended=0
+WINEPDH_DISKSTATS=$(windows_path "$folder/nowhere") "$(dirname "${BASH_SOURCE[0]}")/../support/in-locale.sh" de_DE \
+  "$bin/varnexhost.exe" sample >"$folder/output" || ended=$?
+[ "$ended" -eq 1 ] && grep -q "^cpu: read" "$folder/output" &&
+  grep -q "The module asked by the German names: .* which is German for this account" "$folder/output" ||
+  fail "the German names are not told ($ended): $(cat "$folder/output")"
 
 # It may run beside a host agent.
 begin_watch --alerts cpu --seconds 6

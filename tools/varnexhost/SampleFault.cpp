@@ -2,6 +2,7 @@
 
 #include "SampleStatus.h"
 
+#include <iterator>
 #include <utility>
 
 #include <pdhmsg.h>
@@ -54,6 +55,32 @@ const wchar_t* CounterRemedy(CounterRole object, DWORD dwStatus) noexcept
     }
 }
 
+std::wstring LanguageName(WORD wLanguage)
+{
+    wchar_t wszName[80] = L"";
+    const LCID nLocale = MAKELCID(MAKELANGID(wLanguage, SUBLANG_DEFAULT), SORT_DEFAULT);
+    GetLocaleInfoW(nLocale, LOCALE_SENGLANGUAGE, wszName, static_cast<int>(std::size(wszName)));
+    return wszName;
+}
+
+// Counters that are asked for in one language and named in another are not found, and nothing is damaged.
+std::wstring LanguageRule()
+{
+    return L" The module asked by the " + LanguageName(CounterLanguage()) +
+           L" names: it takes those of the system locale, where that is German, Spanish, French, Italian or "
+           L"Portuguese, else the English ones. Windows names its counters in its display language, which is " +
+           LanguageName(PRIMARYLANGID(GetUserDefaultUILanguage())) +
+           L" for this account. Where the two differ, lodctr does not help: make them the same, one of these six "
+           L"(intl.cpl), and "
+           L"restart the machine.";
+}
+
+bool MayBeWrongName(DWORD dwStatus) noexcept
+{
+    return dwStatus == static_cast<DWORD>(PDH_CSTATUS_NO_OBJECT) ||
+           dwStatus == static_cast<DWORD>(PDH_CSTATUS_NO_COUNTER);
+}
+
 const wchar_t* PlainRemedy(PlainFault kind) noexcept
 {
     switch (kind)
@@ -79,7 +106,8 @@ SampleFault PlainFaultOf(PlainFault kind, std::wstring what, DWORD dwError)
 
 SampleFault CounterFault(CounterRole object, std::wstring what, DWORD dwStatus)
 {
-    return {std::move(what), StatusCode(dwStatus), StatusText(dwStatus), CounterRemedy(object, dwStatus)};
+    return {std::move(what), StatusCode(dwStatus), StatusText(dwStatus),
+            CounterRemedy(object, dwStatus) + (MayBeWrongName(dwStatus) ? LanguageRule() : L"")};
 }
 
 SampleFault EmptyCounterFault(CounterRole object, std::wstring what)

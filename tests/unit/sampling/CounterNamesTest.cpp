@@ -37,6 +37,7 @@ TEST_CASE_METHOD(CounterNamesTest, "each language has its own counter names to t
         for (const LANGID nLanguage : language.ids)
         {
             SetSystemLanguage(nLanguage);
+            CHECK(CounterLanguage() == PRIMARYLANGID(nLanguage));
             for (UINT nRole = FIRST_ROLE; nRole <= LAST_ROLE; ++nRole)
             {
                 CAPTURE(language.name, nLanguage, nRole);
@@ -55,6 +56,7 @@ TEST_CASE_METHOD(CounterNamesTest, "every language without names of its own gets
             SetSystemLanguage(MAKELANGID(nPrimary, SUBLANG_DEFAULT));
             CAPTURE(nPrimary);
             CHECK(Fetch(IDS_PROCESSOR_TIME) == "% Processor Time");
+            CHECK(CounterLanguage() == LANG_ENGLISH);
         }
     }
 }
