@@ -89,6 +89,18 @@ TEST_CASE("physical memory alone over the threshold gives one record named PH")
     host.StopAndEnd(VARNEX_ALERT_MEMORY);
 }
 
+TEST_CASE("an average of memory beyond 100 is judged and alerted as it is")
+{
+    MonitoredModule host(EachCycleJudged(101));
+    host.memory.SetPhysicalMB(1000, 1001); // more available than there is
+    host.memory.SetPagingMB(1000, 100);
+    host.LogEverything();
+    host.StartAndRun(VARNEX_ALERT_MEMORY);
+    CHECK(host.Alerts() == Lines{"2;101;4294967;PH"});
+    CHECK(host.LogOf("Before Checking") == Lines{CheckLine(4'294'967, 90, 101, 0, 0, 0, 0, 5)});
+    host.StopAndEnd(VARNEX_ALERT_MEMORY);
+}
+
 TEST_CASE("both kinds of memory over the threshold give two records, two counts and two flags in one cycle")
 {
     MonitoredModule host(EachCycleJudged());

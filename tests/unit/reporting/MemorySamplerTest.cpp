@@ -93,6 +93,22 @@ TEST_CASE("a memory query that fails stores a failed sample in both histories of
                                                                  "2026-01-31 12:01:00\t60\t30\r\n");
 }
 
+TEST_CASE("memory percentages beyond 100 are stored, traced and told as they are")
+{
+    ReportingBench bench;
+    bench.registry.SetSwitch(1);
+    bench.memory.SetPhysicalMB(1000, 1001); // more available than there is
+    bench.memory.SetPagingMB(2000, 2001);
+    MemoryRun run(bench);
+    CHECK(Physical() == std::vector<int>{4'294'967});
+    CHECK(PagingFile() == std::vector<int>{2'147'483});
+    CHECK(ReadFileBytes(bench.tree.InLogs(L"MemoryUtil.log")) == "Time\t\tPhysical Mem\tPage File\r\n"
+                                                                 "2026-01-31 12:00:00\t4294967\t2147483\r\n");
+    CHECK_THAT(bench.ReadLog(), HasLine(4, "MonPKIUtlMemoryThread -- (2026-01-31 12:00:00)(physical memory "
+                                           "usage:4294967, paging file usage:2147483)."));
+    CHECK(bench.ReadLog().CountOfLevel(1) == 0);
+}
+
 TEST_CASE("after 1441 cycles both memory histories hold 1440 samples, without the first")
 {
     ReportingBench bench(1);

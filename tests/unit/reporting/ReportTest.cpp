@@ -97,6 +97,25 @@ TEST_CASE("a report averages every history and tells each step in the log")
     CHECK_THAT(log, HasLinesInOrder(wanted));
 }
 
+TEST_CASE("averages beyond 0 and 100 stand in a report as they are")
+{
+    ReportingBench bench;
+    FillCpus({{L"0", {150, 151}}, {L"1", {-2, -7}}});
+    FillMemoryStore({150, 150}, {4'294'967, 4'294'967});
+    FillDisks({{L"0 C:", {-5, -6}}});
+    FillCards({MakeCard(2, L"AA:BB", 1'000'000, 250), MakeCard(3, L"CC:DD", -1, 0xFFFFFFFE)});
+    const UniqueBstr text = MakeText(60, 1); // not by the schema, which has no place for these
+    REQUIRE(text);
+    CHECK(ParseXml(text.Get()) == ExpectedReport(TIME)
+                                 .Cpu("0", 150)
+                                 .Cpu("1", -4)
+                                 .Memory(150, 10000, 4'294'967, 10000)
+                                 .Disk("0", -5)
+                                 .Network("AA:BB", 1, 250)
+                                 .Network("CC:DD", 0, -2)
+                                 .Tree());
+}
+
 TEST_CASE("a report of a machine of which nothing is known has zeroes for its memory only")
 {
     ReportingBench bench;

@@ -57,6 +57,37 @@ TEST_CASE("a report is written in the order of its parts, in its namespace, with
     CHECK(bench.ReadLog().Lines().empty());
 }
 
+TEST_CASE("every element and attribute of a report is made in its namespace, in the order of the report")
+{
+    ReportingBench bench;
+    const ComScope com;
+    ScriptedDom dom;
+    std::vector<std::wstring> made;
+    dom.Replace<HRESULT(IXMLDOMDocument*, VARIANT, BSTR, BSTR, IXMLDOMNode**)>(
+        DomMethod::CreateNode,
+        [&made](IXMLDOMDocument* pDocument, VARIANT type, BSTR bstrName, BSTR bstrSpace, IXMLDOMNode** ppNode)
+        {
+            const bool bElement = type.vt == VT_I4 && type.lVal == NODE_ELEMENT;
+            const bool bAttribute = type.vt == VT_I4 && type.lVal == NODE_ATTRIBUTE;
+            made.push_back((bElement ? L"" : bAttribute ? L"@" : L"?") + std::wstring(bstrName) + L" in " + bstrSpace);
+            return pDocument->createNode(type, bstrName, bstrSpace, ppNode);
+        });
+    UtilizationReport report = SampleReport();
+    report.cpus.resize(1);
+    report.disks.resize(1);
+    report.cards.resize(1);
+    CHECK(CreateKAPKIUtilizationXML(&report));
+    std::vector<std::wstring> expected;
+    for (const wchar_t* pwszName :
+         {L"ServerPKIInformation", L"Time", L"CPUUtil", L"@Index", L"@Utilization", L"MemoryUtil", L"@PhysicalMemUtil",
+          L"@PhysicalMemCapacity", L"@PageFileUtil", L"@PageFileCapacity", L"DiskUtil", L"@Index", L"@Throughput",
+          L"NetworkUtil", L"@MACAddress", L"@LinkSpeed", L"@Utilization"})
+    {
+        expected.push_back(pwszName + std::wstring(L" in AgentInfoProbe"));
+    }
+    CHECK(made == expected);
+}
+
 TEST_CASE("a report of a machine without disks and adapters has its memory still")
 {
     ReportingBench bench;
