@@ -470,6 +470,19 @@ TEST_CASE_METHOD(Fixture, "a disk that counts from the start again gives no valu
     CHECK(counter.ReadDouble() == Approx(1024.0));
 }
 
+TEST_CASE_METHOD(Fixture, "a disk that is not there yet gives no value until two collections after it has come")
+{
+    disks.Write(DiskLine("sda", 1000, 0));
+    const OneCounter counter(pdh, L"\\PhysicalDisk(1 D:)\\Disk Bytes/sec");
+    CHECK(counter.Collect() == PDH_NO_DATA);
+    CHECK(counter.ReadRefusal() == PDH_CSTATUS_NO_INSTANCE);
+    disks.Write(DiskLine("sda", 1000, 0) + DiskLine("sdb", 1000, 0));
+    CHECK(counter.Collect() == ERROR_SUCCESS);
+    CHECK(counter.ReadRefusal() == PDH_CSTATUS_INVALID_DATA);
+    CHECK(counter.Collect() == ERROR_SUCCESS);
+    CHECK(counter.ReadDouble() == 0.0);
+}
+
 TEST_CASE_METHOD(Fixture, "a disk that is away gives no value until two collections after it is back")
 {
     disks.Write(DiskLine("sda", 1000, 0) + DiskLine("sdb", 1000, 0));
@@ -595,9 +608,9 @@ TEST_CASE_METHOD(Fixture, "a path is taken apart and each part is checked")
         {L"\\\\elsewhere\\Processor(0)\\% Processor Time", PDH_CSTATUS_NO_MACHINE},
         {L"\\Memory(0)\\% Processor Time", PDH_CSTATUS_NO_OBJECT},
         {L"\\Processor(0)\\Disk Bytes/sec", PDH_CSTATUS_NO_COUNTER},
-        {L"\\Processor(2)\\% Processor Time", PDH_CSTATUS_NO_INSTANCE},
+        {L"\\Processor(2)\\% Processor Time", ERROR_SUCCESS}, // an instance may come later
         {L"\\Processor\\% Processor Time", PDH_CSTATUS_NO_INSTANCE},
-        {L"\\PhysicalDisk(2 E:)\\Disk Bytes/sec", PDH_CSTATUS_NO_INSTANCE},
+        {L"\\PhysicalDisk(2 E:)\\Disk Bytes/sec", ERROR_SUCCESS},
         {L"Processor(0)\\% Processor Time", PDH_CSTATUS_BAD_COUNTERNAME},
         {L"\\Processor(0)% Processor Time", PDH_CSTATUS_BAD_COUNTERNAME},
         {L"\\Processor(0\\% Processor Time", PDH_CSTATUS_BAD_COUNTERNAME},

@@ -67,6 +67,25 @@ PDH_STATUS CopyNameList(const std::vector<std::wstring>& names, Character* pTarg
     return ERROR_SUCCESS;
 }
 
+// "\\Object(instance)\\Counter"; an instance may hold any of these characters.
+struct PathParts
+{
+    std::wstring object;
+    std::wstring counter;
+};
+
+std::optional<PathParts> PartsOf(const std::wstring& path)
+{
+    const std::size_t nInstance = path.find(L'(');
+    const std::size_t nCounter = path.rfind(L")\\");
+    if (path.empty() || path[0] != L'\\' || nInstance == std::wstring::npos || nCounter == std::wstring::npos ||
+        nCounter < nInstance)
+    {
+        return std::nullopt;
+    }
+    return PathParts{path.substr(1, nInstance - 1), path.substr(nCounter + 2)};
+}
+
 } // namespace
 
 struct ScriptedPdh::State
@@ -80,6 +99,7 @@ struct ScriptedPdh::State
     {
         std::wstring path;
         void* hQuery;
+        unsigned nSamples = 0;
     };
     struct Source
     {
@@ -176,13 +196,37 @@ struct ScriptedPdh::State
         {
             return WrongHandle();
         }
-        if (sources.count(path) == 0)
+        const PDH_STATUS status = StatusOfPath(path);
+        if (status == ERROR_SUCCESS)
         {
-            return Status(PDH_CSTATUS_NO_COUNTER);
+            *phCounter = NewHandle();
+            counters[*phCounter] = {path, hQuery};
         }
-        *phCounter = NewHandle();
-        counters[*phCounter] = {path, hQuery};
-        return ERROR_SUCCESS;
+        return status;
+    }
+
+    // An instance that is not there is no reason to refuse a counter: it may come.
+    PDH_STATUS StatusOfPath(const std::wstring& path) const
+    {
+        const std::optional<PathParts> asked = PartsOf(path);
+        if (!asked)
+        {
+            return Status(PDH_CSTATUS_BAD_COUNTERNAME);
+        }
+        bool bObject = objects.count(asked->object) != 0;
+        for (const auto& [known, source] : sources)
+        {
+            const std::optional<PathParts> parts = PartsOf(known);
+            if (parts && parts->object == asked->object)
+            {
+                if (parts->counter == asked->counter)
+                {
+                    return ERROR_SUCCESS;
+                }
+                bObject = true;
+            }
+        }
+        return Status(bObject ? PDH_CSTATUS_NO_COUNTER : PDH_CSTATUS_NO_OBJECT);
     }
 
     PDH_STATUS RemoveCounter(PDH_HCOUNTER hCounter)
@@ -190,7 +234,24 @@ struct ScriptedPdh::State
         return counters.erase(hCounter) == 0 ? WrongHandle() : ERROR_SUCCESS;
     }
 
-    PDH_STATUS Collect(PDH_HQUERY hQuery) { return queries.count(hQuery) == 0 ? WrongHandle() : ERROR_SUCCESS; }
+    // No data: the query has no counter, or there is no instance for any that it has.
+    PDH_STATUS Collect(PDH_HQUERY hQuery)
+    {
+        if (queries.count(hQuery) == 0)
+        {
+            return WrongHandle();
+        }
+        PDH_STATUS status = Status(PDH_NO_DATA);
+        for (auto& [hCounter, counter] : counters)
+        {
+            if (counter.hQuery == hQuery && sources.count(counter.path) != 0)
+            {
+                ++counter.nSamples;
+                status = ERROR_SUCCESS;
+            }
+        }
+        return status;
+    }
 
     PDH_STATUS Read(PDH_HCOUNTER hCounter, DWORD dwFormat, PPDH_FMT_COUNTERVALUE pValue, std::wstring& subject)
     {
@@ -203,6 +264,10 @@ struct ScriptedPdh::State
         if ((dwFormat & PDH_FMT_DOUBLE) == 0)
         {
             return Status(PDH_INVALID_ARGUMENT); // the module reads doubles only
+        }
+        if (counter->second.nSamples < 2)
+        {
+            return Status(PDH_INVALID_DATA); // a rate lies between two samples
         }
         const Reading reading = NextReading(sources[subject]);
         if (reading.status == ERROR_SUCCESS)

@@ -29,9 +29,11 @@ struct PdhCall
 //     pdh.QueueValues(L"\\PhysicalDisk(0 C:)\\Disk Bytes/sec", {0.0, 1048576.0}); // these first
 //     pdh.QueueStatus("PdhCollectQueryData", {ERROR_SUCCESS, PDH_NO_DATA});       // the second call fails
 //
-// Both character widths are answered from the same data, narrow texts in the system's code page. Unknown objects and
-// counters get the statuses that Windows gives. Handles are checked: a wrong one, or one that was closed, answers
-// PDH_INVALID_HANDLE and shows up in WrongHandles().
+// Both character widths are answered from the same data, narrow texts in the system's code page. What Windows documents
+// is kept: an unknown object, an unknown counter and a path that is none are refused, an instance that is not there is
+// not; the collection of a query without a counter that has an instance answers PDH_NO_DATA; a value is there from the
+// second sample on. Handles are checked: a wrong one, or one that was closed, answers PDH_INVALID_HANDLE and shows up
+// in WrongHandles().
 class ScriptedPdh
 {
 public:

@@ -68,7 +68,7 @@ DWORD FindCounter(const CounterPath& path, std::optional<CCounter>& counter)
     {
         return PDH_CSTATUS_NO_COUNTER;
     }
-    if (!FindInstance(*samples, path.instance))
+    if (path.instance.empty())
     {
         return PDH_CSTATUS_NO_INSTANCE;
     }

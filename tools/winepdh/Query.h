@@ -30,13 +30,13 @@ private:
     DWORD m_dwStatus = PDH_CSTATUS_INVALID_DATA;
 };
 
-// The counter that a path names, checked against the machine as it is now.
+// The counter that a path names, checked against the machine as it is now, but for its instance, which may come later.
 DWORD FindCounter(const CounterPath& path, std::optional<CCounter>& counter);
 
 using QueryCounters = std::map<HANDLE, CCounter>;
 
 // Takes one sample of every counter, all those of one object from the same reading. PDH_NO_DATA when no counter gets
-// any.
+// any, as when there is none.
 DWORD CollectCounters(QueryCounters& counters);
 
 // All open queries with their counters. A handle is never given out twice, so a stale one is always recognised, and

@@ -105,7 +105,6 @@ private:
     void EndWorkers(ScenarioOutcome& outcome);
     std::size_t CountAlerts(const std::wstring& file) const;
     void CheckFiles() const;
-    bool CounterWasRefused() const;
     void CheckHoldings() const;
 
     const int m_nLogLevel;

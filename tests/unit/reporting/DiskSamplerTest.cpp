@@ -106,6 +106,19 @@ TEST_CASE("a disk whose second collection fails is stored as failed, without a m
     CHECK(Samples(0) == Throughputs{-1, 1000});
 }
 
+TEST_CASE("a disk whose counter is refused is stored as failed after 100 ms, without a message of its own")
+{
+    ReportingBench bench;
+    bench.SetDisks({L"0 C:", L"1 D:"});
+    bench.pdh.QueueStatus("PdhAddCounterA", {static_cast<PDH_STATUS>(PDH_CSTATUS_NO_COUNTER)});
+    DiskRun run(bench);
+    bench.clock.AdvanceMs(200);
+    CHECK(Samples(0) == Throughputs{-1});
+    CHECK(Samples(1) == Throughputs{1000});
+    CHECK(bench.ReadLog().CountOfLevel(1) == 0);
+    CHECK(bench.ReadLog().CountContaining("too many times") == 0);
+}
+
 TEST_CASE("a disk that stays idle is measured as 0 after six seconds")
 {
     ReportingBench bench;

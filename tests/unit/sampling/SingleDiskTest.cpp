@@ -169,22 +169,40 @@ TEST_CASE_METHOD(SingleDiskTest, "a disk query that does not open is printed wit
     CheckNoLog();
 }
 
-TEST_CASE_METHOD(SingleDiskTest, "a disk counter that cannot be added reads as a missing value")
+TEST_CASE_METHOD(SingleDiskTest, "a disk counter that cannot be added ends the reading after 100 ms without a word")
 {
     m_pdh.QueueStatus("PdhAddCounterA", {PdhStatus(0xC0000BB9)});
-    const Measurement measurement = Measure();
+    Measurement measurement;
+    CHECK(CaptureOutput([&] { measurement = Measure(); }).empty());
     CHECK(measurement.nStatus == 0);
-    CHECK(measurement.nBytes == 0);
-    CHECK(Readings() == 6);
-    CHECK(m_pdh.OpenQueries() == 0);
-    CHECK_THAT(ReadLog(), HasLine(4, GIVEN_UP));
+    CHECK(measurement.nBytes == UNTOUCHED);
+    CHECK(Readings() == 0);
+    CHECK(m_clock.ElapsedMs() == 100);
+    CHECK(PdhFunctions() == std::vector<std::string>{"PdhOpenQueryA", "PdhAddCounterA", "PdhCollectQueryData",
+                                                     "PdhCollectQueryData", "PdhCloseQuery"});
+    CheckNothingOpen();
+    CheckNoLog();
 }
 
-TEST_CASE_METHOD(SingleDiskTest, "the result of a disk's first collection does not count")
+TEST_CASE_METHOD(SingleDiskTest, "a disk that is not there ends the reading after 100 ms without a word")
+{
+    const Measurement measurement = Measure("7 X:");
+    CHECK(measurement.nStatus == 0);
+    CHECK(measurement.nBytes == UNTOUCHED);
+    CHECK(Readings() == 0);
+    CHECK(m_clock.ElapsedMs() == 100);
+    CheckCleanedUp();
+    CheckNoLog();
+}
+
+TEST_CASE_METHOD(SingleDiskTest, "a disk's first collection that fails costs a second: a rate lies between two")
 {
     FailCollection(1);
     m_pdh.QueueValues(PATH, {5.0});
     CHECK(Measure().nBytes == 5);
+    CHECK(Readings() == 2);
+    CHECK(m_clock.ElapsedMs() == 1100);
+    CheckNoLog();
 }
 
 TEST_CASE_METHOD(SingleDiskTest, "a failed second collection leaves the result alone without a word")

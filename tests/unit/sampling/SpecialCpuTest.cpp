@@ -192,12 +192,15 @@ TEST_CASE_METHOD(SpecialCpuTest, "a processor counter that cannot be added is lo
                   "failed[0xc0000bb9], exit...."}});
 }
 
-TEST_CASE_METHOD(SpecialCpuTest, "the result of the first collection does not count")
+TEST_CASE_METHOD(SpecialCpuTest,
+                 "the result of the first collection does not count, but the next one is then the first")
 {
     m_pdh.QueueStatus("PdhCollectQueryData", {PdhStatus(0x800007D5)});
     QueueReading(42.0);
     CHECK(GetSpecialCPUUtilization(L"0") == 42);
-    CheckNoLog();
+    CHECK(m_pdh.CountCalls("PdhCollectQueryData") == 3);
+    CheckLog({{4, "GetCPUUtilization -- PdhGetFormattedCounterValue failed, CPU counter name(0), error "
+                  "code(0xc0000bc6)"}});
 }
 
 TEST_CASE_METHOD(SpecialCpuTest, "a failed second collection is logged and returned")

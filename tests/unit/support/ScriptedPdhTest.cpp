@@ -69,7 +69,9 @@ TEST_CASE("a buffer that is too small gets the length that it needs")
 TEST_CASE("an unknown object and an unknown counter are refused")
 {
     ImportRedirector redirector;
-    const ScriptedPdh pdh(redirector);
+    ScriptedPdh pdh(redirector);
+    pdh.SetInstances(L"Processor", {L"0"});
+    pdh.SetValue(L"\\PhysicalDisk(0 C:)\\Disk Bytes/sec", 1.0);
     wchar_t wszText[10];
     DWORD cchCounters = 10;
     DWORD cchInstances = 10;
@@ -78,8 +80,75 @@ TEST_CASE("an unknown object and an unknown counter are refused")
     PDH_HQUERY hQuery = nullptr;
     PDH_HCOUNTER hCounter = nullptr;
     REQUIRE(PdhOpenQueryW(nullptr, 0, &hQuery) == ERROR_SUCCESS);
-    CHECK(PdhAddCounterW(hQuery, L"\\Nothing(0)\\None", 0, &hCounter) == Status(PDH_CSTATUS_NO_COUNTER));
+    CHECK(PdhAddCounterW(hQuery, L"\\Nothing(0)\\None", 0, &hCounter) == Status(PDH_CSTATUS_NO_OBJECT));
+    CHECK(PdhAddCounterW(hQuery, L"\\Processor(0)\\None", 0, &hCounter) == Status(PDH_CSTATUS_NO_COUNTER));
+    CHECK(PdhAddCounterW(hQuery, L"\\PhysicalDisk(0 C:)\\None", 0, &hCounter) == Status(PDH_CSTATUS_NO_COUNTER));
+    for (const wchar_t* pwszPath : {L"", L"\\PhysicalDisk(0 C:", L"PhysicalDisk(0 C:)\\Time", L"\\PhysicalDisk\\Time"})
+    {
+        CHECK(PdhAddCounterW(hQuery, pwszPath, 0, &hCounter) == Status(PDH_CSTATUS_BAD_COUNTERNAME));
+    }
+    CHECK(hCounter == nullptr);
     CHECK(PdhCloseQuery(hQuery) == ERROR_SUCCESS);
+}
+
+namespace
+{
+
+void CheckThatQueryWithoutCounterHasNoData()
+{
+    PDH_HQUERY hQuery = nullptr;
+    PDH_HCOUNTER hCounter = nullptr;
+    REQUIRE(PdhOpenQueryW(nullptr, 0, &hQuery) == ERROR_SUCCESS);
+    CHECK(PdhCollectQueryData(hQuery) == Status(PDH_NO_DATA));
+    CHECK(PdhAddCounterW(hQuery, L"\\Nothing(0)\\None", 0, &hCounter) != ERROR_SUCCESS);
+    CHECK(PdhCollectQueryData(hQuery) == Status(PDH_NO_DATA));
+    CHECK(PdhCloseQuery(hQuery) == ERROR_SUCCESS);
+}
+
+} // namespace
+
+TEST_CASE("a query whose counter was refused has no data, by the script as by the system")
+{
+    CheckThatQueryWithoutCounterHasNoData();
+    ImportRedirector redirector;
+    const ScriptedPdh pdh(redirector);
+    CheckThatQueryWithoutCounterHasNoData();
+}
+
+TEST_CASE("a query whose only counter was removed has no data")
+{
+    ImportRedirector redirector;
+    ScriptedPdh pdh(redirector);
+    pdh.SetValue(L"\\A(b)\\c", 1.0);
+    PDH_HQUERY hQuery = nullptr;
+    PDH_HCOUNTER hCounter = nullptr;
+    PdhOpenQueryW(nullptr, 0, &hQuery);
+    PdhAddCounterW(hQuery, L"\\A(b)\\c", 0, &hCounter);
+    CHECK(PdhCollectQueryData(hQuery) == ERROR_SUCCESS);
+    PdhRemoveCounter(hCounter);
+    CHECK(PdhCollectQueryData(hQuery) == Status(PDH_NO_DATA));
+    PdhCloseQuery(hQuery);
+}
+
+TEST_CASE("a counter of an instance that is not there is taken, and has data once the instance has come")
+{
+    ImportRedirector redirector;
+    ScriptedPdh pdh(redirector);
+    pdh.SetValue(L"\\A(b)\\c", 1.0);
+    PDH_HQUERY hQuery = nullptr;
+    PDH_HCOUNTER hCounter = nullptr;
+    PdhOpenQueryW(nullptr, 0, &hQuery);
+    CHECK(PdhAddCounterW(hQuery, L"\\A(later)\\c", 0, &hCounter) == ERROR_SUCCESS);
+    CHECK(PdhCollectQueryData(hQuery) == Status(PDH_NO_DATA));
+    double dValue = -1.0;
+    CHECK(ReadDouble(hCounter, dValue) == Status(PDH_INVALID_DATA));
+    pdh.SetValue(L"\\A(later)\\c", 2.0);
+    CHECK(PdhCollectQueryData(hQuery) == ERROR_SUCCESS);
+    CHECK(ReadDouble(hCounter, dValue) == Status(PDH_INVALID_DATA)); // a rate lies between two samples
+    CHECK(PdhCollectQueryData(hQuery) == ERROR_SUCCESS);
+    CHECK(ReadDouble(hCounter, dValue) == ERROR_SUCCESS);
+    CHECK(dValue == 2.0);
+    PdhCloseQuery(hQuery);
 }
 
 TEST_CASE("a counter reads its queue first and its value afterwards")
@@ -93,6 +162,7 @@ TEST_CASE("a counter reads its queue first and its value afterwards")
     PDH_HCOUNTER hCounter = nullptr;
     REQUIRE(PdhOpenQueryA(nullptr, 0, &hQuery) == ERROR_SUCCESS);
     REQUIRE(PdhAddCounterA(hQuery, "\\P(0 C:)\\B", 0, &hCounter) == ERROR_SUCCESS);
+    CHECK(PdhCollectQueryData(hQuery) == ERROR_SUCCESS);
     CHECK(PdhCollectQueryData(hQuery) == ERROR_SUCCESS);
     double dValue = -1.0;
     CHECK(ReadDouble(hCounter, dValue) == ERROR_SUCCESS);
@@ -115,11 +185,14 @@ TEST_CASE("statuses can be scripted for single calls and for good")
 {
     ImportRedirector redirector;
     ScriptedPdh pdh(redirector);
+    pdh.SetValue(L"\\A(b)\\c", 1.0);
     PDH_HQUERY hQuery = nullptr;
+    PDH_HCOUNTER hCounter = nullptr;
     pdh.QueueStatus("PdhOpenQueryW", {Status(PDH_INVALID_ARGUMENT)});
     CHECK(PdhOpenQueryW(nullptr, 0, &hQuery) == Status(PDH_INVALID_ARGUMENT));
     CHECK(pdh.OpenQueries() == 0);
     CHECK(PdhOpenQueryW(nullptr, 0, &hQuery) == ERROR_SUCCESS);
+    CHECK(PdhAddCounterW(hQuery, L"\\A(b)\\c", 0, &hCounter) == ERROR_SUCCESS);
     pdh.QueueStatus("PdhCollectQueryData", {ERROR_SUCCESS, Status(PDH_NO_DATA)});
     CHECK(PdhCollectQueryData(hQuery) == ERROR_SUCCESS);
     CHECK(PdhCollectQueryData(hQuery) == Status(PDH_NO_DATA));
