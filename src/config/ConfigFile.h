@@ -23,7 +23,7 @@ public:
 
 private:
     const wchar_t* m_pwszText; // the kept one, or this one's own
-    wchar_t m_wszOwn[PATH_CHARS];
+    [[maybe_unused]] wchar_t m_wszOwn[PATH_CHARS]; // varnexhost has a constructor of its own
 };
 
 } // namespace varnex
