@@ -50,15 +50,23 @@ int DefaultThreshold(int nAlertType)
 
 const char* NameOfDomMethod(DomMethod method)
 {
-    static const std::array<const char*, DOM_METHODS> names = {
-        "IXMLDOMDocument::QueryInterface",   "IXMLDOMDocument::load",
-        "IXMLDOMDocument::selectSingleNode", "IXMLDOMDocument::get_documentElement",
-        "IXMLDOMDocument::createNode",       "IXMLDOMDocument::appendChild",
-        "IXMLDOMElement::appendChild",       "IXMLDOMElement::get_text",
-        "IXMLDOMElement::put_text",          "IXMLDOMDocument::get_readyState",
-        "IXMLDOMDocument::get_parseError",   "IXMLDOMParseError::get_errorCode",
-        "IXMLDOMDocument::get_xml",          "IXMLDOMElement::get_attributes",
-        "IXMLDOMAttribute::put_text",        "IXMLDOMNamedNodeMap::setNamedItem"};
+    static const std::array<const char*, DOM_METHODS> names = {"IXMLDOMDocument::QueryInterface",
+                                                               "IXMLDOMDocument::load",
+                                                               "IXMLDOMDocument::selectSingleNode",
+                                                               "IXMLDOMDocument::get_documentElement",
+                                                               "IXMLDOMDocument::createNode",
+                                                               "IXMLDOMDocument::appendChild",
+                                                               "IXMLDOMElement::appendChild",
+                                                               "IXMLDOMElement::get_text",
+                                                               "IXMLDOMElement::put_text",
+                                                               "IXMLDOMDocument::get_readyState",
+                                                               "IXMLDOMDocument::get_parseError",
+                                                               "IXMLDOMParseError::get_errorCode",
+                                                               "IXMLDOMDocument::abort",
+                                                               "IXMLDOMDocument::get_xml",
+                                                               "IXMLDOMElement::get_attributes",
+                                                               "IXMLDOMAttribute::put_text",
+                                                               "IXMLDOMNamedNodeMap::setNamedItem"};
     return names.at(static_cast<std::size_t>(method));
 }
 

@@ -36,6 +36,8 @@ DomMethodPlace PlaceOf(DomMethod method)
         return {DomObject::Document, offsetof(IXMLDOMDocumentVtbl, get_parseError) / cbPlace};
     case DomMethod::GetErrorCode:
         return {DomObject::ParseError, offsetof(IXMLDOMParseErrorVtbl, get_errorCode) / cbPlace};
+    case DomMethod::Abort:
+        return {DomObject::Document, offsetof(IXMLDOMDocumentVtbl, abort) / cbPlace};
     case DomMethod::AppendToElement:
         return {DomObject::Element, offsetof(IXMLDOMElementVtbl, appendChild) / cbPlace};
     case DomMethod::GetText:

@@ -20,12 +20,13 @@ enum class DomMethod
     GetReadyState,
     GetParseError,
     GetErrorCode,
+    Abort,
     GetXml,
     GetAttributes,
     PutAttributeText,
     SetNamedItem
 };
-constexpr std::size_t DOM_METHODS = 16;
+constexpr std::size_t DOM_METHODS = 17;
 
 // Whose method table a method stands in.
 enum class DomObject

@@ -335,6 +335,31 @@ TEST_CASE("a write in place that takes only a part has the old content put back"
     }
 }
 
+TEST_CASE("a disk that takes no more from whichever write in place on leaves the old content")
+{
+    SavedConfig config;
+    for (const int nGood : {0, 1})
+    {
+        CAPTURE(nGood);
+        config.BeginAnew();
+        config.RefuseReplacing(ERROR_SHARING_VIOLATION);
+        int nWrites = 0;
+        config.AnswerWrites(
+            [&](HANDLE hFile, const void* pBytes, DWORD cbBytes) -> std::optional<DWORD>
+            {
+                if (config.savedTo.back() == config.File() && ++nWrites > nGood)
+                {
+                    SetLastError(ERROR_DISK_FULL);
+                    return std::nullopt;
+                }
+                return SavedConfig::WriteBytes(hFile, pBytes, cbBytes);
+            });
+        CHECK(config.Write() == HRESULT_FROM_WIN32(ERROR_DISK_FULL));
+        CHECK(nWrites > nGood + 1); // putting it back was refused, too
+        CHECK(config.FileBytes() == SavedConfig::OLD_TEXT);
+    }
+}
+
 TEST_CASE("a file that the writing in place has torn for good can be had from the temporary one")
 {
     SavedConfig config;

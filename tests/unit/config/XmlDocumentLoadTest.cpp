@@ -323,6 +323,7 @@ TEST_CASE("a document that never gets complete is waited for a second, and nothi
         CHECK(config.FileBytes() == CONFIG_TEXT);
     };
     checkTookASecond(GetXMLNodeValue(nullptr, PATH, wszValue, 16), 0);
+    CHECK(config.dom->Calls(DomMethod::Abort) == 1); // no load goes on behind an operation
     checkTookASecond(ReadXMLNodeValue(PATH, wszValue, 16), E_PENDING);
     checkTookASecond(SetXMLNodeValue(nullptr, PATH, L"new"), -1);
     checkTookASecond(GetAlertConfValue(1, 1), -1);

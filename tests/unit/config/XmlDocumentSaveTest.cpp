@@ -1,8 +1,13 @@
 #include "SavedConfig.h"
+#include "ScriptedDom.h"
 
 #include "support/ProcessMeter.h"
 
 #include <catch2/catch.hpp>
+
+#include <oleauto.h>
+
+#include <msxml2.h>
 
 #include <utility>
 
@@ -140,6 +145,25 @@ TEST_CASE("new content whose file cannot be closed does not take the file's plac
     CHECK(config.TakeLog() == config.SaveFailed("0x80070070"));
     CHECK(config.redirector.Calls("MoveFileExW") == 0);
     CHECK(config.FileBytes() == SavedConfig::OLD_TEXT);
+}
+
+TEST_CASE("a document that gives no text is not saved")
+{
+    SavedConfig config;
+    ScriptedDom dom;
+    for (const HRESULT nStatus : {S_OK, S_FALSE})
+    {
+        dom.Replace<HRESULT(IXMLDOMDocument*, BSTR*)>(DomMethod::GetXml,
+                                                      [nStatus](IXMLDOMDocument*, BSTR* pbstrText)
+                                                      {
+                                                          *pbstrText = nullptr;
+                                                          return nStatus;
+                                                      });
+        CHECK(config.Write() == E_FAIL);
+        CHECK(config.TakeLog() == config.SaveFailed("0x80004005"));
+        CHECK(config.savedTo.empty());
+    }
+    config.CheckIsOld();
 }
 
 TEST_CASE("a temporary file that an earlier end of the process left is used again")
