@@ -28,6 +28,7 @@ void Demand(bool bGood)
 IWbemLocator* MakeLocator(HMODULE hModule)
 {
     IWbemLocator* pLocator = nullptr;
+    Demand(SUCCEEDED(CoInitialize(nullptr)));
     for (const Import& import : ReadImports(hModule))
     {
         if (import.name == "CoCreateInstance")
@@ -36,6 +37,7 @@ IWbemLocator* MakeLocator(HMODULE hModule)
             pfnCreate(CLSID_WbemLocator, nullptr, CLSCTX_ALL, IID_IWbemLocator, reinterpret_cast<void**>(&pLocator));
         }
     }
+    CoUninitialize(); // the objects are this process's own
     Demand(pLocator != nullptr);
     return pLocator;
 }
@@ -58,10 +60,12 @@ WmiMethods::WmiMethods(HMODULE hModule)
     IEnumWbemClassObject* pEnumerator = nullptr;
     IWbemClassObject* pObject = nullptr;
     ULONG nReturned = 0;
-    wchar_t wszText[] = L"x";
-    pLocator->lpVtbl->ConnectServer(pLocator, wszText, nullptr, nullptr, nullptr, 0, nullptr, nullptr, &pServices);
+    wchar_t wszSpace[] = L"ROOT\\CIMV2";
+    wchar_t wszLanguage[] = L"WQL";
+    wchar_t wszQuery[] = L"SELECT * FROM Win32_NetworkAdapter";
+    pLocator->lpVtbl->ConnectServer(pLocator, wszSpace, nullptr, nullptr, nullptr, 0, nullptr, nullptr, &pServices);
     Demand(pServices != nullptr);
-    pServices->lpVtbl->ExecQuery(pServices, wszText, wszText, 0, nullptr, &pEnumerator);
+    pServices->lpVtbl->ExecQuery(pServices, wszLanguage, wszQuery, 0, nullptr, &pEnumerator);
     Demand(pEnumerator != nullptr);
     pEnumerator->lpVtbl->Next(pEnumerator, 0, 1, &pObject, &nReturned);
     Demand(pObject != nullptr);

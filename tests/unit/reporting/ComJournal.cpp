@@ -21,28 +21,43 @@ struct ComJournal::State
     }
 };
 
+namespace
+{
+
+// A thread that is refused for its other model has COM all the same.
+HRESULT Enter(HRESULT nAnswer, DWORD dwModel)
+{
+    const bool bOther = nAnswer == RPC_E_CHANGED_MODE;
+    const HRESULT nEntered = SUCCEEDED(nAnswer) || bOther
+                                 ? CoInitializeEx(nullptr, bOther ? dwModel ^ COINIT_APARTMENTTHREADED : dwModel)
+                                 : nAnswer;
+    return FAILED(nAnswer) ? nAnswer : nEntered;
+}
+
+} // namespace
+
 ComJournal::ComJournal(ReportingBench& bench, HRESULT nAnswer)
     : m_state(std::make_shared<State>()), m_imports(bench.imports)
 {
     m_imports.Replace<decltype(::CoInitialize)>("CoInitialize",
-                                                [state = m_state, nAnswer](LPVOID pReserved)
+                                                [state = m_state, nAnswer](LPVOID)
                                                 {
                                                     state->Note("single");
-                                                    return FAILED(nAnswer) ? nAnswer : CoInitialize(pReserved);
+                                                    return Enter(nAnswer, COINIT_APARTMENTTHREADED);
                                                 });
-    m_imports.Replace<decltype(::CoInitializeEx)>(
-        "CoInitializeEx",
-        [state = m_state, nAnswer](LPVOID pReserved, DWORD dwModel)
-        {
-            state->Note(dwModel == COINIT_MULTITHREADED ? "multi" : "another model");
-            return FAILED(nAnswer) ? nAnswer : CoInitializeEx(pReserved, dwModel);
-        });
+    m_imports.Replace<decltype(::CoInitializeEx)>("CoInitializeEx",
+                                                  [state = m_state, nAnswer](LPVOID, DWORD dwModel)
+                                                  {
+                                                      state->Note(dwModel == COINIT_MULTITHREADED ? "multi"
+                                                                                                  : "another model");
+                                                      return Enter(nAnswer, dwModel);
+                                                  });
     m_imports.Replace<decltype(::CoUninitialize)>("CoUninitialize",
                                                   [state = m_state, nAnswer, &tree = bench.tree]
                                                   {
                                                       state->Note("leave");
                                                       state->logAtLeave = tree.Log();
-                                                      if (SUCCEEDED(nAnswer))
+                                                      if (SUCCEEDED(nAnswer) || nAnswer == RPC_E_CHANGED_MODE)
                                                       {
                                                           CoUninitialize();
                                                       }

@@ -3,6 +3,7 @@
 #include "support/ProcessMeter.h"
 #include "support/ScriptedInterfaceTable.h"
 #include "support/ScriptedWmi.h"
+#include "unit/reporting/ComScope.h"
 #include "unit/sampling/ArrayFailure.h"
 #include "unit/sampling/SamplingTest.h"
 
@@ -55,6 +56,7 @@ protected:
         return names;
     }
 
+    const ComScope m_com;
     ScriptedWmi m_wmi{m_redirector};
     ScriptedInterfaceTable m_table{m_redirector};
     NetworkUtilizationCollector m_collector;
@@ -387,6 +389,7 @@ TEST_CASE_METHOD(AdapterListTest, "a failed look at the interface table spoils o
 
 TEST_CASE_METHOD(SamplingTest, "ten thousand refreshes leave handles, WMI objects, texts and memory where they were")
 {
+    const ComScope com;
     NetworkUtilizationCollector collector;
     // The scripts keep what they were called with, so each hundred refreshes have scripts of their own.
     const auto refreshHundredTimes = [&]

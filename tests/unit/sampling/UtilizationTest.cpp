@@ -2,6 +2,7 @@
 
 #include "support/ScriptedInterfaceTable.h"
 #include "support/ScriptedWmi.h"
+#include "unit/reporting/ComScope.h"
 #include "unit/sampling/ArrayFailure.h"
 #include "unit/sampling/SamplingTest.h"
 
@@ -39,6 +40,7 @@ protected:
     }
     const NetworkCard& Card() const { return m_collector.CardList().front(); }
 
+    const ComScope m_com;
     ScriptedWmi m_wmi{m_redirector};
     ScriptedInterfaceTable m_table{m_redirector};
     NetworkUtilizationCollector m_collector;
