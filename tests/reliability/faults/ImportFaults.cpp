@@ -154,7 +154,7 @@ const std::set<std::string>& InfallibleImports()
         "GetCurrentProcessId", "GetCurrentThread", "GetCurrentThreadId", "GetLastError", "GetLocalTime",
         "GetSystemDefaultLangID", "GetSystemTimeAsFileTime", "GetTickCount", "GetTickCount64",
         "InitializeCriticalSection", "IsDBCSLeadByte", "IsDBCSLeadByteEx", "LeaveCriticalSection", "OutputDebugStringA",
-        "ReleaseSRWLockExclusive", "SetLastError", "Sleep",
+        "ReleaseSRWLockExclusive", "SetLastError", "Sleep", "SleepEx",
         // messages, of which there may be none
         "PeekMessageW", "DispatchMessageW", "PostQuitMessage",
         // gives a block back; its result tells nothing that anybody could act on
