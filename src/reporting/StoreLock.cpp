@@ -13,7 +13,8 @@ namespace
 {
 
 constexpr DWORD LOOK_AGAIN_MS = 50;
-constexpr DWORD PATIENCE_MS = 30'000; // a step of the network sampler takes seconds where the system answers slowly
+// A step of the network sampler takes seconds where the system answers slowly. An asker may give up after 30 seconds.
+constexpr DWORD PATIENCE_MS = 20'000;
 constexpr DWORD STOP_PATIENCE_MS = 1000;
 
 bool IsCallerStopping() noexcept

@@ -31,7 +31,7 @@ private:
     unsigned m_nDepth = 0; // how often the owner has entered; touched by the owner, or for one that has ended
 };
 
-// Owns a store's lock for its scope, if it is to be had: see operator bool. Waits for half a minute at most, or for a
+// Owns a store's lock for its scope, if it is to be had: see operator bool. Waits for 20 seconds at most, or for a
 // second more once the calling worker is asked to stop; then it is logged that the lock was not to be had.
 class VARNEX_SCOPED_CAPABILITY StoreLockHold
 {
