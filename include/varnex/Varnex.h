@@ -6,8 +6,9 @@
  * any thread, except from a library entry point (DllMain); none of them lets an exception out.
  *
  * Load and unload on the same thread, one that is not in COM's multithreaded apartment: the load initialises COM there
- * (single-threaded) and fails where that cannot be; the unload uninitialises it. Make no start while a stop runs: it is
- * safe, but what it starts may lose its samples to that stop.
+ * (single-threaded) and fails where that cannot be; the unload uninitialises it.
+ *
+ * Calls may overlap, starts and stops, too. See StartPKIUtlThread and StopPKIUtlThread for what becomes of those.
  *
  * Let the loading thread initialise COM itself (CoInitialize) before the load and keep it past the unload. It serves
  * messages if it owns windows or if the process uses legacy COM objects, which live in its first single-threaded
@@ -112,17 +113,29 @@ VARNEX_API int GetAlertRecord(int* pnAlertTypes, wchar_t** ppwszTexts, unsigned 
 /*
  * Starts utilization reporting: four samplers, which record one sample a minute for a day, and the thread that answers
  * requests for a report in the report section (docs/hand-off.md has its layout and the order of operations). Starts
- * only what does not run. Always returns 0; the log tells what became of the threads.
+ * only what does not run. Always returns 0; the log tells what became of the threads. A report waits at most 20 seconds
+ * for samples that a stuck sampler has in use, and is then made without them.
+ *
+ * During a stop it starts the kinds that have ended already, and the stop leaves them alone. Kinds that are still
+ * stopping are not started; the log tells at level 1 which: call it again when the stop has returned. Samples of memory
+ * and adapters then go on behind those of before.
  */
 VARNEX_API unsigned int StartPKIUtlThread(void);
 
 /*
  * Ends utilization reporting and frees the recorded samples. Waits for the threads, usually about a second and at most
- * 15 seconds, then ends by force the ones that are stuck in a system call (which may take a second or two for each);
- * afterwards none of them runs and the module may be unloaded. Only where the system refuses to end a thread, or
- * refuses the handle by which its end is seen, may one live on; the log tells at level 1, and the module must then stay
- * loaded. A sampler that ended early, for want of a processor's or a disk's name, of COM or of a thread, costs the
- * whole 15 seconds. Always returns 0.
+ * 15 seconds, then ends by force the ones that are stuck in a system call, all of them within at most 6 seconds more;
+ * afterwards none of them runs and the module may be unloaded. A sampler that ended early, for want of a processor's or
+ * a disk's name, of COM or of a thread, costs the whole 15 seconds. Where another thread or program holds the log's
+ * mutex, the stop's own lines may take 10 seconds more. Always returns 0.
+ *
+ * A thread may live on when the system refuses to end it, when a call into the kernel does not let it end within a
+ * second, when it is in the middle of writing to the log, or when the system refuses the handle by which its end is
+ * seen. The log tells at level 1, as soon as it can be written. The module must then stay loaded, and another stop
+ * tries again. A thread that was ended by force is logged at level 1, too: restart the process soon, because locks of
+ * the heap or the loader may have gone with it.
+ *
+ * Stops may overlap: each thread is ended once, and each stop returns within the time above.
  */
 VARNEX_API unsigned int StopPKIUtlThread(void);
 
