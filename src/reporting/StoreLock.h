@@ -28,7 +28,7 @@ public:
 private:
     CRITICAL_SECTION m_section;
     RecoverableLock m_owner; // held from before the section is entered until after it is left
-    unsigned m_nDepth = 0; // how often the owner has entered; touched by the owner, or for one that has ended
+    unsigned m_nDepth = 0;   // how often the owner has entered; touched by the owner, or for one that has ended
 };
 
 // Owns a store's lock for its scope, if it is to be had: see operator bool. Waits for 20 seconds at most, or for a
