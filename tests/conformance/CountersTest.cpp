@@ -6,6 +6,7 @@
 
 #include "common/Pdh.h"
 #include "module/monitors/WinePdh.h"
+#include "support/ChildProcess.h"
 #include "support/ModuleTree.h"
 #include "support/ScriptedPdh.h"
 #include "support/TestFiles.h"
@@ -22,6 +23,7 @@ namespace
 
 constexpr DWORD PROCESSOR = 238; // the index of a name, the same in all languages
 constexpr DWORD PROCESSOR_TIME = 6;
+constexpr DWORD PROCESS = 230;
 
 // A name in the system's language.
 std::wstring NameOf(DWORD dwIndex, const wchar_t* pwszEnglish)
@@ -545,6 +547,34 @@ TEST_CASE("counters: both widths list the same instances")
             return std::string(instances == AnsiFromWide(listing.instances) ? "the same" : "others");
         },
         CounterFakes());
+}
+
+TEST_CASE("child: waits to be ended", "[.]")
+{
+    Sleep(60000);
+}
+
+// What an enumeration tells of a process that began after the first one, with and without a refresh.
+TEST_CASE("counters: a list of instances that was asked for before is asked for anew only after a refresh")
+{
+    Verify(Unknown("windows/win32/api/pdh/nf-pdh-pdhenumobjectsw").OnWine("PDH_NOT_IMPLEMENTED"),
+           []
+           {
+               const std::wstring object = NameOf(PROCESS, L"Process");
+               const std::size_t cchBefore = EnumerateAll(object).instances.size();
+               const ChildProcess child = ChildProcess::OfTestCase("child: waits to be ended");
+               Sleep(1000);
+               const Listing after = EnumerateAll(object);
+               if (after.nStatus != ERROR_SUCCESS)
+               {
+                   return CounterStatusName(after.nStatus);
+               }
+               DWORD cchObjects = 0;
+               PdhEnumObjectsW(nullptr, nullptr, nullptr, &cchObjects, PERF_DETAIL_ADVANCED, TRUE);
+               const std::size_t cchRefreshed = EnumerateAll(object).instances.size();
+               return std::string(after.instances.size() == cchBefore ? "the old list" : "a new list") +
+                      (cchRefreshed == cchBefore ? ", the old list" : ", a new list after a refresh");
+           });
 }
 
 TEST_CASE("counters: the items of an unknown object are told as such")
