@@ -150,7 +150,7 @@ const std::set<std::string>& InfallibleImports()
 {
     static const std::set<std::string> names = {
         // locks, times, thread and process facts
-        "AcquireSRWLockExclusive", "DeleteCriticalSection", "EnterCriticalSection", "GetCurrentProcess",
+        "AcquireSRWLockExclusive", "DeleteCriticalSection", "EnterCriticalSection", "GetACP", "GetCurrentProcess",
         "GetCurrentProcessId", "GetCurrentThread", "GetCurrentThreadId", "GetLastError", "GetLocalTime",
         "GetSystemDefaultLangID", "GetSystemTimeAsFileTime", "GetTickCount", "GetTickCount64",
         "InitializeCriticalSection", "IsDBCSLeadByte", "IsDBCSLeadByteEx", "LeaveCriticalSection", "OutputDebugStringA",
