@@ -33,7 +33,7 @@ mkdir -p build/fuzz
 # sources TARGET: what it is made of, beside the stand-in for Windows.
 sources() {
   case "$1" in
-    alert_lines) echo tests/fuzz/FuzzAlertLines.cpp src/alerting/Alert{File,Line}.cpp src/common/LocalTime.cpp ;;
+    alert_lines) echo tests/fuzz/FuzzAlertLines.cpp src/alerting/Alert{File,Line}.cpp src/common/{AnsiText,LocalTime}.cpp ;;
     bounded_text) echo tests/fuzz/FuzzBoundedText.cpp ;;
     averages) echo tests/fuzz/FuzzAverages.cpp src/reporting/UtilizationAverage.cpp ;;
   esac

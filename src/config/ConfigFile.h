@@ -22,7 +22,7 @@ public:
     bool Exists() const noexcept;
 
 private:
-    const wchar_t* m_pwszText; // the kept one, or this one's own
+    const wchar_t* m_pwszText;                     // the kept one, or this one's own
     [[maybe_unused]] wchar_t m_wszOwn[PATH_CHARS]; // varnexhost has a constructor of its own
 };
 

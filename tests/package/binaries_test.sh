@@ -17,7 +17,7 @@ for binary in "$dll" "$exe"; do
   [[ "$($objdump -t "$binary")" == *"no symbols"* ]] || fail "$(basename "$binary") has a symbol table"
 done
 
-same "what the DLL imports from" "ADVAPI32.dll IPHLPAPI.DLL KERNEL32.dll msvcrt.dll ole32.dll OLEAUT32.dll pdh.dll" \
+same "what the DLL imports from" "ADVAPI32.dll IPHLPAPI.DLL KERNEL32.dll msvcrt.dll ole32.dll OLEAUT32.dll pdh.dll USER32.dll" \
   "$(imports_of "$dll" | xargs)"
 system_library='advapi32|crypt32|dbghelp|iphlpapi|kernel32|msvcrt|ole32|oleaut32|pdh|psapi|shell32|shlwapi|user32|version|ws2_32'
 imported=$(imports_of "$exe")

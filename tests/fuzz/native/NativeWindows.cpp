@@ -140,6 +140,23 @@ int _vsnprintf(char* pszTarget, std::size_t cchTarget, const char* pszFormat, st
     return static_cast<std::size_t>(cchText) < cchTarget ? cchText : -1;
 }
 
+unsigned GetACP() noexcept
+{
+    return 1252;
+}
+BOOL IsDBCSLeadByte(BYTE) noexcept
+{
+    return FALSE;
+}
+int WideCharToMultiByte(unsigned, DWORD, const wchar_t*, int, char*, int, const char*, BOOL*) noexcept
+{
+    std::abort();
+}
+int MultiByteToWideChar(unsigned, DWORD, const char*, int, wchar_t*, int) noexcept
+{
+    std::abort();
+}
+
 int _vscwprintf(const wchar_t*, std::va_list) noexcept
 {
     std::abort();

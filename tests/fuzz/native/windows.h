@@ -49,6 +49,7 @@ constexpr DWORD ERROR_GEN_FAILURE = 31;
 constexpr DWORD ERROR_DISK_FULL = 112;
 constexpr DWORD ERROR_NEGATIVE_SEEK = 131;
 constexpr DWORD FILE_END = 2;
+#define IS_SURROGATE_PAIR(high, low) ((high) >= 0xD800 && (high) <= 0xDBFF && (low) >= 0xDC00 && (low) <= 0xDFFF)
 #define INVALID_HANDLE_VALUE (reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(-1)))
 
 // A file: what it holds, where it stands, how much a read gives at most, and after how many bytes reads and writes
@@ -76,6 +77,17 @@ BOOL ReleaseMutex(HANDLE hMutex) noexcept;
 void GetSystemTimeAsFileTime(FILETIME* pTime) noexcept;
 BOOL FileTimeToSystemTime(const FILETIME* pTime, SYSTEMTIME* pSystemTime) noexcept;
 BOOL SystemTimeToTzSpecificLocalTime(const void* pZone, const SYSTEMTIME* pUtc, SYSTEMTIME* pLocal) noexcept;
+
+// The code page is 1252: a byte is a character.
+constexpr unsigned CP_ACP = 0;
+constexpr unsigned CP_UTF8 = 65001;
+unsigned GetACP() noexcept;
+BOOL IsDBCSLeadByte(BYTE byte) noexcept;
+// Not here: a wide character has another size natively.
+int WideCharToMultiByte(unsigned nCodePage, DWORD dwFlags, const wchar_t* pwchSource, int cchSource, char* pchTarget,
+                        int cbTarget, const char* pszDefault, BOOL* pbUsedDefault) noexcept;
+int MultiByteToWideChar(unsigned nCodePage, DWORD dwFlags, const char* pchSource, int cbSource, wchar_t* pwchTarget,
+                        int cchTarget) noexcept;
 
 // The run-time library's own formatting, which leaves a text that was cut without a terminator.
 int _vscprintf(const char* pszFormat, std::va_list arguments) noexcept;

@@ -1,3 +1,4 @@
+#include "ComScope.h"
 #include "FailingMemory.h"
 #include "ReportingBench.h"
 #include "StoreFilling.h"
@@ -305,6 +306,7 @@ TEST_CASE("a clean-up empties every store")
 
 TEST_CASE("a clean-up gives back every block of the stores")
 {
+    const ComScope com;
     ReportingBench bench;
     bench.SetOneCard();
     const LiveBlocks blocks(bench.imports);
@@ -323,7 +325,7 @@ TEST_CASE("a clean-up gives back every block of the stores")
         stores.network.Append(stores.network.collector.CardList().at(0));
     }
     CHECK(blocks.Count() > 10);
-    CleanUtilizationStores(true);
+    CleanUtilizationStores(0);
     CHECK(blocks.Count() == 0);
 }
 
