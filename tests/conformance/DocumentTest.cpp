@@ -568,8 +568,7 @@ TEST_CASE("document: a document is not saved into a read-only file")
 TEST_CASE("document: a save whose writes fail, as on a full disk, tells of it")
 {
     Verify(
-        Unknown(SAVE_PAGE).OnWine(
-            "success", "unit_config: new content that cannot be written leaves the file and no temporary one"),
+        Unknown(SAVE_PAGE).OnWine("success", "unit_config: small disk: a save without any room leaves the old file"),
         []
         {
             const Apartment apartment;

@@ -2,6 +2,8 @@
 
 #include "common/BoundedText.h"
 
+#include <windows.h>
+
 #include <cwchar>
 #include <memory>
 #include <vector>
@@ -42,6 +44,14 @@ void CheckNarrow(const std::string& bytes, std::size_t cchTarget)
     }
 }
 
+// What of a text of cchText characters fits: a pair of surrogates whole or not at all.
+std::size_t Fitting(const std::vector<wchar_t>& text, std::size_t cchText, std::size_t cchRoom)
+{
+    const std::size_t cchFitting = std::min(cchText, cchRoom);
+    const bool bHalved = cchFitting != 0 && IS_SURROGATE_PAIR(text[cchFitting - 1], text[cchFitting]);
+    return bHalved ? cchFitting - 1 : cchFitting;
+}
+
 void CheckWide(const std::string& bytes, std::size_t cchTarget)
 {
     const std::vector<wchar_t> source = Text<wchar_t>(bytes);
@@ -50,10 +60,11 @@ void CheckWide(const std::string& bytes, std::size_t cchTarget)
     const std::size_t cchSource = std::wcslen(source.data());
     if (cchTarget != 0)
     {
-        const std::size_t cchKept = std::min(cchSource, cchTarget - 1);
+        const std::size_t cchKept = Fitting(source, cchSource, cchTarget - 1);
         Require(std::wcslen(target.get()) == cchKept, "as much is kept as fits");
         AppendTextW(target.get(), cchTarget, source.data());
-        Require(std::wcslen(target.get()) == std::min(cchKept + cchSource, cchTarget - 1), "as much is added as fits");
+        const std::size_t cchAdded = Fitting(source, cchSource, cchTarget - 1 - cchKept);
+        Require(std::wcslen(target.get()) == cchKept + cchAdded, "as much is added as fits");
     }
 }
 
