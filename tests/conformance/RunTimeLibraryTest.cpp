@@ -91,7 +91,7 @@ bool IsInheritable(const wchar_t* pwszMode)
 const std::string FORMAT_PAGE =
     "cpp/c-runtime-library/reference/vsnprintf-vsnprintf-vsnprintf-l-vsnwprintf-vsnwprintf-l";
 const std::string LENGTH_PAGE = "cpp/c-runtime-library/reference/vscprintf-vscprintf-l-vscwprintf-vscwprintf-l";
-const std::string SPECIFICATION_PAGE = "cpp/c-runtime-library/format-specification-syntax-printf-and-wprintf-functions";
+const std::string PRINTF_PAGE = "cpp/c-runtime-library/reference/printf-printf-l-wprintf-wprintf-l";
 const std::string FOPEN_PAGE = "cpp/c-runtime-library/reference/fopen-wfopen";
 const std::string TO_NARROW_PAGE = "windows/win32/api/stringapiset/nf-stringapiset-widechartomultibyte";
 const std::string TO_WIDE_PAGE = "windows/win32/api/stringapiset/nf-stringapiset-multibytetowidechar";
@@ -146,7 +146,7 @@ TEST_CASE("run-time library: a wide text that is cut has a negative length and n
 
 TEST_CASE("run-time library: %s in a wide format is a wide text, and %S a narrow one")
 {
-    Verify(Documented("wide narrow", SPECIFICATION_PAGE),
+    Verify(Documented("wide narrow", PRINTF_PAGE),
            []
            {
                wchar_t wszText[32] = L"";
@@ -162,7 +162,7 @@ TEST_CASE("run-time library: the length of a wide text is told beforehand, witho
 
 TEST_CASE("run-time library: a number of 64 bits is written by %lld")
 {
-    Verify(Documented("-9223372036854775807", SPECIFICATION_PAGE),
+    Verify(Documented("-9223372036854775807", PRINTF_PAGE),
            []
            {
                wchar_t wszText[32] = L"";
@@ -173,7 +173,7 @@ TEST_CASE("run-time library: a number of 64 bits is written by %lld")
 
 TEST_CASE("run-time library: a precision cuts a text without reading further")
 {
-    Verify(Documented("ab", SPECIFICATION_PAGE),
+    Verify(Documented("ab", PRINTF_PAGE),
            []
            {
                const char achText[] = {'a', 'b', 'c'};
@@ -185,7 +185,7 @@ TEST_CASE("run-time library: a precision cuts a text without reading further")
 
 TEST_CASE("run-time library: a null text is written as such")
 {
-    Verify(Documented("(null)", SPECIFICATION_PAGE),
+    Verify(Documented("(null)", PRINTF_PAGE),
            []
            {
                char szText[16] = "";
